@@ -5,7 +5,6 @@ find_package(Threads REQUIRED)
 
 find_package(Boost 1.81 CONFIG REQUIRED COMPONENTS headers json url)
 find_package(CLI11 REQUIRED)
-find_package(date REQUIRED)
 find_package(fmt REQUIRED)
 find_package(GTest REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n data)

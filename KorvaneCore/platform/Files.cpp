@@ -1,0 +1,137 @@
+#include "KorvaneCore/platform/Files.hpp"
+
+#include "KorvaneCore/platform/FileDescriptor.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace Korvane {
+
+namespace {
+
+[[noreturn]] void fail(std::string_view operation, const std::filesystem::path& path, int error = errno) {
+    throw FileError(operation, path, {error, std::generic_category()});
+}
+
+void writeAll(int fd, std::string_view bytes, const std::filesystem::path& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            fail("write", path);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void syncFolder(const std::filesystem::path& folder) {
+    const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd.isOpen() || ::fsync(fd.get()) != 0)
+        fail("sync", folder);
+}
+
+/// A new file beside its later place, removed again unless it was renamed into it.
+class StagedFile {
+public:
+    StagedFile(const std::filesystem::path& target, mode_t mode) : name_(target.string() + ".XXXXXX") {
+        fd_ = FileDescriptor(::mkostemp(name_.data(), O_CLOEXEC));
+        if (!fd_.isOpen())
+            fail("create", target);
+        if (mode != 0600 && ::fchmod(fd_.get(), mode) != 0) {
+            const int error = errno;
+            ::unlink(name_.c_str());
+            fail("set the mode of", target, error);
+        }
+    }
+
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
+
+    ~StagedFile() {
+        if (!renamed_)
+            ::unlink(name_.c_str());
+    }
+
+    void write(std::string_view bytes) {
+        writeAll(fd_.get(), bytes, name_);
+        if (::fsync(fd_.get()) != 0)
+            fail("sync", name_);
+    }
+
+    void renameTo(const std::filesystem::path& target) {
+        if (::rename(name_.c_str(), target.c_str()) != 0)
+            fail("replace", target);
+        renamed_ = true;
+    }
+
+private:
+    std::string name_;
+    FileDescriptor fd_;
+    bool renamed_ = false;
+};
+
+} // namespace
+
+FileError::FileError(std::string_view operation, const std::filesystem::path& path, std::error_code code)
+    : std::runtime_error("cannot " + std::string(operation) + " " + path.string() + ": " + code.message()),
+      code_(code) {}
+
+std::string readFile(const std::filesystem::path& path, std::size_t maxBytes) {
+    const FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd.isOpen())
+        fail("open", path);
+    struct stat status{};
+    if (::fstat(fd.get(), &status) != 0)
+        fail("inspect", path);
+    if (!S_ISREG(status.st_mode))
+        fail("read", path, EINVAL);
+    if (static_cast<std::uintmax_t>(status.st_size) > maxBytes)
+        fail("read", path, EFBIG);
+
+    // One byte more than promised, so a file that grows past the limit meanwhile is noticed.
+    std::string bytes(static_cast<std::size_t>(status.st_size) + 1, '\0');
+    std::size_t filled = 0;
+    while (true) {
+        const ssize_t count = ::read(fd.get(), bytes.data() + filled, bytes.size() - filled);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            fail("read", path);
+        if (count == 0)
+            break;
+        filled += static_cast<std::size_t>(count);
+        if (filled > maxBytes)
+            fail("read", path, EFBIG);
+        if (filled == bytes.size())
+            bytes.resize(std::min(bytes.size() * 2, maxBytes + 1));
+    }
+    bytes.resize(filled);
+    return bytes;
+}
+
+void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    StagedFile staged(path, mode);
+    staged.write(bytes);
+    staged.renameTo(path);
+    syncFolder(path.has_parent_path() ? path.parent_path() : ".");
+}
+
+void createDirectories(const std::filesystem::path& folder) {
+    if (folder.empty() || ::mkdir(folder.c_str(), 0700) == 0)
+        return;
+    if (errno == ENOENT) {
+        createDirectories(folder.parent_path());
+        if (::mkdir(folder.c_str(), 0700) == 0)
+            return;
+    }
+    const int error = errno;
+    struct stat status{};
+    if (::stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+        return;
+    fail("create folder", folder, error);
+}
+
+} // namespace Korvane

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace Korvane {
+
+/// A file operation the system refused. what() names the operation, the path and the system's reason.
+class FileError : public std::runtime_error {
+public:
+    FileError(std::string_view operation, const std::filesystem::path& path, std::error_code code);
+
+    [[nodiscard]] const std::error_code& code() const noexcept { return code_; }
+
+private:
+    std::error_code code_;
+};
+
+/// The whole of a regular file of at most `maxBytes` bytes. Throws FileError: std::errc::file_too_large
+/// beyond the limit, std::errc::invalid_argument when the path is not a regular file. Never blocks on a pipe
+/// or device.
+[[nodiscard]] std::string readFile(const std::filesystem::path& path, std::size_t maxBytes);
+
+/// Replaces `path` by a file with these bytes, created with `mode` from the first byte: a reader sees the old
+/// content or the new one whole. Content and name are on the disk on return. Throws FileError and leaves the
+/// old file as it was.
+void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0600);
+
+/// Creates the folder and the missing ones above it, for the owner only (0700). One that exists is left as it
+/// is. Throws FileError.
+void createDirectories(const std::filesystem::path& folder);
+
+} // namespace Korvane

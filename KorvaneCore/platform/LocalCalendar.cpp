@@ -1,0 +1,78 @@
+#include "KorvaneCore/platform/LocalCalendar.hpp"
+
+#include <fmt/format.h>
+
+#include <ctime>
+#include <tuple>
+
+namespace Korvane::LocalCalendar {
+
+namespace {
+
+// Clocks have never moved twice over midnight within this long, and no calendar has skipped two days running.
+constexpr std::time_t step = 15 * 60;
+constexpr std::time_t searchLimit = std::time_t{3} * 24 * 60 * 60;
+
+std::optional<std::tm> localTime(std::time_t instant) {
+    ::tzset(); // localtime_r alone need not notice a changed zone
+    std::tm local{};
+    if (::localtime_r(&instant, &local) == nullptr)
+        return std::nullopt;
+    return local;
+}
+
+using Day = std::tuple<int, int, int>;
+
+std::optional<Day> dayOf(std::time_t instant) {
+    const auto local = localTime(instant);
+    if (!local)
+        return std::nullopt;
+    return Day(local->tm_year, local->tm_mon, local->tm_mday);
+}
+
+std::time_t wholeSeconds(Time date) {
+    return std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
+}
+
+} // namespace
+
+std::string dayKey(Time date) {
+    const auto local = localTime(wholeSeconds(date)).value_or(std::tm{});
+    return fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
+
+std::optional<Time> nextStartOfDay(Time now) {
+    const std::time_t start = wholeSeconds(now);
+    const auto today = dayOf(start);
+    if (!today)
+        return std::nullopt;
+
+    for (std::time_t before = start; before < start + searchLimit; before += step) {
+        if (const auto day = dayOf(before + step); !day || *day <= *today)
+            continue;
+        // The day changes in (before, before + step]: halve down to the second.
+        std::time_t earlier = before;
+        std::time_t later = before + step;
+        while (later - earlier > 1) {
+            const std::time_t middle = earlier + (later - earlier) / 2;
+            (dayOf(middle) > today ? later : earlier) = middle;
+        }
+        return std::chrono::system_clock::from_time_t(later);
+    }
+    return std::nullopt;
+}
+
+int wholeYears(Time from, Time to) {
+    const auto [fromYear, fromMonth, fromDay] = dayOf(wholeSeconds(from)).value_or(Day{});
+    const auto [toYear, toMonth, toDay] = dayOf(wholeSeconds(to)).value_or(Day{});
+    const int years = toYear - fromYear;
+    const auto anniversary = std::tuple(fromMonth, fromDay);
+    const auto today = std::tuple(toMonth, toDay);
+    if (years > 0 && today < anniversary)
+        return years - 1;
+    if (years < 0 && today > anniversary)
+        return years + 1;
+    return years;
+}
+
+} // namespace Korvane::LocalCalendar

@@ -1,0 +1,84 @@
+#include "KorvaneCore/platform/UserDefaults.hpp"
+
+#include "KorvaneCore/platform/FileDescriptor.hpp"
+#include "KorvaneCore/platform/Files.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+
+namespace Korvane {
+
+namespace {
+
+constexpr std::size_t maxFileSize = std::size_t{1} << 20;
+
+bool sameVersion(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+/// Waits for the exclusive lock beside `file`; it ends with the descriptor.
+FileDescriptor lockForWriting(const std::filesystem::path& file) {
+    createDirectories(file.parent_path());
+    const auto lockFile = file.string() + ".lock";
+    FileDescriptor fd(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!fd.isOpen())
+        throw FileError("open", lockFile, {errno, std::generic_category()});
+    while (::flock(fd.get(), LOCK_EX) != 0)
+        if (errno != EINTR)
+            throw FileError("lock", lockFile, {errno, std::generic_category()});
+    return fd;
+}
+
+PropertyList::Dictionary readSuite(const std::filesystem::path& file) {
+    const auto root = parsePropertyList(readFile(file, maxFileSize));
+    const auto* dictionary = root.as<PropertyList::Dictionary>();
+    if (dictionary == nullptr)
+        throw PropertyListError(file.string() + " does not hold a dictionary");
+    return *dictionary;
+}
+
+} // namespace
+
+std::optional<PropertyList> UserDefaults::object(std::string_view key) const {
+    const MutexLock lock(mutex_);
+    refresh();
+    const auto found = values_.find(key);
+    if (found == values_.end())
+        return std::nullopt;
+    return found->second;
+}
+
+void UserDefaults::set(std::string_view key, const std::optional<PropertyList>& value) {
+    const MutexLock lock(mutex_);
+    const FileDescriptor writers = lockForWriting(file_);
+    refresh();
+
+    auto changed = values_;
+    if (value)
+        changed.insert_or_assign(std::string(key), *value);
+    else if (changed.erase(std::string(key)) == 0)
+        return;
+    replaceFile(file_, formatPropertyList({changed}));
+    refresh();
+}
+
+void UserDefaults::refresh() const {
+    struct stat now{};
+    if (::stat(file_.c_str(), &now) != 0) {
+        if (errno != ENOENT && errno != ENOTDIR)
+            throw FileError("inspect", file_, {errno, std::generic_category()});
+        values_.clear();
+        version_ = {};
+        return;
+    }
+    if (sameVersion(now, version_))
+        return;
+    values_ = readSuite(file_);
+    // A replacement between stat and read is noticed at the next call: its version differs from this one.
+    version_ = now;
+}
+
+} // namespace Korvane
