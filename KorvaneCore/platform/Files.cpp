@@ -134,4 +134,23 @@ void createDirectories(const std::filesystem::path& folder) {
     fail("create folder", folder, error);
 }
 
+void requirePrivateFolder(const std::filesystem::path& folder) {
+    struct stat status{};
+    if (::lstat(folder.c_str(), &status) != 0)
+        fail("inspect", folder);
+    const bool isPrivate =
+        S_ISDIR(status.st_mode) && status.st_uid == ::getuid() && (status.st_mode & 077) == 0;
+    if (!isPrivate)
+        fail("trust folder", folder, EACCES);
+}
+
+std::optional<std::chrono::system_clock::time_point>
+modificationDate(const std::filesystem::path& path) noexcept {
+    struct stat status{};
+    if (::lstat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return std::chrono::system_clock::time_point(std::chrono::seconds(status.st_mtim.tv_sec) +
+                                                 std::chrono::nanoseconds(status.st_mtim.tv_nsec));
+}
+
 } // namespace Korvane

@@ -2,8 +2,10 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -35,5 +37,13 @@ void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode
 /// Creates the folder and the missing ones above it, for the owner only (0700). One that exists is left as it
 /// is. Throws FileError.
 void createDirectories(const std::filesystem::path& folder);
+
+/// Throws FileError (std::errc::permission_denied) unless `folder` is a folder, no link, that belongs to this
+/// user and is closed to all others.
+void requirePrivateFolder(const std::filesystem::path& folder);
+
+/// When the file, or the link itself, was last modified; none when it cannot be inspected.
+[[nodiscard]] std::optional<std::chrono::system_clock::time_point>
+modificationDate(const std::filesystem::path& path) noexcept;
 
 } // namespace Korvane

@@ -1,0 +1,107 @@
+#pragma once
+
+#include "KorvaneCore/json/JSONError.hpp"
+
+#include <boost/describe.hpp>
+#include <boost/json/value.hpp>
+#include <boost/mp11/algorithm.hpp>
+
+#include <chrono>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The one codec between records and JSON. A record is a struct described with BOOST_DESCRIBE_STRUCT, its
+/// members named like the JSON keys; a described enumeration is written by its enumerators' names. Optional
+/// members are left out when empty, and may be absent or null when read; unknown keys are ignored; integers
+/// are JSON integers. Reading throws JSONError. Stateless, so callable from any thread.
+///
+/// A type with a form of its own has functions `boost::json::value encodeJSON(const T&)` and
+/// `void decodeJSON(const boost::json::value&, T&)` beside it.
+namespace Korvane::KRJSON {
+
+using Value = boost::json::value;
+using Date = std::chrono::system_clock::time_point;
+
+/// Parses one JSON text; nesting is bounded at 32 levels. Throws JSONError.
+[[nodiscard]] Value parse(std::string_view text);
+[[nodiscard]] std::string serialise(const Value& value);
+
+/// ISO-8601 in UTC, rounded to the millisecond: "2026-11-21T10:45:07.250Z".
+[[nodiscard]] std::string formatDate(Date date);
+
+/// Reads a date with or without a fraction of a second and with any offset from UTC; none when it does not
+/// parse.
+[[nodiscard]] std::optional<Date> parseDate(std::string_view text);
+
+namespace Detail {
+
+template <class T>
+concept HasOwnForm = requires(const T& source, T& target, const Value& json) {
+    { encodeJSON(source) } -> std::same_as<Value>;
+    decodeJSON(json, target);
+};
+template <class T>
+concept DescribedRecord = boost::describe::has_describe_members<T>::value && !std::is_union_v<T>;
+template <class T>
+concept DescribedEnum = boost::describe::has_describe_enumerators<T>::value;
+
+template <class T>
+inline constexpr bool isOptional = false;
+template <class T>
+inline constexpr bool isOptional<std::optional<T>> = true;
+template <class T>
+inline constexpr bool isVector = false;
+template <class T>
+inline constexpr bool isVector<std::vector<T>> = true;
+template <class T>
+inline constexpr bool isStringMap = false;
+template <class T>
+inline constexpr bool isStringMap<std::map<std::string, T>> = true;
+
+template <class T>
+using Members = boost::describe::describe_members<T, boost::describe::mod_public>;
+
+[[noreturn]] void wrongKind(std::string_view expected, const Value& got);
+[[nodiscard]] std::int64_t signedInteger(const Value& json, std::int64_t lowest, std::int64_t highest);
+[[nodiscard]] std::uint64_t unsignedInteger(const Value& json, std::uint64_t highest);
+[[nodiscard]] const boost::json::array& array(const Value& json);
+[[nodiscard]] const boost::json::object& object(const Value& json);
+[[nodiscard]] std::string string(const Value& json);
+[[nodiscard]] double number(const Value& json);
+[[nodiscard]] bool boolean(const Value& json);
+[[nodiscard]] Date date(const Value& json);
+
+/// The unqualified name of a record, for error messages.
+[[nodiscard]] std::string recordName(const char* mangled);
+
+} // namespace Detail
+
+template <class T>
+[[nodiscard]] Value encode(const T& source);
+
+template <class T>
+[[nodiscard]] T decode(const Value& json);
+
+/// decode() for a value inside another one: errors leave out the record's own name. For decodeJSON functions.
+template <class T>
+[[nodiscard]] T decodeNested(const Value& json);
+
+template <class T>
+[[nodiscard]] std::string write(const T& source) {
+    return serialise(encode(source));
+}
+
+template <class T>
+[[nodiscard]] T read(std::string_view text) {
+    return decode<T>(parse(text));
+}
+
+} // namespace Korvane::KRJSON
+
+#include "KorvaneCore/json/KRJSONRecords.hpp"

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "KorvaneCore/widget/WidgetSnapshot.hpp"
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+/// The widget folder of the shared container. Any process may read while one publishes: files are replaced
+/// whole, so a reader sees the old or the new one, and no lock is taken. Callable from any thread.
+namespace Korvane::WidgetStore {
+
+inline constexpr std::size_t maxPins = 8;
+inline constexpr std::size_t maxSnapshotSize = std::size_t{1} << 20;  ///< bytes of JSON
+inline constexpr std::size_t maxThumbnailSize = std::size_t{8} << 20; ///< bytes of JPEG
+
+/// The user's choice to show "Content hidden" instead of names and photos; off by default.
+[[nodiscard]] bool hideContent();
+void setHideContent(bool hide);
+
+/// Where the snapshot is or will be. Creates nothing; likewise thumbnailURL and load.
+[[nodiscard]] std::filesystem::path snapshotURL();
+
+/// The photo's thumbnail: always a place in the widget folder itself, whatever the name says.
+[[nodiscard]] std::filesystem::path thumbnailURL(const WidgetSnapshot::Photo& photo);
+
+/// The published snapshot; none when it is missing, larger than maxSnapshotSize, or no snapshot.
+[[nodiscard]] std::optional<WidgetSnapshot> load();
+
+/// Publishes a snapshot: the thumbnail (a JPEG, when the snapshot has a photo) under its `thumbnailFile`
+/// first, then the snapshot, so a new snapshot never names a file that is not there; then removes thumbnails
+/// no longer named. Throws std::invalid_argument, before anything is written, when the snapshot has more than
+/// maxPins pins, a photo without thumbnail or the reverse, a thumbnail name that is no plain file name, or
+/// too large content; FileError when the container cannot be written.
+void save(const WidgetSnapshot& snapshot, std::optional<std::string_view> thumbnail);
+
+/// Removes the snapshot and then every thumbnail, as after signing out. Throws FileError.
+void clear();
+
+} // namespace Korvane::WidgetStore
