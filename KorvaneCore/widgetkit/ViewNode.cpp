@@ -105,7 +105,8 @@ boost::json::value encodeJSON(const ViewNode& node) {
     boost::json::object object{{"view", viewNames.at(node.view.index())}};
     std::visit(
         [&](const auto& view) {
-            for (auto& [key, value] : KRJSON::encode(view).as_object())
+            auto fields = KRJSON::encode(view);
+            for (auto& [key, value] : fields.as_object())
                 object.emplace(key, std::move(value));
         },
         node.view);
