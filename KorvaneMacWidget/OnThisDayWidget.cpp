@@ -16,7 +16,7 @@ std::string caption(std::int64_t yearsAgo) {
 
 ViewNode photoView(const std::string& file, std::int64_t yearsAgo) {
     const ViewNode photo{PrivacySensitiveView{{{ImageView{file}}}}};
-    const TextView text{caption(yearsAgo), FontRole::caption, true, ForegroundStyle::white};
+    const TextView text{caption(yearsAgo), FontRole::caption, true, ForegroundStyle::white, false};
     const BackingView backing{backingOpacity, {{text}}};
     return {StackView{Axis::depth, Alignment::bottomLeading, 0, true, {photo, {backing}}}};
 }

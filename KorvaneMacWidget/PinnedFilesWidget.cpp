@@ -18,13 +18,13 @@ std::size_t rowLimit(WidgetFamily family) {
 
 ViewNode header() {
     const SymbolView icon{"pin.fill", FontRole::caption, ForegroundStyle::primary, std::nullopt};
-    const TextView title{"Pinned", FontRole::caption, true, ForegroundStyle::primary};
+    const TextView title{"Pinned", FontRole::caption, true, ForegroundStyle::primary, false};
     return {StackView{Axis::horizontal, Alignment::center, spacing, false, {{icon}, {title}}}};
 }
 
 ViewNode row(const WidgetSnapshot::Pin& pin) {
     const SymbolView icon{std::string(symbol(pin)), FontRole::footnote, ForegroundStyle::primary, iconWidth};
-    const TextView name{pin.name, FontRole::footnote, false, ForegroundStyle::primary};
+    const TextView name{pin.name, FontRole::footnote, false, ForegroundStyle::primary, false};
     const StackView line{Axis::horizontal, Alignment::center, spacing, false, {{icon}, {name}}};
     const LinkView link{WidgetViews::openURL(pin.id), {{line}}};
     return {PrivacySensitiveView{{{link}}}};

@@ -7,7 +7,7 @@ namespace Korvane::WidgetViews {
 ViewNode message(std::string_view symbol, std::string_view text) {
     constexpr double spacing = 6;
     const SymbolView picture{std::string(symbol), FontRole::title, ForegroundStyle::secondary, std::nullopt};
-    const TextView line{std::string(text), FontRole::caption, false, ForegroundStyle::secondary};
+    const TextView line{std::string(text), FontRole::caption, false, ForegroundStyle::secondary, true};
     return {StackView{Axis::vertical, Alignment::center, spacing, false, {{picture}, {line}}}};
 }
 

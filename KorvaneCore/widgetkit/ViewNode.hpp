@@ -29,15 +29,17 @@ BOOST_DESCRIBE_ENUM(Axis, vertical, horizontal, depth)
 
 struct ViewNode;
 
-/// One line of text, cut with an ellipsis where it does not fit.
+/// One line of text, cut with an ellipsis where it does not fit; or, when it wraps, as many centred lines as
+/// needed.
 struct TextView {
     std::string text;
     FontRole font = FontRole::caption;
     bool bold = false;
     ForegroundStyle style = ForegroundStyle::primary;
+    bool wraps = false;
     bool operator==(const TextView&) const = default;
 };
-BOOST_DESCRIBE_STRUCT(TextView, (), (text, font, bold, style))
+BOOST_DESCRIBE_STRUCT(TextView, (), (text, font, bold, style, wraps))
 
 /// A monochrome pictogram of the text's height, centred in `width` when one is given.
 struct SymbolView {

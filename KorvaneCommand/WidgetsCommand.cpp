@@ -1,0 +1,84 @@
+#include "KorvaneCommand/WidgetsCommand.hpp"
+
+#include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/LocalSnapshot.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/widget/WidgetStore.hpp"
+
+#include <cstdio>
+#include <memory>
+
+namespace Korvane {
+
+namespace {
+
+struct PublishRequest {
+    LocalSnapshotSources sources;
+    bool hide = false;
+    bool show = false;
+    bool clear = false;
+    bool json = false;
+};
+
+void report(const WidgetSnapshot& snapshot, bool json) {
+    if (json)
+        std::puts(KRJSON::write(snapshot).c_str());
+    else if (snapshot.contentHidden)
+        std::puts("Published: content hidden.");
+    else
+        std::printf("Published: %zu pinned, %s.\n", snapshot.pins.size(),
+                    snapshot.onThisDay ? "a photo for today" : "no photo");
+}
+
+int publish(const PublishRequest& request) {
+    if (request.sources.pins.size() > WidgetStore::maxPins) {
+        std::fprintf(stderr, "korvane: at most %zu items can be pinned.\n", WidgetStore::maxPins);
+        return ExitCode::usage;
+    }
+    if (request.clear) {
+        WidgetStore::clear();
+        std::puts(request.json ? "null" : "Cleared: the widgets ask to sign in.");
+        return ExitCode::done;
+    }
+    // Composed before anything changes, so a source that cannot be read leaves all as it was.
+    const auto composed = composeLocalSnapshot(request.sources, std::chrono::system_clock::now());
+    if (request.hide)
+        WidgetStore::setHideContent(true);
+    if (request.show)
+        WidgetStore::setHideContent(false);
+    if (WidgetStore::hideContent()) {
+        WidgetStore::save(WidgetSnapshot::hidden, std::nullopt);
+        if (!request.hide)
+            std::fputs("korvane: widget content is hidden; --show shows it again.\n", stderr);
+        report(WidgetSnapshot::hidden, request.json);
+        return ExitCode::done;
+    }
+    WidgetStore::save(composed.snapshot, composed.thumbnail);
+    report(composed.snapshot, request.json);
+    return ExitCode::done;
+}
+
+} // namespace
+
+void addWidgetsCommand(CLI::App& app, int& status) {
+    auto* widgets = app.add_subcommand("widgets", "What the desktop widgets show");
+    widgets->require_subcommand(1);
+    auto* command = widgets->add_subcommand("publish", "Publish files of this computer to the widgets");
+    const auto request = std::make_shared<PublishRequest>();
+    command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8");
+    auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"");
+    command
+        ->add_option("--years", request->sources.yearsAgo,
+                     "Years since the picture (default: by its file's date)")
+        ->check(CLI::Range(1, 200))
+        ->needs(photo);
+    auto* hide = command->add_flag("--hide", request->hide, "Hide names and photos from now on");
+    auto* show = command->add_flag("--show", request->show, "Show them again")->excludes(hide);
+    command->add_flag("--clear", request->clear, "Publish nothing, as when signed out")
+        ->excludes(hide)
+        ->excludes(show);
+    command->add_flag("--json", request->json, "Print the published snapshot as JSON");
+    command->callback([request, &status] { status = publish(*request); });
+}
+
+} // namespace Korvane

@@ -1,0 +1,35 @@
+#include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/WidgetsCommand.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+namespace {
+
+using namespace Korvane;
+
+int run(int argc, char** argv) {
+    CLI::App app("Korvane: end-to-end-encrypted file storage.\nExit codes: 0 done, 1 failed, 2 wrong usage.",
+                 "korvane");
+    app.require_subcommand(1);
+    int status = ExitCode::done;
+    addWidgetsCommand(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? ExitCode::done : ExitCode::usage;
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "korvane: %s\n", error.what());
+        return ExitCode::failed;
+    }
+}

@@ -1,0 +1,80 @@
+#include "KorvaneWidgetHost/WidgetCard.hpp"
+
+#include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneWidgetHost/OpenLink.hpp"
+#include "KorvaneWidgetHost/WidgetExtension.hpp"
+
+#include <fmt/ranges.h>
+
+namespace Korvane {
+
+namespace {
+
+constexpr std::chrono::minutes retryInterval{1};
+
+void setAccessibleLabel(Gtk::Widget& widget, const std::string& label) {
+    gtk_accessible_update_property(GTK_ACCESSIBLE(widget.gobj()), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                   label.c_str(), -1);
+}
+
+} // namespace
+
+WidgetCard::WidgetCard(std::string kind, std::string family, CardOptions options)
+    : kind_(std::move(kind)), family_(std::move(family)), options_(options) {
+    drawing_.set_draw_func([this](const Cairo::RefPtr<Cairo::Context>& context, int, int) {
+        if (timeline_)
+            paintCard(context->cobj(), *timeline_, timeline_->entries.front(), options_);
+    });
+    set_child(drawing_);
+    add_overlay(links_);
+}
+
+void WidgetCard::reload() {
+    try {
+        timeline_ = WidgetExtension::timeline(kind_, family_);
+        reloadAt_ = timeline_->reloadAfter;
+    } catch (const WidgetExtensionError& error) {
+        Log::error("widget-host", error.what());
+        reloadAt_ = std::chrono::system_clock::now() + retryInterval;
+        return;
+    }
+    const auto size = CardStyle::cardSize(timeline_->family);
+    drawing_.set_content_width(static_cast<int>(size.width));
+    drawing_.set_content_height(static_cast<int>(size.height));
+    replaceLinks();
+    drawing_.queue_draw();
+}
+
+void WidgetCard::reloadWhenDue(std::chrono::system_clock::time_point now) {
+    if (reloadAt_ && now >= *reloadAt_)
+        reload();
+}
+
+void WidgetCard::replaceLinks() {
+    for (auto* button : buttons_)
+        links_.remove(*button);
+    buttons_.clear();
+
+    const auto& entry = timeline_->entries.front();
+    const auto texts = accessibleTexts(visibleView(entry, options_));
+    setAccessibleLabel(drawing_, fmt::format("{}: {}", timeline_->displayName, fmt::join(texts, ", ")));
+
+    // Where the links are is known once the card is laid out; this drawing is kept nowhere.
+    const auto recording = Cairo::RecordingSurface::create();
+    const auto context = Cairo::Context::create(recording);
+    for (const auto& region : paintCard(context->cobj(), *timeline_, entry, options_))
+        addLink(region);
+}
+
+void WidgetCard::addLink(const LinkRegion& region) {
+    auto* button = Gtk::make_managed<Gtk::Button>();
+    button->add_css_class("korvane-link");
+    button->set_size_request(static_cast<int>(region.area.width), static_cast<int>(region.area.height));
+    button->set_cursor("pointer");
+    setAccessibleLabel(*button, fmt::format("Open {}", fmt::join(region.texts, ", ")));
+    button->signal_clicked().connect([url = region.url] { openLink(url); });
+    links_.put(*button, region.area.x, region.area.y);
+    buttons_.push_back(button);
+}
+
+} // namespace Korvane
