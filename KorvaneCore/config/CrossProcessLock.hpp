@@ -19,6 +19,8 @@ public:
     static asio::awaitable<CrossProcessLock> acquire(std::string name, std::chrono::nanoseconds timeout,
                                                      std::shared_ptr<Clock> clock = systemClock());
 
+    /// No lock: fd() is -1.
+    CrossProcessLock() noexcept = default;
     CrossProcessLock(CrossProcessLock&& other) noexcept;
     CrossProcessLock& operator=(CrossProcessLock&& other) noexcept;
     CrossProcessLock(const CrossProcessLock&) = delete;
