@@ -10,7 +10,7 @@ namespace Korvane::LocalCalendar {
 namespace {
 
 // Clocks have never moved twice over midnight within this long, and no calendar has skipped two days running.
-constexpr std::time_t step = 15 * 60;
+constexpr std::time_t step = std::time_t{15} * 60;
 constexpr std::time_t searchLimit = std::time_t{3} * 24 * 60 * 60;
 
 std::optional<std::tm> localTime(std::time_t instant) {

@@ -37,7 +37,7 @@ std::optional<std::filesystem::path> applicationSupport() {
     if (found == nullptr || *found->pw_dir != '/')
         return std::nullopt;
 
-    std::filesystem::path home(found->pw_dir);
+    const std::filesystem::path home(found->pw_dir);
     std::error_code ignored;
     if (!std::filesystem::is_directory(home, ignored))
         return std::nullopt;

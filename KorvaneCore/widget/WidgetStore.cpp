@@ -92,7 +92,7 @@ void save(const WidgetSnapshot& snapshot, std::optional<std::string_view> thumbn
         throw std::invalid_argument("the snapshot is too large");
 
     const auto folder = SharedContainer::directory(folderName);
-    if (thumbnail)
+    if (thumbnail && snapshot.onThisDay)
         replaceFile(thumbnailURL(*snapshot.onThisDay), *thumbnail);
     replaceFile(folder / snapshotName, json);
     removeThumbnails(folder, snapshot.onThisDay ? snapshot.onThisDay->thumbnailFile : std::string());
