@@ -76,7 +76,9 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const WidgetExtensionError& error) {
-        std::fprintf(stderr, "korvane-widget-host: %s\n", error.what());
+        // Where the extension refused a kind or family, it has said so itself.
+        if (error.exitCode() != usageError)
+            std::fprintf(stderr, "korvane-widget-host: %s\n", error.what());
         return error.exitCode();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "korvane-widget-host: %s\n", error.what());

@@ -42,6 +42,7 @@ void publish() {
 /// Runs the program to its end, output discarded; its peak resident memory in KiB, or a negative number.
 long run(const std::vector<std::string>& arguments) {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const auto& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

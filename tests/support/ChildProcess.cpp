@@ -34,6 +34,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments) {
     auto [childInput, input] = makePipe();
     auto [output, childOutput] = makePipe();
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const auto& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
