@@ -31,18 +31,11 @@ WidgetCard::WidgetCard(std::string kind, std::string family, CardOptions options
 
 void WidgetCard::reload() {
     try {
-        timeline_ = WidgetExtension::timeline(kind_, family_);
-        reloadAt_ = timeline_->reloadAfter;
+        show(WidgetExtension::timeline(kind_, family_));
     } catch (const WidgetExtensionError& error) {
         Log::error("widget-host", error.what());
         reloadAt_ = std::chrono::system_clock::now() + retryInterval;
-        return;
     }
-    const auto size = CardStyle::cardSize(timeline_->family);
-    drawing_.set_content_width(static_cast<int>(size.width));
-    drawing_.set_content_height(static_cast<int>(size.height));
-    replaceLinks();
-    drawing_.queue_draw();
 }
 
 void WidgetCard::reloadWhenDue(std::chrono::system_clock::time_point now) {
@@ -50,19 +43,29 @@ void WidgetCard::reloadWhenDue(std::chrono::system_clock::time_point now) {
         reload();
 }
 
-void WidgetCard::replaceLinks() {
+void WidgetCard::show(WidgetTimeline timeline) {
+    const auto size = CardStyle::cardSize(timeline.family);
+    drawing_.set_content_width(static_cast<int>(size.width));
+    drawing_.set_content_height(static_cast<int>(size.height));
+    replaceLinks(timeline);
+    drawing_.queue_draw();
+    reloadAt_ = timeline.reloadAfter;
+    timeline_ = std::move(timeline);
+}
+
+void WidgetCard::replaceLinks(const WidgetTimeline& timeline) {
     for (auto* button : buttons_)
         links_.remove(*button);
     buttons_.clear();
 
-    const auto& entry = timeline_->entries.front();
+    const auto& entry = timeline.entries.front();
     const auto texts = accessibleTexts(visibleView(entry, options_));
-    setAccessibleLabel(drawing_, fmt::format("{}: {}", timeline_->displayName, fmt::join(texts, ", ")));
+    setAccessibleLabel(drawing_, fmt::format("{}: {}", timeline.displayName, fmt::join(texts, ", ")));
 
     // Where the links are is known once the card is laid out; this drawing is kept nowhere.
     const auto recording = Cairo::RecordingSurface::create();
     const auto context = Cairo::Context::create(recording);
-    for (const auto& region : paintCard(context->cobj(), *timeline_, entry, options_))
+    for (const auto& region : paintCard(context->cobj(), timeline, entry, options_))
         addLink(region);
 }
 

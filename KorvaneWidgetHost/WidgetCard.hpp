@@ -22,7 +22,8 @@ public:
     void reloadWhenDue(std::chrono::system_clock::time_point now);
 
 private:
-    void replaceLinks();
+    void show(WidgetTimeline timeline);
+    void replaceLinks(const WidgetTimeline& timeline);
     void addLink(const LinkRegion& region);
 
     const std::string kind_;

@@ -23,7 +23,7 @@ void holdLock(const std::string& name) {
     const auto file = SharedContainer::directory("locks") / (name + ".lock");
     const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     const bool held = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    std::cout << (held ? "held" : "busy") << std::endl;
+    std::cout << (held ? "held" : "busy") << '\n' << std::flush;
     waitForEndOfInput();
 }
 
@@ -31,7 +31,7 @@ void setDefaults(const std::string& prefix, int count) {
     const auto store = SharedDefaults::store();
     for (int i = 0; i < count; ++i)
         store.set(PropertyList{std::int64_t{i}}, prefix + std::to_string(i));
-    std::cout << "done" << std::endl;
+    std::cout << "done" << '\n' << std::flush;
 }
 
 } // namespace

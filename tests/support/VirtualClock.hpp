@@ -33,7 +33,7 @@ private:
 
     mutable Mutex mutex_;
     Time now_ KR_GUARDED_BY(mutex_) = Time(std::chrono::seconds(1'800'000'000));
-    Instant monotonic_ KR_GUARDED_BY(mutex_){};
+    Instant monotonic_ KR_GUARDED_BY(mutex_);
     std::vector<std::shared_ptr<Sleeper>> sleepers_ KR_GUARDED_BY(mutex_);
 };
 
