@@ -46,15 +46,11 @@ int publish(const PublishRequest& request) {
         WidgetStore::setHideContent(true);
     if (request.show)
         WidgetStore::setHideContent(false);
-    if (WidgetStore::hideContent()) {
-        WidgetStore::save(WidgetSnapshot::hidden, std::nullopt);
-        if (!request.hide)
-            std::fputs("korvane: widget content is hidden; --show shows it again.\n", stderr);
-        report(WidgetSnapshot::hidden, request.json);
-        return ExitCode::done;
-    }
-    WidgetStore::save(composed.snapshot, composed.thumbnail);
-    report(composed.snapshot, request.json);
+    const auto wanted = request.hide ? LocalSnapshot{WidgetSnapshot::hidden, std::nullopt} : composed;
+    const auto published = WidgetStore::save(wanted.snapshot, wanted.thumbnail);
+    if (published.contentHidden && !request.hide)
+        std::fputs("korvane: widget content is hidden; --show shows it again.\n", stderr);
+    report(published, request.json);
     return ExitCode::done;
 }
 
@@ -65,7 +61,8 @@ void addWidgetsCommand(CLI::App& app, int& status) {
     widgets->require_subcommand(1);
     auto* command = widgets->add_subcommand("publish", "Publish files of this computer to the widgets");
     const auto request = std::make_shared<PublishRequest>();
-    command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8");
+    auto* pin =
+        command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8");
     auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"");
     command
         ->add_option("--years", request->sources.yearsAgo,
@@ -76,7 +73,9 @@ void addWidgetsCommand(CLI::App& app, int& status) {
     auto* show = command->add_flag("--show", request->show, "Show them again")->excludes(hide);
     command->add_flag("--clear", request->clear, "Publish nothing, as when signed out")
         ->excludes(hide)
-        ->excludes(show);
+        ->excludes(show)
+        ->excludes(pin)
+        ->excludes(photo);
     command->add_flag("--json", request->json, "Print the published snapshot as JSON");
     command->callback([request, &status] { status = publish(*request); });
 }

@@ -1,5 +1,6 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
+#include "KorvaneCore/platform/StandardOutput.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -27,7 +28,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return run(argc, argv);
+        return exitStatus("korvane", run(argc, argv));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "korvane: %s\n", error.what());
         return ExitCode::failed;

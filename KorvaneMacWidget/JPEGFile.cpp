@@ -34,7 +34,7 @@ bool hasSize(std::string_view frame) {
 } // namespace
 
 bool isJPEG(std::string_view bytes) noexcept {
-    if (!bytes.starts_with(startOfImage) || !bytes.ends_with(endOfImage))
+    if (!bytes.starts_with(startOfImage))
         return false;
     bytes.remove_prefix(startOfImage.size());
     bool sized = false;
@@ -45,7 +45,7 @@ bool isJPEG(std::string_view bytes) noexcept {
             continue;
         }
         if (marker == startOfScan)
-            return sized;
+            return sized && bytes.find(endOfImage) != std::string_view::npos;
         const std::size_t length = numberAt(bytes, 2); // counts its own two bytes
         if (length < 2 || bytes.size() < 2 + length)
             return false;
@@ -58,7 +58,7 @@ bool isJPEG(std::string_view bytes) noexcept {
 
 bool isJPEGFile(const std::filesystem::path& file, std::size_t maxSize) noexcept {
     try {
-        return isJPEG(readFile(file, maxSize));
+        return !std::filesystem::is_symlink(file) && isJPEG(readFile(file, maxSize));
     } catch (const std::exception& error) {
         Log::info("widget", error.what());
         return false;

@@ -1,4 +1,5 @@
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/StandardOutput.hpp"
 #include "KorvaneMacWidget/KorvaneWidgets.hpp"
 
 #include <CLI/CLI.hpp>
@@ -74,7 +75,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return run(argc, argv);
+        return exitStatus("korvane-widget", run(argc, argv));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "korvane-widget: %s\n", error.what());
         return 1;

@@ -11,6 +11,9 @@ namespace Korvane {
 
 namespace {
 
+// Far more than any card shows; a header may claim gigabytes.
+constexpr std::int64_t maxPixels = 40'000'000;
+
 struct Unref {
     void operator()(gpointer object) const { g_object_unref(object); }
 };
@@ -24,6 +27,13 @@ std::uint32_t opaquePixel(const guchar* channels) {
 } // namespace
 
 CairoSurface loadPicture(const std::string& file) {
+    int storedWidth = 0;
+    int storedHeight = 0;
+    const bool known = gdk_pixbuf_get_file_info(file.c_str(), &storedWidth, &storedHeight) != nullptr;
+    if (!known || std::int64_t{storedWidth} * storedHeight > maxPixels) {
+        Log::warning("widget-host", "cannot draw the picture: no picture, or too large a one");
+        return nullptr;
+    }
     GError* error = nullptr;
     const std::unique_ptr<GdkPixbuf, Unref> picture(gdk_pixbuf_new_from_file(file.c_str(), &error));
     if (!picture) {

@@ -25,6 +25,7 @@ WidgetCard::WidgetCard(std::string kind, std::string family, CardOptions options
         if (timeline_)
             paintCard(context->cobj(), *timeline_, timeline_->entries.front(), options_);
     });
+    g_object_set(drawing_.gobj(), "accessible-role", GTK_ACCESSIBLE_ROLE_IMG, nullptr);
     set_child(drawing_);
     add_overlay(links_);
 }
@@ -74,7 +75,8 @@ void WidgetCard::addLink(const LinkRegion& region) {
     button->add_css_class("korvane-link");
     button->set_size_request(static_cast<int>(region.area.width), static_cast<int>(region.area.height));
     button->set_cursor("pointer");
-    setAccessibleLabel(*button, fmt::format("Open {}", fmt::join(region.texts, ", ")));
+    setAccessibleLabel(*button, region.texts.empty() ? std::string("Open item")
+                                                     : fmt::format("Open {}", fmt::join(region.texts, ", ")));
     button->signal_clicked().connect([url = region.url] { openLink(url); });
     links_.put(*button, region.area.x, region.area.y);
     buttons_.push_back(button);

@@ -4,7 +4,6 @@
 #include "KorvaneCore/platform/Bundle.hpp"
 
 #include <glib.h>
-#include <sys/wait.h>
 
 #include <array>
 #include <cstdlib>
@@ -40,9 +39,11 @@ std::string output(const std::string& request, const std::string& kind, const st
             "The widget extension could not be started: " + std::string(owned->message), 1);
     }
     const std::unique_ptr<gchar, decltype(&g_free)> owned(printed, &g_free);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+    GError* failure = nullptr;
+    if (g_spawn_check_wait_status(status, &failure) != FALSE)
         return printed;
-    const bool refused = WIFEXITED(status) && WEXITSTATUS(status) == usageError;
+    const bool refused = failure->domain == G_SPAWN_EXIT_ERROR && failure->code == usageError;
+    g_error_free(failure);
     throw WidgetExtensionError(refused ? "The widget extension refused the request."
                                        : "The widget extension failed.",
                                refused ? usageError : 1);

@@ -6,12 +6,14 @@
 #include <gtkmm.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace Korvane {
 
 namespace {
 
 constexpr int spacing = 20;
+constexpr unsigned int settleInterval = 50; // ms
 // Reload dates are wall-clock times, and the wall clock may jump or the machine sleep.
 constexpr unsigned int dueCheckInterval = 20'000; // ms
 
@@ -31,8 +33,8 @@ public:
         column_.append(pinned_);
         column_.append(onThisDay_);
         set_child(column_);
-        reload();
         followSnapshot();
+        reload();
         Glib::signal_timeout().connect(
             [this] {
                 pinned_.reloadWhenDue(std::chrono::system_clock::now());
@@ -51,14 +53,23 @@ private:
     void followSnapshot() {
         const auto file = Gio::File::create_for_path(WidgetStore::snapshotURL().string());
         monitor_ = file->monitor_file(Gio::FileMonitorFlags::WATCH_MOVES);
-        monitor_->signal_changed().connect(
-            [this](const auto&, const auto&, Gio::FileMonitor::Event) { reload(); });
+        monitor_->signal_changed().connect([this](const auto&, const auto&, Gio::FileMonitor::Event) {
+            // One publication makes several events; the last of them reloads.
+            settled_.disconnect();
+            settled_ = Glib::signal_timeout().connect(
+                [this] {
+                    reload();
+                    return false;
+                },
+                settleInterval);
+        });
     }
 
     Gtk::Box column_{Gtk::Orientation::VERTICAL, spacing};
     WidgetCard pinned_;
     WidgetCard onThisDay_;
     Glib::RefPtr<Gio::FileMonitor> monitor_;
+    sigc::connection settled_;
 };
 
 void loadStyle() {
@@ -71,11 +82,14 @@ void loadStyle() {
 } // namespace
 
 int showWidgetWindow(const CardOptions& options) {
+    // The cards are drawn by Cairo; a GL renderer would add memory and a shader cache on the disk.
+    ::setenv("GSK_RENDERER", "cairo", 0);
     if (gtk_init_check() == FALSE) {
         std::fputs("korvane-widget-host: there is no display to open a window on.\n", stderr);
         return 1;
     }
-    const auto application = Gtk::Application::create("app.korvane.widgethost");
+    const auto application =
+        Gtk::Application::create("app.korvane.widgethost", Gio::Application::Flags::NON_UNIQUE);
     application->signal_startup().connect([&] {
         loadStyle();
         Gtk::Settings::get_default()->property_gtk_application_prefer_dark_theme() = options.dark;

@@ -1,9 +1,11 @@
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/StandardOutput.hpp"
 #include "KorvaneWidgetHost/CardImage.hpp"
 #include "KorvaneWidgetHost/WidgetExtension.hpp"
 #include "KorvaneWidgetHost/WidgetWindow.hpp"
 
 #include <CLI/CLI.hpp>
+#include <sys/stat.h>
 
 #include <cstdio>
 
@@ -12,7 +14,13 @@ namespace {
 using namespace Korvane;
 
 constexpr int usageError = 2;
-constexpr mode_t pictureMode = 0644;
+
+/// What any new file of this user gets. Asked while there is one thread.
+mode_t newFileMode() {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
 
 struct RenderRequest {
     std::string kind;
@@ -30,7 +38,7 @@ int render(const RenderRequest& request, const CardOptions& options) {
     const auto timeline = WidgetExtension::timeline(request.kind, request.family);
     const auto picture = extension == ".png" ? cardPNG(timeline, options, request.scale)
                                              : cardSVG(timeline, options, request.scale);
-    replaceFile(request.output, picture, pictureMode);
+    replaceFile(request.output, picture, newFileMode());
     return 0;
 }
 
@@ -74,7 +82,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return run(argc, argv);
+        return exitStatus("korvane-widget-host", run(argc, argv));
     } catch (const WidgetExtensionError& error) {
         // Where the extension refused a kind or family, it has said so itself.
         if (error.exitCode() != usageError)

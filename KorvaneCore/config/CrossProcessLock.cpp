@@ -4,11 +4,7 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
-#include <utility>
+#include <stdexcept>
 
 namespace Korvane {
 
@@ -16,14 +12,15 @@ namespace {
 
 constexpr std::chrono::nanoseconds retryInterval{100'000'000};
 
-/// Opened or created; -1 when that is impossible.
-int openLockFile(const std::string& name) {
+FileLock openLockFile(const std::string& name) {
+    if (name.empty() || name.find('/') != std::string::npos)
+        throw std::invalid_argument("not a lock name: " + name);
     try {
-        const auto path = SharedContainer::directory("locks") / (name + ".lock");
-        return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        return FileLock(SharedContainer::directory("locks") / (name + ".lock"));
     } catch (const FileError& error) {
+        // Callers go on unlocked.
         Log::warning("lock", error.what());
-        return -1;
+        return {};
     }
 }
 
@@ -32,34 +29,17 @@ int openLockFile(const std::string& name) {
 asio::awaitable<CrossProcessLock>
 CrossProcessLock::acquire(std::string name, std::chrono::nanoseconds timeout, std::shared_ptr<Clock> clock) {
     CrossProcessLock lock(openLockFile(name));
-    if (lock.fd_ < 0)
+    if (lock.fd() < 0)
         co_return lock;
 
-    const auto deadline = clock->monotonic() + timeout;
-    while (!lock.tryLock() && clock->monotonic() <= deadline)
+    const auto start = clock->monotonic();
+    while (!(lock.held_ = lock.file_.tryLock()) && clock->monotonic() - start <= timeout)
         co_await clock->sleep(retryInterval);
     co_return lock;
 }
 
-CrossProcessLock::CrossProcessLock(CrossProcessLock&& other) noexcept
-    : fd_(std::exchange(other.fd_, -1)), held_(std::exchange(other.held_, false)) {}
-
-CrossProcessLock& CrossProcessLock::operator=(CrossProcessLock&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    std::swap(held_, other.held_);
-    return *this;
-}
-
-bool CrossProcessLock::tryLock() noexcept {
-    held_ = ::flock(fd_, LOCK_EX | LOCK_NB) == 0;
-    return held_;
-}
-
 void CrossProcessLock::release() noexcept {
-    if (fd_ < 0)
-        return;
-    ::flock(fd_, LOCK_UN);
-    ::close(std::exchange(fd_, -1));
+    file_.unlock();
     held_ = false;
 }
 

@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-/// What this device is called and how a list of devices shows it. Callable from any thread.
+/// What this device is called and how a list of devices shows it. Callable from any thread. What reads or
+/// writes the preferred name throws what the shared defaults throw.
 namespace Korvane::DeviceInfo {
 
 inline constexpr std::string_view displayNameKey = "deviceDisplayName";

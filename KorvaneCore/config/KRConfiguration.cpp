@@ -37,12 +37,19 @@ std::optional<PropertyList> asPropertyList(const std::optional<std::string>& tex
     return PropertyList{*text};
 }
 
+void append(KRConfiguration::URL& url, std::initializer_list<std::string_view> components) {
+    auto segments = url.segments();
+    if (!segments.empty() && segments.back().empty())
+        segments.pop_back(); // of a path that ends in "/"
+    for (const auto component : components)
+        segments.push_back(component);
+}
+
 std::optional<KRConfiguration::URL> link(KRConfiguration::URL url, std::string_view kind,
                                          std::string_view token, std::string_view fragment) {
     if (token.empty())
         return std::nullopt;
-    url.segments().push_back(kind);
-    url.segments().push_back(token);
+    append(url, {kind, token});
     url.set_fragment(fragment);
     return url;
 }
@@ -97,8 +104,7 @@ std::optional<KRConfiguration::URL> KRConfiguration::webSocketURL() const {
         return std::nullopt;
     URL url = apiBaseURL;
     url.set_scheme(asciiLowerCased(url.scheme()) == "https" ? "wss" : "ws");
-    url.segments().push_back("v1");
-    url.segments().push_back("sync");
+    append(url, {"v1", "sync"});
     return url;
 }
 

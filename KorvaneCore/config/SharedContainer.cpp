@@ -30,7 +30,7 @@ Override& redirection() {
 /// Age by modification date; an entry without one counts as infinitely old.
 bool isOlderThan(std::chrono::seconds age, const fs::directory_entry& entry) {
     const auto modified = modificationDate(entry.path());
-    return !modified || std::chrono::system_clock::now() - *modified > age;
+    return !modified || std::chrono::duration<double>(std::chrono::system_clock::now() - *modified) > age;
 }
 
 void removeLogged(const fs::path& path) {
@@ -52,10 +52,26 @@ std::vector<fs::directory_entry> entries(const fs::path& folder) {
     return found;
 }
 
-void removeExpiredFiles(const fs::path& folder, std::chrono::seconds age) {
-    for (const auto& entry : entries<fs::recursive_directory_iterator>(folder))
-        if (!fs::is_directory(entry.symlink_status()) && isOlderThan(age, entry))
+bool isFile(const fs::directory_entry& entry) {
+    return !fs::is_directory(entry.symlink_status());
+}
+
+template <class Iterator>
+void removeUnreferenced(const fs::path& folder, const std::set<std::string>& referenced,
+                        std::chrono::seconds age) {
+    for (const auto& entry : entries<Iterator>(folder)) {
+        const bool isReferenced = referenced.contains(entry.path().filename().string());
+        if (isFile(entry) && !isReferenced && isOlderThan(age, entry))
             removeLogged(entry.path());
+    }
+}
+
+/// Others may create names where temporary folders are; nobody else's folder will do.
+fs::path trusted(fs::path folder) {
+    std::error_code error;
+    if (fs::symlink_status(folder, error).type() != fs::file_type::not_found)
+        requirePrivateFolder(folder);
+    return folder;
 }
 
 } // namespace
@@ -81,16 +97,13 @@ fs::path location(std::string_view appGroup) {
     }
     if (const auto support = UserFolders::applicationSupport())
         return *support / "Korvane";
-    return UserFolders::temporary();
+    return trusted(UserFolders::temporary());
 }
 
 fs::path url(std::string_view appGroup) {
-    auto folder = location(appGroup);
-    createDirectories(folder);
-    // Others may create names in the temporary folder's parent; nobody else's folder will do.
-    if (folder == UserFolders::temporary())
-        requirePrivateFolder(folder);
-    return folder;
+    createDirectories(location(appGroup));
+    // Asked again once it is there: somebody else may have been quicker.
+    return location(appGroup);
 }
 
 fs::path directory(std::string_view name, std::string_view appGroup) {
@@ -134,15 +147,12 @@ void purgePlaintextTemp(std::chrono::seconds age) {
 }
 
 void purgeUnreferencedUploadSources(const std::set<std::string>& referenced, std::chrono::seconds graceAge) {
-    for (const auto& entry : entries<fs::directory_iterator>(directory("tmp-import")))
-        if (!referenced.contains(entry.path().filename().string()) && isOlderThan(graceAge, entry))
-            removeLogged(entry.path());
+    removeUnreferenced<fs::directory_iterator>(directory("tmp-import"), referenced, graceAge);
 
     const auto durable = durableUploadDirectories();
     for (const auto& entry : entries<fs::directory_iterator>(directory("uploads")))
-        if (fs::is_directory(entry.symlink_status()) &&
-            std::ranges::find(durable, entry.path()) == durable.end())
-            removeExpiredFiles(entry.path(), uploadSourceAge);
+        if (!isFile(entry) && std::ranges::find(durable, entry.path()) == durable.end())
+            removeUnreferenced<fs::recursive_directory_iterator>(entry.path(), referenced, uploadSourceAge);
 }
 
 } // namespace Korvane::SharedContainer

@@ -23,7 +23,8 @@ void setOverrideURL(std::optional<std::filesystem::path> url);
 /// of this user alone.
 [[nodiscard]] std::filesystem::path url(std::string_view appGroup = KRIdentifiers::appGroup);
 
-/// Where url() is or would be. Creates nothing, so readers leave no trace.
+/// Where url() is or would be. Creates nothing, so readers leave no trace. Throws FileError when a temporary
+/// folder stands there that is not this user's alone, and what reading the bundle throws.
 [[nodiscard]] std::filesystem::path location(std::string_view appGroup = KRIdentifiers::appGroup);
 
 /// The subfolder `name` of url(), created when missing.
@@ -43,11 +44,12 @@ void setOverrideURL(std::optional<std::filesystem::path> url);
 [[nodiscard]] std::array<std::filesystem::path, 2> durableUploadDirectories();
 
 /// Removes the decrypted temporary entries last modified more than `age` ago. One that cannot be removed is
-/// logged and left for the next time.
+/// logged and left for the next time; a folder that cannot be listed throws FileError.
 void purgePlaintextTemp(std::chrono::seconds age);
 
-/// Removes copies handed in for upload that are not in `referenced` (file names) and were last modified more
-/// than `graceAge` ago, and files older than 7 days in the subfolders of "uploads" that are not durable.
+/// Removes files that are not in `referenced` (file names): copies handed in for upload that were last
+/// modified more than `graceAge` ago, and those older than 7 days in the subfolders of "uploads" that are not
+/// durable.
 void purgeUnreferencedUploadSources(const std::set<std::string>& referenced, std::chrono::seconds graceAge);
 
 } // namespace Korvane::SharedContainer

@@ -53,4 +53,10 @@ void setTestOverride(std::shared_ptr<UserDefaults> defaults) {
     shared.testOverride = std::move(defaults);
 }
 
+std::shared_ptr<UserDefaults> testOverride() {
+    auto& shared = suites();
+    const MutexLock lock(shared.mutex);
+    return shared.testOverride;
+}
+
 } // namespace Korvane::SharedDefaults

@@ -61,10 +61,6 @@ void SharedDefaultsStore::set(const std::optional<PropertyList>& value, std::str
     defaults->set(keyPrefix + std::string(key), value);
 }
 
-void SharedDefaultsStore::set(bool value, std::string_view key) const {
-    set(PropertyList{value}, key);
-}
-
 void SharedDefaultsStore::removeObject(std::string_view key) const {
     set(std::nullopt, key);
 }

@@ -3,6 +3,7 @@
 #include "KorvaneCore/platform/PropertyList.hpp"
 #include "KorvaneCore/platform/UserDefaults.hpp"
 
+#include <concepts>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,7 +29,13 @@ struct SharedDefaultsStore {
 
     /// A missing value removes the key.
     void set(const std::optional<PropertyList>& value, std::string_view key) const;
-    void set(bool value, std::string_view key) const;
+
+    /// For bool alone: a string literal would turn into one.
+    template <std::same_as<bool> Bool>
+    void set(Bool value, std::string_view key) const {
+        set(PropertyList{value}, key);
+    }
+
     void removeObject(std::string_view key) const;
 };
 

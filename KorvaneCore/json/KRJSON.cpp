@@ -68,6 +68,11 @@ std::optional<std::chrono::minutes> takeOffset(std::string_view& text) {
     return west ? -offset : offset;
 }
 
+/// Whole years that a count of nanoseconds from 1970 in 64 bits can hold.
+bool isRepresentable(std::chrono::year year) {
+    return year > std::chrono::year(1677) && year < std::chrono::year(2262);
+}
+
 } // namespace
 
 Value parse(std::string_view text) {
@@ -115,7 +120,8 @@ std::optional<Date> parseDate(std::string_view text) {
     const auto offset = takeOffset(text);
     const year_month_day day(year(y), month(static_cast<unsigned>(mo)),
                              std::chrono::day(static_cast<unsigned>(d)));
-    if (!fraction || !offset || !text.empty() || !day.ok() || h > 23 || mi > 59 || s > 60)
+    if (!fraction || !offset || !text.empty() || !day.ok() || !isRepresentable(day.year()) || h > 23 ||
+        mi > 59 || s > 60)
         return std::nullopt;
     return sys_days(day) + hours(h) + minutes(mi) + seconds(s) + *fraction - *offset;
 }

@@ -36,7 +36,7 @@ using Date = std::chrono::system_clock::time_point;
 [[nodiscard]] std::string formatDate(Date date);
 
 /// Reads a date with or without a fraction of a second and with any offset from UTC; none when it does not
-/// parse.
+/// parse or lies outside the years 1678 to 2261.
 [[nodiscard]] std::optional<Date> parseDate(std::string_view text);
 
 namespace Detail {

@@ -25,6 +25,10 @@ using Pixbuf = std::unique_ptr<GdkPixbuf, Unref>;
 }
 
 Pixbuf loadAtMost(const std::filesystem::path& file, int maxSide) {
+    // Anything else might never end, or never begin.
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(file, ignored))
+        throw ThumbnailError("not a file");
     int width = 0;
     int height = 0;
     if (gdk_pixbuf_get_file_info(file.c_str(), &width, &height) == nullptr)
@@ -51,9 +55,7 @@ Pixbuf onWhite(GdkPixbuf* picture) {
     return opaque;
 }
 
-} // namespace
-
-std::string makeThumbnail(const std::filesystem::path& file, int maxSide) {
+std::string encodeThumbnail(const std::filesystem::path& file, int maxSide) {
     const auto stored = loadAtMost(file, maxSide);
     const Pixbuf upright(gdk_pixbuf_apply_embedded_orientation(stored.get()));
     if (!upright)
@@ -69,6 +71,16 @@ std::string makeThumbnail(const std::filesystem::path& file, int maxSide) {
         fail(error, "the thumbnail cannot be encoded");
     const std::unique_ptr<gchar, decltype(&g_free)> owned(bytes, &g_free);
     return {bytes, size};
+}
+
+} // namespace
+
+std::string makeThumbnail(const std::filesystem::path& file, int maxSide) {
+    try {
+        return encodeThumbnail(file, maxSide);
+    } catch (const ThumbnailError& error) {
+        throw ThumbnailError(file.string() + ": " + error.what());
+    }
 }
 
 } // namespace Korvane

@@ -28,7 +28,7 @@ std::string machineInfo(std::string_view name) {
 } // namespace
 
 std::string computerName() {
-    if (auto pretty = machineInfo("PRETTY_HOSTNAME"); !pretty.empty())
+    if (auto pretty = machineInfo("PRETTY_HOSTNAME"); pretty.find_first_not_of(" \t") != std::string::npos)
         return pretty;
     std::array<char, 256> buffer{};
     if (::gethostname(buffer.data(), buffer.size() - 1) != 0)

@@ -16,7 +16,10 @@ public:
     FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        std::swap(fd_, other.fd_);
+        if (this != &other) {
+            close();
+            fd_ = std::exchange(other.fd_, -1);
+        }
         return *this;
     }
 

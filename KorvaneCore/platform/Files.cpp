@@ -27,12 +27,6 @@ void writeAll(int fd, std::string_view bytes, const std::filesystem::path& path)
     }
 }
 
-void syncFolder(const std::filesystem::path& folder) {
-    const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.isOpen() || ::fsync(fd.get()) != 0)
-        fail("sync", folder);
-}
-
 /// A new file beside its later place, removed again unless it was renamed into it.
 class StagedFile {
 public:
@@ -113,10 +107,17 @@ std::string readFile(const std::filesystem::path& path, std::size_t maxBytes) {
 }
 
 void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode) {
+    // Opened first, so that nothing is replaced where the new name could not be made durable.
+    const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    const FileDescriptor folderFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folderFd.isOpen())
+        fail("open folder", folder);
+
     StagedFile staged(path, mode);
     staged.write(bytes);
     staged.renameTo(path);
-    syncFolder(path.has_parent_path() ? path.parent_path() : ".");
+    if (::fsync(folderFd.get()) != 0)
+        fail("sync", folder);
 }
 
 void createDirectories(const std::filesystem::path& folder) {

@@ -30,8 +30,9 @@ private:
 [[nodiscard]] std::string readFile(const std::filesystem::path& path, std::size_t maxBytes);
 
 /// Replaces `path` by a file with these bytes, created with `mode` from the first byte: a reader sees the old
-/// content or the new one whole. Content and name are on the disk on return. Throws FileError and leaves the
-/// old file as it was.
+/// content or the new one whole. Content and name are on the disk on return. A link is replaced, not
+/// followed. Throws FileError and leaves the old file as it was, unless the disk fails to make the new name
+/// durable.
 void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0600);
 
 /// Creates the folder and the missing ones above it, for the owner only (0700). One that exists is left as it

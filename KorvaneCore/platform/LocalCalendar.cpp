@@ -9,7 +9,7 @@ namespace Korvane::LocalCalendar {
 
 namespace {
 
-// Clocks have never moved twice over midnight within this long, and no calendar has skipped two days running.
+// Clocks change on quarters of an hour, and no calendar has skipped two days running.
 constexpr std::time_t step = std::time_t{15} * 60;
 constexpr std::time_t searchLimit = std::time_t{3} * 24 * 60 * 60;
 
@@ -47,12 +47,14 @@ std::optional<Time> nextStartOfDay(Time now) {
     if (!today)
         return std::nullopt;
 
-    for (std::time_t before = start; before < start + searchLimit; before += step) {
-        if (const auto day = dayOf(before + step); !day || *day <= *today)
+    std::time_t before = start;
+    for (std::time_t after = start - start % step + step; after < start + searchLimit;
+         before = after, after += step) {
+        if (const auto day = dayOf(after); !day || *day <= *today)
             continue;
-        // The day changes in (before, before + step]: halve down to the second.
+        // The day changes in (before, after]: halve down to the second.
         std::time_t earlier = before;
-        std::time_t later = before + step;
+        std::time_t later = after;
         while (later - earlier > 1) {
             const std::time_t middle = earlier + (later - earlier) / 2;
             (dayOf(middle) > today ? later : earlier) = middle;

@@ -13,7 +13,10 @@ namespace {
 
 spdlog::level::level_enum lowestLevel() {
     const char* name = std::getenv("KORVANE_LOG");
-    return name == nullptr ? spdlog::level::warn : spdlog::level::from_str(name);
+    const std::string_view wanted = name == nullptr ? "warning" : name;
+    const auto level = spdlog::level::from_str(std::string(wanted));
+    // An unknown name reads as "off", which only its own name may mean.
+    return level == spdlog::level::off && wanted != "off" ? spdlog::level::warn : level;
 }
 
 void write(spdlog::level::level_enum level, std::string_view category, std::string_view message) {

@@ -18,6 +18,8 @@ namespace Korvane {
 
 namespace {
 
+constexpr int retryInterval = 1000; // ms
+
 std::string checkedName(std::string_view name) {
     if (name.empty() || name == "." || name == ".." ||
         name.find_first_of(std::string_view("/\0", 2)) != name.npos)
@@ -60,14 +62,26 @@ private:
     void watchFolder() {
         createDirectories(folder_);
         constexpr std::uint32_t mask = IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-        if (::inotify_add_watch(events_.get(), folder_.c_str(), mask) < 0)
+        watch_ = ::inotify_add_watch(events_.get(), folder_.c_str(), mask);
+        if (watch_ < 0)
             fail("observe", folder_);
+    }
+
+    /// After the folder was lost; a failure is logged and tried again at the next turn of run().
+    void watchAgain() {
+        try {
+            watchFolder();
+            handler_(); // posts may have been missed meanwhile
+        } catch (const FileError& error) {
+            Log::error("notifications", error.what());
+        }
     }
 
     void run() {
         std::array<pollfd, 2> waiting{{{events_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}}};
         while (true) {
-            if (::poll(waiting.data(), waiting.size(), -1) < 0 && errno != EINTR) {
+            if (::poll(waiting.data(), waiting.size(), watch_ < 0 ? retryInterval : -1) < 0 &&
+                errno != EINTR) {
                 Log::error("notifications", "observing ended: poll failed");
                 return;
             }
@@ -75,6 +89,8 @@ private:
                 return;
             if (waiting[0].revents != 0 && posted())
                 handler_();
+            if (watch_ < 0)
+                watchAgain();
         }
     }
 
@@ -96,13 +112,11 @@ private:
     bool concerns(const inotify_event& event) {
         if ((event.mask & IN_CLOSE_WRITE) != 0)
             return event.len > 0 && name_ == event.name;
-        if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
-            try {
-                watchFolder();
-            } catch (const FileError& error) {
-                Log::error("notifications", error.what());
-            }
-            return true;
+        if (event.wd == watch_ && (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
+            // A folder moved away would go on telling of posts that are not ours.
+            if ((event.mask & IN_MOVE_SELF) != 0)
+                ::inotify_rm_watch(events_.get(), watch_);
+            watch_ = -1;
         }
         return (event.mask & IN_Q_OVERFLOW) != 0;
     }
@@ -112,6 +126,7 @@ private:
     const std::function<void()> handler_;
     FileDescriptor events_;
     FileDescriptor stop_;
+    int watch_ = -1; // while the folder is lost
     std::thread thread_;
 };
 

@@ -148,7 +148,8 @@ struct Builder {
 
 /// The library reads what it can of an XML text cut short; a setting lost that way would be lost for good.
 bool isWhole(std::string_view text) {
-    if (text.starts_with("bplist")) return true;
+    if (text.starts_with("bplist"))
+        return true;
     const auto end = text.find_last_not_of(" \t\r\n");
     return end != std::string_view::npos && text.substr(0, end + 1).ends_with("</plist>");
 }
@@ -158,7 +159,8 @@ bool isWhole(std::string_view text) {
 PropertyList parsePropertyList(std::string_view text) {
     if (text.size() > std::numeric_limits<std::uint32_t>::max())
         throw PropertyListError("property list is too large");
-    if (!isWhole(text)) throw PropertyListError("not a property list");
+    if (!isWhole(text))
+        throw PropertyListError("not a property list");
     plist_t root = nullptr;
     plist_from_memory(text.data(), static_cast<std::uint32_t>(text.size()), &root);
     if (root == nullptr)

@@ -1,10 +1,7 @@
 #include "KorvaneCore/platform/UserDefaults.hpp"
 
-#include "KorvaneCore/platform/FileDescriptor.hpp"
+#include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/Files.hpp"
-
-#include <fcntl.h>
-#include <sys/file.h>
 
 #include <cerrno>
 
@@ -19,17 +16,20 @@ bool sameVersion(const struct stat& a, const struct stat& b) {
            a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-/// Waits for the exclusive lock beside `file`; it ends with the descriptor.
-FileDescriptor lockForWriting(const std::filesystem::path& file) {
+FileLock lockForWriting(const std::filesystem::path& file) {
     createDirectories(file.parent_path());
-    const auto lockFile = file.string() + ".lock";
-    FileDescriptor fd(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!fd.isOpen())
-        throw FileError("open", lockFile, {errno, std::generic_category()});
-    while (::flock(fd.get(), LOCK_EX) != 0)
-        if (errno != EINTR)
-            throw FileError("lock", lockFile, {errno, std::generic_category()});
-    return fd;
+    FileLock lock(file.string() + ".lock");
+    lock.lock();
+    return lock;
+}
+
+/// The suite's text. What could not be read back is refused: it would lock every process out of the settings.
+std::string written(const PropertyList::Dictionary& suite) {
+    auto text = formatPropertyList({suite});
+    if (text.size() > maxFileSize)
+        throw PropertyListError("the settings would grow beyond 1 MiB");
+    (void)parsePropertyList(text);
+    return text;
 }
 
 PropertyList::Dictionary readSuite(const std::filesystem::path& file) {
@@ -53,7 +53,8 @@ std::optional<PropertyList> UserDefaults::object(std::string_view key) const {
 
 void UserDefaults::set(std::string_view key, const std::optional<PropertyList>& value) {
     const MutexLock lock(mutex_);
-    const FileDescriptor writers = lockForWriting(file_);
+    const FileLock writers = lockForWriting(file_);
+    version_ = {}; // read again whatever it says: a writer must start from what is there
     refresh();
 
     auto changed = values_;
@@ -61,7 +62,7 @@ void UserDefaults::set(std::string_view key, const std::optional<PropertyList>& 
         changed.insert_or_assign(std::string(key), *value);
     else if (changed.erase(std::string(key)) == 0)
         return;
-    replaceFile(file_, formatPropertyList({changed}));
+    replaceFile(file_, written(changed));
     refresh();
 }
 

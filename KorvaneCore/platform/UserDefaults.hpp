@@ -24,7 +24,8 @@ public:
     [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const KR_EXCLUDES(mutex_);
 
     /// Stores the value, or removes the key when there is none. On the disk on return. Waits for other
-    /// writers.
+    /// writers. A suite that would grow beyond 1 MiB, or hold what cannot be read back, is refused with
+    /// PropertyListError.
     void set(std::string_view key, const std::optional<PropertyList>& value) KR_EXCLUDES(mutex_);
 
     [[nodiscard]] const std::filesystem::path& file() const noexcept { return file_; }

@@ -94,7 +94,7 @@ BOOST_DESCRIBE_STRUCT(BackingView, (), (opacity, content))
 /// What redaction leaves of a text or symbol: a bar of its height that tells nothing of its content.
 struct RedactedView {
     FontRole font = FontRole::caption;
-    std::optional<double> width; ///< in points; none for as wide as the room allows
+    std::optional<double> width; ///< in points; none for a share of the room
     bool operator==(const RedactedView&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(RedactedView, (), (font, width))
@@ -124,7 +124,7 @@ inline bool BackingView::operator==(const BackingView&) const = default;
 /// The texts of the tree in reading order, for screen readers.
 [[nodiscard]] std::vector<std::string> accessibleTexts(const ViewNode& node);
 
-/// {"view": "text", …}: the fields of the view beside its kind.
+/// {"view": "text", …}: the fields of the view beside its kind. Decoding throws JSONError.
 [[nodiscard]] boost::json::value encodeJSON(const ViewNode& node);
 void decodeJSON(const boost::json::value& json, ViewNode& node);
 

@@ -88,6 +88,9 @@ TEST(KRConfiguration, DerivedURLsExtendTheirBases) {
     configuration.apiBaseURL = KRConfiguration::URL("HTTPS://example.org/base");
     EXPECT_EQ(text(configuration.webSocketURL()), "wss://example.org/base/v1/sync");
 
+    configuration.apiBaseURL = KRConfiguration::URL("https://example.org/base/");
+    EXPECT_EQ(text(configuration.webSocketURL()), "wss://example.org/base/v1/sync");
+
     configuration.webBaseURL = KRConfiguration::URL("https://example.org");
     EXPECT_EQ(text(configuration.shareURL("tok/en", "key-_1")), "https://example.org/s/tok%2Fen#key-_1");
     EXPECT_EQ(text(configuration.dropURL("t", "k.l")), "https://example.org/d/t#k.l");

@@ -40,6 +40,7 @@ TEST(LocalCalendar, TheNextDayStartsAtMidnightOrWhereTheGapEnds) {
          "2011-12-29"}, // the 30th is skipped
         {"America/St_Johns", "2010-11-07T02:00:00Z", "2010-11-07T02:30:00.000Z",
          "2010-11-06"}, // back over midnight
+        {"America/St_Johns", "2010-11-07T02:20:07Z", "2010-11-07T02:30:00.000Z", "2010-11-06"},
         {"EST5EDT,M3.2.0,M11.1.0", "2026-03-08T12:00:00Z", "2026-03-09T04:00:00.000Z", "2026-03-08"},
         {":Europe/Berlin", "2045-07-01T12:00:00Z", "2045-07-01T22:00:00.000Z",
          "2045-07-01"}, // past the listed dates

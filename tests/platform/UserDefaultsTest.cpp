@@ -43,6 +43,19 @@ TEST(UserDefaults, ReadingCreatesNothingAndFollowsOtherWriters) {
     EXPECT_FALSE(reader.object("key"));
 }
 
+TEST(UserDefaults, WhatCouldNotBeReadBackIsNotWritten) {
+    const Testing::TemporaryFolder folder;
+    UserDefaults defaults(folder / "suite.plist");
+    defaults.set("kept", PropertyList{true});
+    PropertyList deep{true};
+    for (int i = 0; i < 40; ++i)
+        deep = PropertyList{PropertyList::Array{deep}};
+    EXPECT_THROW(defaults.set("key", deep), PropertyListError);
+    EXPECT_THROW(defaults.set("key", PropertyList{std::string(1 << 20, 'x')}), PropertyListError);
+    EXPECT_EQ(defaults.object("kept"), PropertyList{true});
+    EXPECT_EQ(defaults.object("key"), std::nullopt);
+}
+
 TEST(UserDefaults, ADamagedFileIsReportedAndNeverOverwritten) {
     const Testing::TemporaryFolder folder;
     for (const std::string damage : {"not a list", "<plist><array/></plist>", ""}) {

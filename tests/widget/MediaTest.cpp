@@ -77,6 +77,7 @@ TEST(JPEGFile, OnlyAWholeStreamCounts) {
     const auto jpeg = redAndBlueJPEG();
     EXPECT_TRUE(isJPEG(jpeg));
     EXPECT_TRUE(isJPEG(withOrientation(jpeg, 1)));
+    EXPECT_TRUE(isJPEG(jpeg + "what cameras add"));
     for (std::size_t size = 0; size < jpeg.size(); ++size)
         EXPECT_FALSE(isJPEG(jpeg.substr(0, size))) << size;
     using namespace std::string_literals;

@@ -109,6 +109,14 @@ TEST(Programs, PublishedFilesReachThePicture) {
     EXPECT_EQ(everythingBelow(container.path()), before);
 }
 
+TEST(Programs, AnAnswerThatCannotBeWrittenIsAFailure) {
+    for (const auto* program : {"korvane-widget list", "korvane-widget-host --help"}) {
+        const auto command = builtProgram("").string() + program + " >/dev/full 2>/dev/null";
+        ChildProcess shell({"/bin/sh", "-c", command});
+        EXPECT_EQ(shell.wait(), 1) << program;
+    }
+}
+
 TEST(Programs, ASourceThatCannotBePublishedLeavesTheOldSnapshot) {
     const TemporaryContainer container;
     ASSERT_EQ(runProgram("korvane", {"widgets", "publish", "--pin", "/"}).exitCode, 0);

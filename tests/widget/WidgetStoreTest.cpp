@@ -1,4 +1,5 @@
 #include "KorvaneCore/platform/Files.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/widget/WidgetFixtures.hpp"
 
@@ -52,10 +53,42 @@ TEST_F(WidgetStoreTest, ASnapshotThatBreaksTheRulesChangesNothing) {
         snapshot.onThisDay->thumbnailFile = name;
         EXPECT_THROW(WidgetStore::save(snapshot, aJPEG()), std::invalid_argument) << name;
     }
+    auto hiddenPins = withPins(1);
+    hiddenPins.contentHidden = true;
+    EXPECT_THROW(WidgetStore::save(hiddenPins, std::nullopt), std::invalid_argument);
+    auto noText = withPins(1);
+    noText.pins[0].name = "bad\xFF";
+    EXPECT_THROW(WidgetStore::save(noText, std::nullopt), std::invalid_argument);
     auto huge = withPins(1);
     huge.pins[0].name = std::string(WidgetStore::maxSnapshotSize, 'x');
     EXPECT_THROW(WidgetStore::save(huge, std::nullopt), std::invalid_argument);
     EXPECT_EQ(WidgetStore::load(), withPins(8));
+}
+
+TEST_F(WidgetStoreTest, PublishersInSeveralProcessesDoNotDisturbEachOther) {
+    const auto photo = std::string(KORVANE_SOURCE_DIR) + "/examples/lake.jpg";
+    const auto program = builtProgram("korvane").string();
+    for (int round = 0; round < 5; ++round) {
+        ChildProcess withPicture({program, "widgets", "publish", "--photo", photo});
+        ChildProcess without({program, "widgets", "publish", "--pin", "/"});
+        WidgetStore::save(withPhoto(), aJPEG());
+        EXPECT_EQ(withPicture.wait(), 0);
+        EXPECT_EQ(without.wait(), 0);
+        const auto snapshot = WidgetStore::load();
+        ASSERT_TRUE(snapshot);
+        if (snapshot->onThisDay)
+            EXPECT_TRUE(fs::exists(WidgetStore::thumbnailURL(*snapshot->onThisDay)));
+    }
+}
+
+TEST_F(WidgetStoreTest, NothingIsShownWhileContentIsHidden) {
+    WidgetStore::setHideContent(true);
+    EXPECT_EQ(WidgetStore::save(withPhoto(), aJPEG()), WidgetSnapshot::hidden);
+    EXPECT_EQ(WidgetStore::load(), WidgetSnapshot::hidden);
+    fs::create_directories(container_.path() / "widget/folder/below");
+    WidgetStore::setHideContent(false);
+    EXPECT_EQ(WidgetStore::save(withPhoto(), aJPEG()), withPhoto());
+    EXPECT_EQ(files(), (std::set<std::string>{"folder", "lake-thumb.jpg", "snapshot.json"}));
 }
 
 TEST_F(WidgetStoreTest, AnythingButASnapshotReadsAsNone) {
@@ -92,7 +125,7 @@ TEST_F(WidgetStoreTest, ThumbnailsNeverReachOutsideTheFolder) {
                                                          {"../../a.jpg", "a.jpg"},
                                                          {"/etc/passwd", "passwd"},
                                                          {"..", ""},
-                                                         {"x/", ""},
+                                                         {"x/", "x"},
                                                          {"", ""}};
     for (const auto& [name, last] : cases) {
         WidgetSnapshot::Photo photo;

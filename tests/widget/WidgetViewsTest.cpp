@@ -101,8 +101,12 @@ TEST(PinnedFilesWidget, SymbolsCompareTheTypeExactly) {
 
 class OnThisDayWidgetTest : public testing::Test {
 protected:
-    static WidgetContent shown(std::optional<WidgetSnapshot> snapshot) {
-        return OnThisDayWidget::content({aDay(), std::move(snapshot)}, WidgetFamily::small);
+    static WidgetContent shown(const std::optional<WidgetSnapshot>& snapshot) {
+        auto small = OnThisDayWidget::content({aDay(), snapshot}, WidgetFamily::small);
+        const auto medium = OnThisDayWidget::content({aDay(), snapshot}, WidgetFamily::medium);
+        EXPECT_EQ(small.view, medium.view);
+        EXPECT_EQ(small.widgetURL, medium.widgetURL);
+        return small;
     }
 
     TemporaryContainer container_;
