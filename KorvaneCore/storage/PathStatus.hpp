@@ -1,0 +1,23 @@
+#pragma once
+
+#include "KorvaneCore/storage/SQLValue.hpp"
+
+#include <optional>
+#include <string_view>
+
+namespace Korvane {
+
+/// The sync state of a local path.
+enum class PathStatus { synced, syncing, queued, conflict, error, excluded };
+
+/// The name of the state's badge, which is also its text in the database: "synced", "syncing", ….
+[[nodiscard]] std::string_view badgeIdentifier(PathStatus status);
+
+/// The state of this text; none for any other text.
+[[nodiscard]] std::optional<PathStatus> pathStatus(std::string_view text);
+
+[[nodiscard]] inline SQLValue sqlValue(PathStatus status) {
+    return sqlValue(badgeIdentifier(status));
+}
+
+} // namespace Korvane

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <memory_resource>
+#include <span>
+#include <string_view>
+#include <variant>
+
+struct sqlite3_stmt;
+
+namespace Korvane {
+
+/// The memory behind the rows of one query: the column names once, then cells, texts and blobs, row after
+/// row, in few large pieces. Filled by SQLiteDatabase, read through SQLRow; not changed once rows are handed
+/// out.
+class SQLResult {
+public:
+    /// An SQLValue whose text or blob lies in this result.
+    using Cell =
+        std::variant<std::monostate, std::int64_t, double, std::string_view, std::span<const std::uint8_t>>;
+
+    /// Copies the column names of a statement that stands on its first row.
+    explicit SQLResult(sqlite3_stmt* statement);
+
+    /// Copies the row the statement stands on; one cell for each column.
+    [[nodiscard]] const Cell* append(sqlite3_stmt* statement);
+
+    [[nodiscard]] std::span<const std::string_view> columns() const noexcept { return columns_; }
+
+private:
+    [[nodiscard]] Cell copy(sqlite3_stmt* statement, int column);
+    [[nodiscard]] std::string_view copy(std::string_view bytes);
+
+    std::pmr::monotonic_buffer_resource memory_;
+    std::span<const std::string_view> columns_;
+};
+
+} // namespace Korvane
