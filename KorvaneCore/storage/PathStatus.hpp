@@ -2,13 +2,14 @@
 
 #include "KorvaneCore/storage/SQLValue.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
 namespace Korvane {
 
 /// The sync state of a local path.
-enum class PathStatus { synced, syncing, queued, conflict, error, excluded };
+enum class PathStatus : std::uint8_t { synced, syncing, queued, conflict, error, excluded };
 
 /// The name of the state's badge, which is also its text in the database: "synced", "syncing", ….
 [[nodiscard]] std::string_view badgeIdentifier(PathStatus status);

@@ -27,8 +27,9 @@ std::optional<std::int64_t> decimal(std::string_view text) {
             return std::nullopt;
     }
     std::int64_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    const char* const begin = text.data();
+    const char* const end = begin + text.size();
+    const auto [stop, error] = std::from_chars(begin, end, number);
     if (error != std::errc() || stop != end)
         return std::nullopt;
     return number;

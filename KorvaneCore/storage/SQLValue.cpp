@@ -8,7 +8,10 @@ namespace Korvane {
 using std::chrono::system_clock;
 
 double secondsSince1970(system_clock::time_point date) {
-    return std::chrono::duration<double>(date.time_since_epoch()).count();
+    using std::chrono::duration;
+    // In two steps: a double cannot hold today's count of nanoseconds.
+    const auto whole = std::chrono::floor<std::chrono::seconds>(date);
+    return duration<double>(whole.time_since_epoch()).count() + duration<double>(date - whole).count();
 }
 
 system_clock::time_point dateSince1970(double seconds) {

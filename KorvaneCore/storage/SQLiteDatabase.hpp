@@ -50,7 +50,7 @@ public:
     }
 
     /// As query(), passing over any rows; the number of rows changed by the latest INSERT, UPDATE or DELETE.
-    int run(const std::string& sql, std::span<const SQLValue> args); // NOLINT(modernize-use-nodiscard)
+    int run(const std::string& sql, std::span<const SQLValue> args);
 
     template <SQLBindable... Args>
     int run(const std::string& sql, const Args&... args) {
@@ -69,6 +69,7 @@ public:
                 std::forward<Body>(body)(*this);
                 execute("COMMIT");
             } else {
+                // NOLINTNEXTLINE(misc-const-correctness): a const result would be copied out.
                 std::invoke_result_t<Body, SQLiteDatabase&> result = std::forward<Body>(body)(*this);
                 execute("COMMIT");
                 return result;
