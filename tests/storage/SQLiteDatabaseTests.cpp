@@ -135,15 +135,16 @@ TEST_F(SQLiteDatabaseTest, RowsOutliveTheirDatabase) {
 }
 
 TEST_F(SQLiteDatabaseTest, ColumnNamesAreAllocatedOnceForAllRows) {
-    constexpr std::size_t rowCount = 100'000;
+    if (allocationCount() == 0)
+        GTEST_SKIP() << "allocations are not counted under ThreadSanitizer";
     const std::string sql =
         "WITH RECURSIVE t(a_name_too_long_for_a_small_string) AS (SELECT 1 UNION ALL SELECT "
         "a_name_too_long_for_a_small_string + 1 FROM t LIMIT 100000) SELECT * FROM t";
     const std::size_t before = allocationCount();
     const auto rows = database.query(sql);
     EXPECT_LT(allocationCount() - before, 200U);
-    ASSERT_EQ(rows.size(), rowCount);
-    EXPECT_EQ(rows.back().intValue("a_name_too_long_for_a_small_string"), rowCount);
+    ASSERT_EQ(rows.size(), 100'000U);
+    EXPECT_EQ(rows.back().intValue("a_name_too_long_for_a_small_string"), 100'000);
 }
 
 TEST_F(SQLiteDatabaseTest, OpensWithTheRightPragmas) {
@@ -172,8 +173,7 @@ TEST_F(SQLiteDatabaseTest, RefusalsCarryCodeAndMessageAndLeaveTheDatabaseOpen) {
     };
     SQLiteDatabase reader(database.url(), true);
     SQLiteDatabase closed(folder / "closed.sqlite");
-    const SQLiteDatabase taker =
-        std::move(closed); // NOLINT(bugprone-use-after-move): what it leaves is tested
+    const SQLiteDatabase taker = std::move(closed);
     const std::string full = "INSERT INTO t SELECT value FROM json_each('[7,8,1]')";
 
     const std::vector<std::tuple<std::string, std::function<void()>, SQLiteError>> cases{
@@ -188,6 +188,7 @@ TEST_F(SQLiteDatabaseTest, RefusalsCarryCodeAndMessageAndLeaveTheDatabaseOpen) {
         {"more arguments", [&] { database.run("SELECT ?", 1, 2); }, {25, "column index out of range"}},
         {"constraint", [&] { database.run(full); }, {19, "UNIQUE constraint failed: t.a"}},
         {"read-only write", [&] { reader.run(full); }, {8, "attempt to write a readonly database"}},
+        // NOLINTNEXTLINE(bugprone-use-after-move): what a move leaves is tested.
         {"closed", [&] { closed.run("SELECT 1"); }, {21, "closed"}},
         {"closed, executed", [&] { closed.execute("SELECT 1"); }, {21, "closed"}},
     };

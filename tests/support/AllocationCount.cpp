@@ -14,6 +14,8 @@ std::size_t Korvane::allocationCount() noexcept {
     return allocations;
 }
 
+#if !__has_feature(thread_sanitizer)
+
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size == 0 ? 1 : size))
@@ -28,3 +30,5 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
+
+#endif
