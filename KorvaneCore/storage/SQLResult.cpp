@@ -38,26 +38,26 @@ SQLResult::SQLResult(sqlite3_stmt* statement) : memory_(firstPiece) {
 const SQLResult::Cell* SQLResult::append(sqlite3_stmt* statement) {
     auto* cells = allocate<Cell>(memory_, columns_.size());
     for (std::size_t column = 0; column < columns_.size(); ++column)
-        std::construct_at(cells + column, copy(statement, static_cast<int>(column)));
+        std::construct_at(cells + column, copy(sqlite3_column_value(statement, static_cast<int>(column))));
     return cells;
 }
 
-SQLResult::Cell SQLResult::copy(sqlite3_stmt* statement, int column) {
+SQLResult::Cell SQLResult::copy(sqlite3_value* value) {
     // The pointer is asked for first: the size that follows is that of the form the pointer shows.
-    const auto sizeOf = [&] { return static_cast<std::size_t>(sqlite3_column_bytes(statement, column)); };
-    switch (sqlite3_column_type(statement, column)) {
+    const auto sizeOf = [value] { return static_cast<std::size_t>(sqlite3_value_bytes(value)); };
+    switch (sqlite3_value_type(value)) {
     case SQLITE_INTEGER:
-        return sqlite3_column_int64(statement, column);
+        return sqlite3_value_int64(value);
     case SQLITE_FLOAT:
-        return sqlite3_column_double(statement, column);
+        return sqlite3_value_double(value);
     case SQLITE_TEXT: {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+        const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
         if (text == nullptr)
             throw std::bad_alloc();
         return copy({text, sizeOf()});
     }
     case SQLITE_BLOB: {
-        const auto* blob = static_cast<const char*>(sqlite3_column_blob(statement, column));
+        const auto* blob = static_cast<const char*>(sqlite3_value_blob(value));
         const auto bytes = copy({blob, sizeOf()});
         return std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
     }

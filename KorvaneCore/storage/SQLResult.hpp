@@ -7,6 +7,7 @@
 #include <variant>
 
 struct sqlite3_stmt;
+struct sqlite3_value;
 
 namespace Korvane {
 
@@ -22,13 +23,14 @@ public:
     /// Copies the column names of a statement that stands on its first row.
     explicit SQLResult(sqlite3_stmt* statement);
 
-    /// Copies the row the statement stands on; one cell for each column.
+    /// Copies the row the statement stands on; one cell for each column. The caller holds the connection's
+    /// mutex, which makes SQLite's values safe to read without a lock for each.
     [[nodiscard]] const Cell* append(sqlite3_stmt* statement);
 
     [[nodiscard]] std::span<const std::string_view> columns() const noexcept { return columns_; }
 
 private:
-    [[nodiscard]] Cell copy(sqlite3_stmt* statement, int column);
+    [[nodiscard]] Cell copy(sqlite3_value* value);
     [[nodiscard]] std::string_view copy(std::string_view bytes);
 
     std::pmr::monotonic_buffer_resource memory_;

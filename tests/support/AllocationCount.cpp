@@ -10,7 +10,7 @@ std::atomic<std::size_t> allocations;
 
 } // namespace
 
-std::size_t Korvane::allocationCount() noexcept {
+std::size_t Korvane::Testing::allocationCount() noexcept {
     return allocations;
 }
 

@@ -1,4 +1,5 @@
 #include "KorvaneCore/storage/SQLiteDatabase.hpp"
+
 #include "KorvaneCore/storage/SQLiteError.hpp"
 #include "tests/support/AllocationCount.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -7,12 +8,11 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <thread>
 
-namespace Korvane {
+namespace Korvane::Testing {
 namespace {
 
 using namespace std::chrono_literals;
@@ -167,8 +167,8 @@ TEST_F(SQLiteDatabaseTest, RunCountsChangedRows) {
 
 TEST_F(SQLiteDatabaseTest, RefusalsCarryCodeAndMessageAndLeaveTheDatabaseOpen) {
     database.execute("CREATE TABLE t (a INTEGER UNIQUE); INSERT INTO t VALUES (1)");
-    std::ofstream(folder / "text.sqlite") << std::string(4096, 'x');
-    const auto open = [&](const std::filesystem::path& name, bool readOnly) {
+    writeFile(folder / "text.sqlite", std::string(4096, 'x'));
+    const auto open = [&](const std::string& name, bool readOnly) {
         return [path = folder / name, readOnly] { const SQLiteDatabase opened(path, readOnly); };
     };
     SQLiteDatabase reader(database.url(), true);
@@ -266,4 +266,4 @@ TEST_F(SQLiteDatabaseTest, UserVersionStartsAtZeroAndStays) {
 }
 
 } // namespace
-} // namespace Korvane
+} // namespace Korvane::Testing

@@ -4,9 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <deque>
 
-namespace Korvane {
+namespace Korvane::Testing {
 namespace {
 
 class SQLiteProcessTest : public testing::Test {
@@ -15,7 +16,7 @@ protected:
     std::filesystem::path url = folder / "shared.sqlite";
 
     std::vector<std::string> writer(const std::string& mode, int number) const {
-        return {DATABASE_WRITER, mode, url.string(), std::to_string(number)};
+        return {builtProgram("korvane-test-writer").string(), mode, url.string(), std::to_string(number)};
     }
 };
 
@@ -43,7 +44,8 @@ TEST_F(SQLiteProcessTest, WriterKilledInATransactionLeavesNothingAndBlocksNobody
         ChildProcess killed(writer("hold", 300));
         ASSERT_EQ(killed.readLine(), "writing");
         EXPECT_GT(std::filesystem::file_size(url.string() + "-wal"), 100U * 2000) << "half-written pages";
-        killed.kill();
+        killed.signal(SIGKILL);
+        EXPECT_EQ(killed.wait(), -SIGKILL);
         database.transaction([](SQLiteDatabase& open) { open.run("INSERT INTO log VALUES('after')"); });
         SQLiteDatabase reopened(url);
         for (auto* reader : {&database, &reopened}) {
@@ -70,4 +72,4 @@ TEST_F(SQLiteProcessTest, FullDiskIsReportedAndLosesNoCommittedRow) {
 }
 
 } // namespace
-} // namespace Korvane
+} // namespace Korvane::Testing

@@ -1,11 +1,10 @@
-// The second process of the storage tests: `database-writer add|hold|fill FILE NUMBER`. Prints what it has
-// reached; an SQLiteError is printed and ends it with 1.
+// The second process of tests on databases: `korvane-test-writer add|hold|fill FILE NUMBER`. Prints what it
+// has reached; an SQLiteError is printed and ends it with 1.
 
 #include "KorvaneCore/storage/SQLiteDatabase.hpp"
 #include "KorvaneCore/storage/SQLiteError.hpp"
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -30,15 +29,16 @@ void add(SQLiteDatabase& database, int rounds) {
     }
 }
 
-/// Writes so many rows in a transaction that never ends, most of them past the page cache into the file.
+/// Writes so many rows in a transaction it holds until its input ends, most of them past the page cache into
+/// the file.
 void hold(SQLiteDatabase& database, int rows) {
     database.execute("PRAGMA cache_size=1; BEGIN IMMEDIATE");
     for (int row = 0; row < rows; ++row)
         database.run("INSERT INTO log VALUES(?)", std::string(2000, 'x'));
     std::puts("writing");
     std::fflush(stdout);
-    while (true)
-        ::pause();
+    while (std::getchar() != EOF) {
+    }
 }
 
 /// Writes rows, printing "row" for each, until no file may grow beyond `bytes`.

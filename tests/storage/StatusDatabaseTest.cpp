@@ -1,5 +1,6 @@
-#include "KorvaneCore/config/KRIdentifiers.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
+
+#include "KorvaneCore/config/KRIdentifiers.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
@@ -8,7 +9,7 @@
 #include <functional>
 #include <semaphore>
 
-namespace Korvane {
+namespace Korvane::Testing {
 namespace {
 
 using enum PathStatus;
@@ -126,4 +127,4 @@ TEST_F(StatusDatabaseTest, ChangeStaysWhenItCannotBePosted) {
 }
 
 } // namespace
-} // namespace Korvane
+} // namespace Korvane::Testing
