@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -30,7 +29,8 @@ SQLResult::SQLResult(sqlite3_stmt* statement) : memory_(firstPiece) {
         const char* name = sqlite3_column_name(statement, column);
         if (name == nullptr)
             throw std::bad_alloc();
-        std::construct_at(names + column, copy(std::string_view(name)));
+        const auto held = copy(Cell::Kind::text, name, static_cast<int>(std::strlen(name)));
+        std::construct_at(names + column, held.text());
     }
     columns_ = {names, static_cast<std::size_t>(count)};
 }
@@ -43,35 +43,33 @@ const SQLResult::Cell* SQLResult::append(sqlite3_stmt* statement) {
 }
 
 SQLResult::Cell SQLResult::copy(sqlite3_value* value) {
-    // The pointer is asked for first: the size that follows is that of the form the pointer shows.
-    const auto sizeOf = [value] { return static_cast<std::size_t>(sqlite3_value_bytes(value)); };
     switch (sqlite3_value_type(value)) {
     case SQLITE_INTEGER:
-        return sqlite3_value_int64(value);
+        return {.kind = Cell::Kind::integer, .integer = sqlite3_value_int64(value)};
     case SQLITE_FLOAT:
-        return sqlite3_value_double(value);
+        return {.kind = Cell::Kind::real, .real = sqlite3_value_double(value)};
     case SQLITE_TEXT: {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+        // The pointer is asked for first: the size that follows is that of the form it shows.
+        const auto* text = sqlite3_value_text(value);
         if (text == nullptr)
             throw std::bad_alloc();
-        return copy({text, sizeOf()});
+        return copy(Cell::Kind::text, text, sqlite3_value_bytes(value));
     }
     case SQLITE_BLOB: {
-        const auto* blob = static_cast<const char*>(sqlite3_value_blob(value));
-        const auto bytes = copy({blob, sizeOf()});
-        return std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+        const void* blob = sqlite3_value_blob(value);
+        return copy(Cell::Kind::blob, blob, sqlite3_value_bytes(value));
     }
     default:
         return {};
     }
 }
 
-std::string_view SQLResult::copy(std::string_view bytes) {
-    if (bytes.empty())
-        return {};
-    auto* held = allocate<char>(memory_, bytes.size());
-    std::memcpy(held, bytes.data(), bytes.size());
-    return {held, bytes.size()};
+SQLResult::Cell SQLResult::copy(Cell::Kind kind, const void* bytes, int size) {
+    if (size == 0)
+        return {.kind = kind, .bytes = ""};
+    auto* held = allocate<char>(memory_, static_cast<std::size_t>(size));
+    std::memcpy(held, bytes, static_cast<std::size_t>(size));
+    return {.kind = kind, .size = static_cast<std::uint32_t>(size), .bytes = held};
 }
 
 } // namespace Korvane

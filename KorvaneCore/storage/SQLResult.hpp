@@ -4,7 +4,6 @@
 #include <memory_resource>
 #include <span>
 #include <string_view>
-#include <variant>
 
 struct sqlite3_stmt;
 struct sqlite3_value;
@@ -16,9 +15,21 @@ namespace Korvane {
 /// out.
 class SQLResult {
 public:
-    /// An SQLValue whose text or blob lies in this result.
-    using Cell =
-        std::variant<std::monostate, std::int64_t, double, std::string_view, std::span<const std::uint8_t>>;
+    /// An SQLValue in 16 bytes; a text or blob lies elsewhere in this result.
+    struct Cell {
+        enum class Kind : std::uint8_t { null, integer, real, text, blob };
+
+        Kind kind = Kind::null;
+        std::uint32_t size = 0; ///< of text and blob, in bytes
+
+        union {
+            std::int64_t integer = 0;
+            double real;
+            const char* bytes;
+        };
+
+        [[nodiscard]] std::string_view text() const noexcept { return {bytes, size}; }
+    };
 
     /// Copies the column names of a statement that stands on its first row.
     explicit SQLResult(sqlite3_stmt* statement);
@@ -31,7 +42,7 @@ public:
 
 private:
     [[nodiscard]] Cell copy(sqlite3_value* value);
-    [[nodiscard]] std::string_view copy(std::string_view bytes);
+    [[nodiscard]] Cell copy(Cell::Kind kind, const void* bytes, int size);
 
     std::pmr::monotonic_buffer_resource memory_;
     std::span<const std::string_view> columns_;

@@ -6,19 +6,29 @@ namespace Korvane {
 
 namespace {
 
-struct Owned {
-    SQLValue operator()(std::monostate /*null*/) const { return {}; }
+using Cell = SQLResult::Cell;
+using Kind = Cell::Kind;
+using Bytes = std::vector<std::uint8_t>;
 
-    SQLValue operator()(std::int64_t number) const { return number; }
+Bytes bytesOf(const Cell& cell) {
+    return {cell.bytes, cell.bytes + cell.size};
+}
 
-    SQLValue operator()(double number) const { return number; }
-
-    SQLValue operator()(std::string_view text) const { return std::string(text); }
-
-    SQLValue operator()(std::span<const std::uint8_t> blob) const {
-        return std::vector<std::uint8_t>(blob.begin(), blob.end());
+SQLValue valueOf(const Cell& cell) {
+    switch (cell.kind) {
+    case Kind::integer:
+        return cell.integer;
+    case Kind::real:
+        return cell.real;
+    case Kind::text:
+        return std::string(cell.text());
+    case Kind::blob:
+        return bytesOf(cell);
+    case Kind::null:
+        break;
     }
-};
+    return {};
+}
 
 std::optional<std::int64_t> decimal(std::string_view text) {
     if (text.starts_with('+')) {
@@ -41,34 +51,31 @@ std::map<std::string, SQLValue> SQLRow::columns() const {
     std::map<std::string, SQLValue> columns;
     const auto names = result_->columns();
     for (std::size_t i = 0; i < names.size(); ++i)
-        columns.insert_or_assign(std::string(names[i]), std::visit(Owned(), cells_[i]));
+        columns.insert_or_assign(std::string(names[i]), valueOf(cells_[i]));
     return columns;
 }
 
 SQLValue SQLRow::operator[](std::string_view column) const {
-    return std::visit(Owned(), cell(column));
+    return valueOf(cell(column));
 }
 
 std::optional<std::string> SQLRow::string(std::string_view column) const {
     const auto found = cell(column);
-    const auto* text = std::get_if<std::string_view>(&found);
-    return text == nullptr ? std::nullopt : std::optional<std::string>(*text);
+    return found.kind == Kind::text ? std::optional<std::string>(found.text()) : std::nullopt;
 }
 
 std::optional<std::int64_t> SQLRow::intValue(std::string_view column) const {
     const auto found = cell(column);
-    if (const auto* number = std::get_if<std::int64_t>(&found))
-        return *number;
-    const auto* text = std::get_if<std::string_view>(&found);
-    return text == nullptr ? std::nullopt : decimal(*text);
+    if (found.kind == Kind::integer)
+        return found.integer;
+    return found.kind == Kind::text ? decimal(found.text()) : std::nullopt;
 }
 
 std::optional<double> SQLRow::doubleValue(std::string_view column) const {
     const auto found = cell(column);
-    if (const auto* number = std::get_if<double>(&found))
-        return *number;
-    const auto* integer = std::get_if<std::int64_t>(&found);
-    return integer == nullptr ? std::nullopt : std::optional(static_cast<double>(*integer));
+    if (found.kind == Kind::real)
+        return found.real;
+    return found.kind == Kind::integer ? std::optional(static_cast<double>(found.integer)) : std::nullopt;
 }
 
 bool SQLRow::boolValue(std::string_view column) const {
@@ -82,10 +89,7 @@ std::optional<std::chrono::system_clock::time_point> SQLRow::date(std::string_vi
 
 std::optional<std::vector<std::uint8_t>> SQLRow::data(std::string_view column) const {
     const auto found = cell(column);
-    const auto* blob = std::get_if<std::span<const std::uint8_t>>(&found);
-    if (blob == nullptr)
-        return std::nullopt;
-    return std::vector<std::uint8_t>(blob->begin(), blob->end());
+    return found.kind == Kind::blob ? std::optional(bytesOf(found)) : std::nullopt;
 }
 
 SQLResult::Cell SQLRow::cell(std::string_view column) const {

@@ -178,7 +178,11 @@ struct Reader {
         return {bytes, bytes + sqlite3_column_bytes(statement, column++)};
     }
 
-    bool null() { return sqlite3_column_type(statement, column) == SQLITE_NULL && ++column > 0; }
+    bool null() {
+        const bool isNull = sqlite3_column_type(statement, column) == SQLITE_NULL;
+        column += isNull ? 1 : 0;
+        return isNull;
+    }
 
     Text optionalText() { return null() ? std::nullopt : Text(text()); }
 

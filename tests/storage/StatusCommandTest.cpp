@@ -1,0 +1,46 @@
+// `korvane status` as a person runs it.
+#include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/storage/StatusDatabase.hpp"
+#include "tests/support/ChildProcess.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+namespace Korvane::Testing {
+namespace {
+
+class StatusCommand : public testing::Test {
+protected:
+    TemporaryContainer container;
+    StatusDatabase database{SharedContainer::statusDatabaseURL(),
+                            NotificationCenter(SharedContainer::notificationFolder())};
+};
+
+TEST_F(StatusCommand, PrintsRootsOrTheGivenPaths) {
+    EXPECT_EQ(runProgram("korvane", {"status"}).output, "No folder is synced.\n");
+    database.setRoots({{"/r", {}}});
+    database.setMany({{"/r/a", PathStatus::synced, "item"}, {"/r/b", PathStatus::conflict, {}}});
+    EXPECT_EQ(runProgram("korvane", {"status"}).output, "conflict  /r\n");
+    EXPECT_EQ(runProgram("korvane", {"status", "/r/x/../a/", "/s"}).output, "synced    /r/a\nnone      /s\n");
+    EXPECT_EQ(runProgram("korvane", {"status", "--json", "/r/a", "/s"}).output,
+              "[{\"path\":\"/r/a\",\"status\":\"synced\",\"itemId\":\"item\"},{\"path\":\"/s\"}]\n");
+    EXPECT_EQ(runProgram("korvane", {"status", "--unknown"}).exitCode, 2);
+}
+
+TEST_F(StatusCommand, WatchPrintsAgainAfterAChange) {
+    ChildProcess watching({builtProgram("korvane").string(), "status", "--watch", "/r"});
+    EXPECT_EQ(watching.readLine(), "none      /r");
+    database.set(PathStatus::syncing, "/r/a");
+    EXPECT_EQ(watching.readLine(), "syncing   /r");
+    database.set(PathStatus::synced, "/r/a");
+    EXPECT_EQ(watching.readLine(), "synced    /r");
+}
+
+TEST(StatusCommandAlone, DatabaseThatCannotBeReadExitsWithOne) {
+    const TemporaryContainer container;
+    writeFile(SharedContainer::statusDatabaseURL(), std::string(4096, 'x'));
+    EXPECT_EQ(runProgram("korvane", {"status"}).exitCode, 1);
+}
+
+} // namespace
+} // namespace Korvane::Testing
