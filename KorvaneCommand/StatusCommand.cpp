@@ -38,22 +38,26 @@ std::string storedForm(const std::filesystem::path& path) {
     return normal.has_filename() ? normal : normal.parent_path();
 }
 
-std::string read(StatusDatabase& database, const StatusRequest& request) {
-    auto paths = database.roots();
-    if (!request.paths.empty()) {
-        paths.resize(request.paths.size());
-        std::ranges::transform(request.paths, paths.begin(), storedForm);
-    }
+/// Without a database nothing has a state.
+std::string read(StatusDatabase* database, const StatusRequest& request) {
+    std::vector<std::string> paths(request.paths.size());
+    std::ranges::transform(request.paths, paths.begin(), storedForm);
+    if (paths.empty() && database != nullptr)
+        paths = database->roots();
 
     std::vector<PathReport> reports;
     std::string text;
     for (const auto& path : paths) {
-        const auto status = database.aggregateStatus(path);
-        const auto shown = status ? std::optional<std::string>(badgeIdentifier(*status)) : std::nullopt;
-        reports.push_back({path, shown, database.itemId(path)});
-        auto column = shown.value_or("none");
+        PathReport report{path, {}, {}};
+        if (database != nullptr) {
+            if (const auto status = database->aggregateStatus(path))
+                report.status = badgeIdentifier(*status);
+            report.itemId = database->itemId(path);
+        }
+        auto column = report.status.value_or("none");
         column.resize(10, ' ');
         text += column + path + '\n';
+        reports.push_back(std::move(report));
     }
     if (request.json)
         return KRJSON::write(reports) + '\n';
@@ -65,23 +69,35 @@ void print(const std::string& text) {
     std::fflush(stdout);
 }
 
-int report(const StatusRequest& request) {
+int reportOnce(const StatusRequest& request) {
+    std::optional<StatusDatabase> database;
+    // Opening would create what is missing, and who only looks leaves no trace.
+    if (std::filesystem::exists(SharedContainer::location() / "status.sqlite"))
+        database.emplace(SharedContainer::statusDatabaseURL(),
+                         NotificationCenter(SharedContainer::notificationFolder()));
+    print(read(database ? &*database : nullptr, request));
+    return ExitCode::done;
+}
+
+[[noreturn]] void watch(const StatusRequest& request) {
     NotificationCenter notifications(SharedContainer::notificationFolder());
     StatusDatabase database(SharedContainer::statusDatabaseURL(), notifications);
-    if (!request.watch) {
-        print(read(database, request));
-        return ExitCode::done;
-    }
     std::counting_semaphore<> posts(1);
     [[maybe_unused]] const auto observation =
         notifications.observe(KRIdentifiers::statusChangedNotification, [&] { posts.release(); });
     for (std::string shown;;) {
         posts.acquire();
-        auto current = read(database, request);
+        auto current = read(&database, request);
         if (current != shown)
             print(current);
         shown = std::move(current);
     }
+}
+
+int report(const StatusRequest& request) {
+    if (request.watch)
+        watch(request);
+    return reportOnce(request);
 }
 
 } // namespace

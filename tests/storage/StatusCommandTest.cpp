@@ -12,34 +12,41 @@ namespace {
 class StatusCommand : public testing::Test {
 protected:
     TemporaryContainer container;
-    StatusDatabase database{SharedContainer::statusDatabaseURL(),
-                            NotificationCenter(SharedContainer::notificationFolder())};
+
+    static StatusDatabase open() {
+        return {SharedContainer::statusDatabaseURL(),
+                NotificationCenter(SharedContainer::notificationFolder())};
+    }
 };
 
-TEST_F(StatusCommand, PrintsRootsOrTheGivenPaths) {
+TEST_F(StatusCommand, WithoutDatabaseNothingHasAStateAndNothingIsCreated) {
     EXPECT_EQ(runProgram("korvane", {"status"}).output, "No folder is synced.\n");
+    EXPECT_EQ(runProgram("korvane", {"status", "/r", "--json"}).output, "[{\"path\":\"/r\"}]\n");
+    EXPECT_FALSE(std::filesystem::exists(container.path()));
+}
+
+TEST_F(StatusCommand, PrintsRootsOrTheGivenPaths) {
+    auto database = open();
     database.setRoots({{"/r", {}}});
     database.setMany({{"/r/a", PathStatus::synced, "item"}, {"/r/b", PathStatus::conflict, {}}});
     EXPECT_EQ(runProgram("korvane", {"status"}).output, "conflict  /r\n");
     EXPECT_EQ(runProgram("korvane", {"status", "/r/x/../a/", "/s"}).output, "synced    /r/a\nnone      /s\n");
-    EXPECT_EQ(runProgram("korvane", {"status", "--json", "/r/a", "/s"}).output,
-              "[{\"path\":\"/r/a\",\"status\":\"synced\",\"itemId\":\"item\"},{\"path\":\"/s\"}]\n");
-    EXPECT_EQ(runProgram("korvane", {"status", "--unknown"}).exitCode, 2);
+    EXPECT_EQ(runProgram("korvane", {"status", "--json", "/r/a"}).output,
+              "[{\"path\":\"/r/a\",\"status\":\"synced\",\"itemId\":\"item\"}]\n");
 }
 
 TEST_F(StatusCommand, WatchPrintsAgainAfterAChange) {
+    auto database = open();
     ChildProcess watching({builtProgram("korvane").string(), "status", "--watch", "/r"});
     EXPECT_EQ(watching.readLine(), "none      /r");
     database.set(PathStatus::syncing, "/r/a");
     EXPECT_EQ(watching.readLine(), "syncing   /r");
-    database.set(PathStatus::synced, "/r/a");
-    EXPECT_EQ(watching.readLine(), "synced    /r");
 }
 
-TEST(StatusCommandAlone, DatabaseThatCannotBeReadExitsWithOne) {
-    const TemporaryContainer container;
-    writeFile(SharedContainer::statusDatabaseURL(), std::string(4096, 'x'));
+TEST_F(StatusCommand, UnreadableDatabaseExitsWithOneAndWrongUsageWithTwo) {
+    writeFile(container.path() / "status.sqlite", std::string(4096, 'x'));
     EXPECT_EQ(runProgram("korvane", {"status"}).exitCode, 1);
+    EXPECT_EQ(runProgram("korvane", {"status", "--unknown"}).exitCode, 2);
 }
 
 } // namespace
