@@ -26,8 +26,7 @@ static_assert(SQLBindable<bool> && SQLBindable<std::uint32_t> && SQLBindable<flo
 static_assert(SQLBindable<std::optional<Date>> && SQLBindable<SQLValue> && SQLBindable<char[4]>);
 static_assert(!SQLBindable<std::uint64_t> && !SQLBindable<char> && !SQLBindable<std::vector<SQLValue>>);
 
-class SQLiteDatabaseTest : public testing::Test {
-protected:
+struct SQLiteDatabaseTest : testing::Test {
     TemporaryFolder folder;
     SQLiteDatabase database{folder / "test.sqlite"};
 

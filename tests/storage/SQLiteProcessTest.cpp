@@ -10,8 +10,7 @@
 namespace Korvane::Testing {
 namespace {
 
-class SQLiteProcessTest : public testing::Test {
-protected:
+struct SQLiteProcessTest : testing::Test {
     TemporaryFolder folder;
     std::filesystem::path url = folder / "shared.sqlite";
 

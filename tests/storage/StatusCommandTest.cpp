@@ -9,8 +9,7 @@
 namespace Korvane::Testing {
 namespace {
 
-class StatusCommand : public testing::Test {
-protected:
+struct StatusCommand : testing::Test {
     TemporaryContainer container;
 
     static StatusDatabase open() {

@@ -16,8 +16,7 @@ using enum PathStatus;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-class StatusDatabaseTest : public testing::Test {
-protected:
+struct StatusDatabaseTest : testing::Test {
     TemporaryFolder folder;
     NotificationCenter notifications{folder / "notifications"};
     StatusDatabase database{folder / "status.sqlite", notifications};
