@@ -1,4 +1,5 @@
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
@@ -15,6 +16,7 @@ int run(int argc, char** argv) {
                  "korvane");
     app.require_subcommand(1);
     int status = ExitCode::done;
+    addStatusCommand(app, status);
     addWidgetsCommand(app, status);
     try {
         app.parse(argc, argv);
