@@ -21,15 +21,15 @@ constexpr std::size_t deepestNesting = 512;
     throw KRCryptoError(KRCryptoError::InvalidMeta{});
 }
 
-// Memory for parsed records, overwritten before it goes back.
+// Memory for parsed records, overwritten before it goes back. Alignments are left to operator new, which
+// meets every one the parser asks for: it gives some blocks back with another alignment than it took them
+// with.
 class WipingResource final : public boost::json::memory_resource {
-    void* do_allocate(std::size_t size, std::size_t alignment) override {
-        return ::operator new(size, std::align_val_t(alignment));
-    }
+    void* do_allocate(std::size_t size, std::size_t /*alignment*/) override { return ::operator new(size); }
 
-    void do_deallocate(void* memory, std::size_t size, std::size_t alignment) override {
+    void do_deallocate(void* memory, std::size_t size, std::size_t /*alignment*/) override {
         wipe({static_cast<std::uint8_t*>(memory), size});
-        ::operator delete(memory, size, std::align_val_t(alignment));
+        ::operator delete(memory);
     }
 
     bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
