@@ -24,7 +24,7 @@ using internal::ChunkPosition;
 constexpr auto tagSize = static_cast<std::int64_t>(gcmTagSize);
 
 // What is read, hashed and encrypted at a time: small enough to stay in the processor's cache in between.
-constexpr std::size_t blockSize = 131072;
+constexpr std::size_t blockSize = 262144;
 
 // A key is checked before anything else about a chunk.
 void requireKey(ByteView fk) {
