@@ -18,8 +18,8 @@ namespace KRCrypto::ChunkCrypto {
 
 namespace {
 
-using internal::AesGcm;
-using internal::ChunkPosition;
+using Internal::AesGcm;
+using Internal::ChunkPosition;
 
 constexpr auto tagSize = static_cast<std::int64_t>(gcmTagSize);
 
@@ -53,7 +53,7 @@ std::int64_t checkedEncryptedSize(std::int64_t plainSize, std::int64_t count) {
 }
 
 // Reads one chunk block by block, each hashed and encrypted while it is at hand. `out` has room for the tag.
-void encryptFromFile(const internal::SourceFile& file, std::int64_t offset, const ChunkPosition& position,
+void encryptFromFile(const Internal::SourceFile& file, std::int64_t offset, const ChunkPosition& position,
                      AesGcm& cipher, Sha256& hasher, MutableBytes block, MutableBytes out) {
     cipher.startSeal(position.nonce(), position.associatedData());
     MutableBytes rest = out.first(out.size() - gcmTagSize);
@@ -75,7 +75,7 @@ SecretBytes generateFileKey() {
 }
 
 std::int64_t chunkCount(std::int64_t forPlainSize, std::int64_t chunkSize) {
-    internal::requireChunkSize(chunkSize);
+    Internal::requireChunkSize(chunkSize);
     return forPlainSize < 1 ? 1 : (forPlainSize - 1) / chunkSize + 1;
 }
 
@@ -85,7 +85,7 @@ std::int64_t encryptedSize(std::int64_t forPlainSize, std::int64_t chunkSize) {
 
 ByteRange encryptedRange(std::int64_t index, std::int64_t chunkCount, std::int64_t encryptedSize,
                          std::int64_t chunkSize) {
-    internal::requireChunkSize(chunkSize);
+    Internal::requireChunkSize(chunkSize);
     const ChunkPosition inRange(index, chunkCount);
     const std::int64_t stride = chunkSize + tagSize;
     const std::int64_t start = index * stride; // below 2^32 * 2^24
@@ -142,7 +142,7 @@ ByteView decryptChunkInto(ByteView fk, std::int64_t index, std::int64_t chunkCou
 EncryptSummary encryptFile(const std::filesystem::path& at, ByteView fk, std::int64_t chunkSize,
                            const EncryptedChunkSink& sink, const std::stop_token& stop) {
     AesGcm cipher(fk);
-    const internal::SourceFile file(at);
+    const Internal::SourceFile file(at);
     const std::int64_t plainSize = file.size();
     const std::int64_t count = chunkCount(plainSize, chunkSize);
     requireSize(count <= maxParts);
@@ -184,7 +184,7 @@ std::string decryptChunks(ByteView fk, std::int64_t chunkCount,
 std::pair<Digest, std::int64_t> sha256OfFile(const std::filesystem::path& at, std::size_t bufferSize,
                                              const std::stop_token& stop) {
     requireSize(bufferSize > 0);
-    const internal::SourceFile file(at);
+    const Internal::SourceFile file(at);
     Sha256 hasher;
     Bytes buffer(bufferSize);
     std::int64_t size = 0;

@@ -18,7 +18,7 @@ bool sameHash(std::string_view expected, std::string_view actual) {
 
 ChunkDecryptor::ChunkDecryptor(ByteView fk, std::int64_t chunkCount)
     : fk_(SecretBytes::copyOf(fk)), chunkCount_(chunkCount) {
-    internal::requireChunkCount(chunkCount);
+    Internal::requireChunkCount(chunkCount);
 }
 
 Bytes ChunkDecryptor::decrypt(std::int64_t index, ByteView cipher) {

@@ -15,7 +15,7 @@ namespace KRCrypto {
 
 namespace {
 
-using internal::require;
+using Internal::require;
 
 constexpr std::size_t hashSize = std::tuple_size_v<Digest>;
 constexpr std::size_t mostBlocks = 255;
@@ -30,7 +30,7 @@ void hmacInto(ByteView key, std::initializer_list<ByteView> pieces, std::span<st
         OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digestName.data(), 0),
         OSSL_PARAM_construct_end(),
     };
-    const auto context = internal::owned(EVP_MAC_CTX_new(internal::hmac()));
+    const auto context = Internal::owned(EVP_MAC_CTX_new(Internal::hmac()));
     require(EVP_MAC_init(context.get(), usable.data(), usable.size(), parameters.data()) == 1);
     for (const ByteView piece : pieces) {
         require(EVP_MAC_update(context.get(), piece.data(), piece.size()) == 1);

@@ -16,7 +16,7 @@ namespace KRCrypto::DropCrypto {
 
 namespace {
 
-using internal::appendQuoted;
+using Internal::appendQuoted;
 
 constexpr std::size_t fingerprintBytes = 16;
 constexpr std::size_t fingerprintGroup = 4;
@@ -31,8 +31,8 @@ void requirePublicKeySize(ByteView publicKey) {
 SecretBytes encodeLink(const LinkSecret& link) {
     constexpr std::size_t mostOther = 80; // braces, keys, version
     std::string json;
-    json.reserve(mostOther + internal::mostQuoted(link.token.size()) +
-                 internal::mostQuoted(link.label.size()) + internal::mostQuoted(link.folderId.size()));
+    json.reserve(mostOther + Internal::mostQuoted(link.token.size()) +
+                 Internal::mostQuoted(link.label.size()) + Internal::mostQuoted(link.folderId.size()));
     json.append("{\"v\":").append(std::to_string(link.v)).append(",\"token\":");
     appendQuoted(json, link.token.text());
     json += ",\"label\":";
@@ -56,7 +56,7 @@ Bytes sealLink(const MasterKey& mk, const LinkSecret& link) {
 }
 
 LinkSecret openLink(const MasterKey& mk, ByteView sealed) {
-    const internal::JsonRecord record(openSecret(mk.bytes(), sealed, CryptoContext::dropLink));
+    const Internal::JsonRecord record(openSecret(mk.bytes(), sealed, CryptoContext::dropLink));
     return {.v = record.integer("v"),
             .token = record.secretText("token"),
             .label = record.text("label"),
@@ -80,7 +80,7 @@ PairingKeyPair openKeyPair(const MasterKey& mk, ByteView wrappedPrivateKey, Byte
 }
 
 SecretBytes dropKey(ByteView myPriv, ByteView theirPub, ByteView ephemeralPub, ByteView ownerPub) {
-    return internal::agreedKey(myPriv, theirPub, CryptoContext::dropKey, ephemeralPub, ownerPub);
+    return Internal::agreedKey(myPriv, theirPub, CryptoContext::dropKey, ephemeralPub, ownerPub);
 }
 
 OpenedItem openItem(const PairingKeyPair& owner, ByteView ephemeralPublicKey, ByteView wrappedKey,

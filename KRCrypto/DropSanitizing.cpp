@@ -107,7 +107,10 @@ std::string sanitizeName(std::string_view name) {
     const std::string kept =
         composedWithout(name, [](char32_t c) { return isDeceptive(c) || isSeparator(c); });
     std::string clean = shortened(bare(kept));
-    return clean.empty() ? std::string(nameless) : clean; // "." and ".." are empty by now
+    if (clean.empty()) { // as "." and ".." are by now
+        clean = nameless;
+    }
+    return clean;
 }
 
 std::string sanitizeMime(std::string_view mime) {

@@ -10,13 +10,13 @@ namespace KRCrypto {
 
 // What a file's sealed metadata says. Texts are UTF-8.
 struct FileMeta {
-    FileMeta(std::string name_, std::string mime_, std::int64_t size_, std::string sha256_,
-             std::optional<std::string> mtime_ = std::nullopt)
-        : name(std::move(name_)),
-          mime(std::move(mime_)),
-          size(size_),
-          sha256(std::move(sha256_)),
-          mtime(std::move(mtime_)) {}
+    FileMeta(std::string itsName, std::string itsMime, std::int64_t itsSize, std::string itsSha256,
+             std::optional<std::string> itsMtime = std::nullopt)
+        : name(std::move(itsName)),
+          mime(std::move(itsMime)),
+          size(itsSize),
+          sha256(std::move(itsSha256)),
+          mtime(std::move(itsMtime)) {}
 
     std::int64_t v = 1;
     std::string name;
@@ -29,7 +29,7 @@ struct FileMeta {
 };
 
 struct FolderMeta {
-    explicit FolderMeta(std::string name_) : name(std::move(name_)) {}
+    explicit FolderMeta(std::string itsName) : name(std::move(itsName)) {}
 
     std::int64_t v = 1;
     std::string name;
@@ -47,8 +47,7 @@ public:
     const std::variant<FileMeta, FolderMeta>& value() const noexcept { return value_; }
 
     const std::string& name() const noexcept {
-        const FileMeta* meta = file();
-        return meta != nullptr ? meta->name : std::get_if<FolderMeta>(&value_)->name;
+        return std::visit([](const auto& entry) -> const std::string& { return entry.name; }, value_);
     }
 
     // Null for a folder.

@@ -40,7 +40,7 @@ ByteView FileChunkReader::plainInto(std::int64_t index, MutableBytes out) const 
         throw KRCryptoError(KRCryptoError::SizeMismatch{});
     }
     const MutableBytes plain = out.first(size);
-    internal::SourceFile(url_).readExactlyAt(index * chunkSize_, plain);
+    Internal::SourceFile(url_).readExactlyAt(index * chunkSize_, plain);
     return plain;
 }
 

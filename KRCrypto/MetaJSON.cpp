@@ -11,7 +11,7 @@ namespace KRCrypto::MetaJSON {
 
 namespace {
 
-using internal::appendQuoted;
+using Internal::appendQuoted;
 
 constexpr std::int64_t version = 1;
 constexpr std::size_t hashDigits = 64;
@@ -62,7 +62,7 @@ Bytes encode(const EntryMeta& meta) {
 }
 
 EntryMeta decode(ByteView json) {
-    const internal::JsonRecord record(json);
+    const Internal::JsonRecord record(json);
     const std::int64_t v = record.integer("v");
     std::string name = record.text("name");
     if (!record.has("mime")) {

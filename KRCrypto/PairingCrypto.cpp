@@ -17,7 +17,7 @@ constexpr std::uint64_t codeRange = 10000000000000000; // 10^16
 } // namespace
 
 SecretBytes pairKey(ByteView myPriv, ByteView theirPub, ByteView approverPub, ByteView newDevicePub) {
-    return internal::agreedKey(myPriv, theirPub, CryptoContext::pair, approverPub, newDevicePub);
+    return Internal::agreedKey(myPriv, theirPub, CryptoContext::pair, approverPub, newDevicePub);
 }
 
 Bytes pairSeal(ByteView myPriv, ByteView myPub, ByteView theirPub, const MasterKey& mk) {

@@ -11,8 +11,8 @@ namespace KRCrypto {
 
 namespace {
 
-using internal::owned;
-using internal::require;
+using Internal::owned;
+using Internal::require;
 
 auto privateKeyOf(ByteView bytes) {
     if (bytes.size() != keySize) {
@@ -54,7 +54,7 @@ SecretBytes sharedSecret(ByteView myPriv, ByteView theirPub) {
             EVP_PKEY_derive_set_peer(context.get(), theirs.get()) == 1);
     SecretBytes secret(keySize);
     std::size_t size = secret.size();
-    const internal::ErrorQueueScope errors;
+    const Internal::ErrorQueueScope errors;
     if (EVP_PKEY_derive(context.get(), secret.bytes().data(), &size) != 1 || secret == SecretBytes(keySize)) {
         refusePublicKey();
     }

@@ -7,8 +7,8 @@ namespace KRCrypto::QuickSendJSON {
 
 namespace {
 
-using internal::appendQuoted;
-using internal::JsonRecord;
+using Internal::appendQuoted;
+using Internal::JsonRecord;
 
 constexpr std::int64_t version = 1;
 

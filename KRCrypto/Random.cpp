@@ -5,7 +5,7 @@
 namespace KRCrypto {
 
 void fillRandom(MutableBytes out) {
-    internal::fillRandom(out, internal::systemRandom, internal::generatedRandom);
+    Internal::fillRandom(out, Internal::systemRandom, Internal::generatedRandom);
 }
 
 Bytes randomBytes(std::size_t count) {

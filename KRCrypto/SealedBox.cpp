@@ -8,13 +8,13 @@ namespace KRCrypto {
 
 namespace {
 
-using internal::AesGcm;
+using Internal::AesGcm;
 
 constexpr std::size_t nonceAt = 1;
 constexpr std::size_t ciphertextAt = nonceAt + gcmIVSize;
 
 struct Parts {
-    internal::Nonce nonce;
+    Internal::Nonce nonce;
     ByteView ciphertext;
     std::span<const std::uint8_t, gcmTagSize> tag;
 };
@@ -45,7 +45,7 @@ ByteView sealWith(AesGcm& cipher, ByteView plaintext, std::string_view aad, Muta
     const MutableBytes box = fitting(out, plaintext.size() + sealedOverhead);
     const auto nonce = box.subspan<nonceAt, gcmIVSize>();
     box[0] = keyVersion;
-    internal::fillNonce(nonce);
+    Internal::fillNonce(nonce);
     cipher.seal(nonce, asBytes(aad), plaintext, box.subspan(ciphertextAt).data(), box.last<gcmTagSize>());
     return box;
 }

@@ -35,7 +35,7 @@ SecretBytes openSecret(ByteView key, ByteView sealed, std::string_view aad);
 ByteView sealInto(ByteView key, ByteView plaintext, std::string_view aad, MutableBytes out);
 ByteView openInto(ByteView key, ByteView sealed, std::string_view aad, MutableBytes out);
 
-namespace internal {
+namespace Internal {
 class AesGcm;
 }
 
@@ -45,6 +45,8 @@ class AesGcm;
 class SealingKey {
 public:
     explicit SealingKey(ByteView key); // throws InvalidKeyLength
+    SealingKey(const SealingKey&) = delete;
+    SealingKey& operator=(const SealingKey&) = delete;
     SealingKey(SealingKey&&) noexcept;
     SealingKey& operator=(SealingKey&&) noexcept;
     ~SealingKey();
@@ -55,7 +57,7 @@ public:
     ByteView openInto(ByteView sealed, std::string_view aad, MutableBytes out);
 
 private:
-    std::unique_ptr<internal::AesGcm> cipher_;
+    std::unique_ptr<Internal::AesGcm> cipher_;
 };
 
 } // namespace KRCrypto

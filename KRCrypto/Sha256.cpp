@@ -4,7 +4,7 @@
 
 namespace KRCrypto {
 
-using internal::require;
+using Internal::require;
 
 void Sha256::Deleter::operator()(evp_md_ctx_st* context) const noexcept {
     EVP_MD_CTX_free(context);
@@ -12,7 +12,7 @@ void Sha256::Deleter::operator()(evp_md_ctx_st* context) const noexcept {
 
 Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
     require(context_ != nullptr &&
-            EVP_DigestInit_ex2(context_.get(), internal::sha256Digest(), nullptr) == 1);
+            EVP_DigestInit_ex2(context_.get(), Internal::sha256Digest(), nullptr) == 1);
 }
 
 Sha256::Sha256(const Sha256& other) : context_(EVP_MD_CTX_new()) {
@@ -39,7 +39,7 @@ Digest Sha256::digest() const {
 
 Digest sha256(ByteView data) {
     Digest digest{};
-    require(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, internal::sha256Digest(), nullptr) ==
+    require(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, Internal::sha256Digest(), nullptr) ==
             1);
     return digest;
 }

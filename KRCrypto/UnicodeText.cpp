@@ -35,7 +35,7 @@ char32_t CodePoints::next() {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text_.data()) + next_;
     int32_t used = 0;
     UChar32 codePoint = 0;
-    U8_NEXT(bytes, used, left, codePoint);
+    U8_NEXT(bytes, used, left, codePoint); // NOLINT(bugprone-inc-dec-in-conditions): the macro's own
     if (codePoint < 0) {
         throw KRCryptoError(KRCryptoError::InvalidEncoding{});
     }

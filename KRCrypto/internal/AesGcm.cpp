@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 namespace {
 
@@ -75,4 +75,4 @@ void AesGcm::open(Nonce nonce, ByteView associated, ByteView ciphertext,
     }
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

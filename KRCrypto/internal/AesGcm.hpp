@@ -4,7 +4,7 @@
 #include "KRCrypto/Sizes.hpp"
 #include "KRCrypto/internal/OpenSSL.hpp"
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 using Nonce = std::span<const std::uint8_t, gcmIVSize>;
 
@@ -37,4 +37,4 @@ private:
     OpenSSLPtr<EVP_CIPHER_CTX> context_;
 };
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

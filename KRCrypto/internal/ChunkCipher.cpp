@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 namespace {
 
@@ -53,4 +53,4 @@ void requireChunkSize(std::int64_t chunkSize) {
     }
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

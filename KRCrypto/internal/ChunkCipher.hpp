@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 // Where a chunk stands in its file; the source of its nonce and associated data.
 class ChunkPosition {
@@ -27,4 +27,4 @@ void requireChunkCount(std::int64_t chunkCount);
 // Throws SizeMismatch unless 1 ≤ chunkSize ≤ KRCrypto::chunkSize.
 void requireChunkSize(std::int64_t chunkSize);
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

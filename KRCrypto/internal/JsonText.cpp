@@ -11,7 +11,7 @@
 #include <new>
 #include <utility>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 namespace {
 
@@ -145,4 +145,4 @@ std::string_view JsonRecord::textView(std::string_view key) const {
     return value.get_string();
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

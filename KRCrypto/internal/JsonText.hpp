@@ -13,7 +13,7 @@
 
 // The little JSON the sealed records need. Writing is done by hand, so that the same record always gives the
 // same bytes.
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 // Appends a JSON string. Escaped are `"`, `\` and what lies below U+0020; all else stays UTF-8. Throws
 // InvalidEncoding when the text is not UTF-8.
@@ -45,4 +45,4 @@ private:
     boost::json::object object_;
 };
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

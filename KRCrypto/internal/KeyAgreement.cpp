@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <array>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 SecretBytes agreedKey(ByteView myPriv, ByteView theirPub, std::string_view label, ByteView firstPub,
                       ByteView secondPub) {
@@ -22,4 +22,4 @@ SecretBytes agreedKey(ByteView myPriv, ByteView theirPub, std::string_view label
     return hkdf(shared, label, keySize, salt);
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

@@ -1,6 +1,6 @@
 #include "KRCrypto/internal/OpenSSL.hpp"
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 namespace {
 
@@ -27,4 +27,4 @@ EVP_MAC* hmac() {
     return algorithm;
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 // Ownership of OpenSSL's objects, and the algorithms, looked up once for the life of the process.
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 struct OpenSSLDeleter {
     void operator()(EVP_CIPHER_CTX* context) const noexcept { EVP_CIPHER_CTX_free(context); }
@@ -54,4 +54,4 @@ EVP_CIPHER* aes256Gcm();
 EVP_MD* sha256Digest();
 EVP_MAC* hmac();
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

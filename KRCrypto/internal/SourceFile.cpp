@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 SourceFile::SourceFile(const std::filesystem::path& path)
     : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
@@ -67,4 +67,4 @@ void SourceFile::fail(int code) const {
                                             std::error_code(code, std::system_category()));
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

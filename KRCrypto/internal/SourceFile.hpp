@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 // A regular file open for reading. Failures are std::system_error with the system's code, directories and
 // devices included; nothing waits for a pipe's other end.
@@ -31,4 +31,4 @@ private:
     int descriptor_ = -1;
 };
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

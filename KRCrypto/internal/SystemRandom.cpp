@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 namespace {
 
@@ -94,4 +94,4 @@ void fillNonce(std::span<std::uint8_t, gcmIVSize> out) {
     stock.take(out);
 }
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

@@ -3,7 +3,7 @@
 #include "KRCrypto/Bytes.hpp"
 #include "KRCrypto/Sizes.hpp"
 
-namespace KRCrypto::internal {
+namespace KRCrypto::Internal {
 
 // A source fills all of `out` or returns false.
 using RandomSource = bool (*)(MutableBytes out);
@@ -19,4 +19,4 @@ void fillRandom(MutableBytes out, RandomSource system, RandomSource generator);
 // forked child, so parent and child never hand out the same nonce.
 void fillNonce(std::span<std::uint8_t, gcmIVSize> out);
 
-} // namespace KRCrypto::internal
+} // namespace KRCrypto::Internal

@@ -66,6 +66,7 @@ void smallOpen(benchmark::State& state) {
 void metadataOfManyNames(benchmark::State& state) {
     const MasterKey mk = MasterKey::fromBytes(benchKey);
     std::vector<std::string> names;
+    names.reserve(100000);
     for (int i = 0; i < 100000; ++i) {
         names.push_back((i % 2 == 0 ? "Urlaub é " : "IMG_") + std::to_string(i) + ".JPG");
     }

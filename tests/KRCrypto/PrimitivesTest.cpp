@@ -57,7 +57,7 @@ TEST(PublishedVectors, AesGcmOpensAndRefuses) {
         const Bytes iv = bytes(v, "iv");
         const Bytes ciphertext = bytes(v, "ct");
         Bytes tag = bytes(v, "tag");
-        internal::AesGcm cipher(bytes(v, "key"));
+        Internal::AesGcm cipher(bytes(v, "key"));
         Bytes plaintext(ciphertext.size(), 0xEE);
         const auto open = [&] {
             cipher.open(ByteView(iv).first<gcmIVSize>(), bytes(v, "aad"), ciphertext,
@@ -173,7 +173,7 @@ std::set<Bytes> nonces(int count) {
     std::set<Bytes> found;
     for (int i = 0; i < count; ++i) {
         Bytes nonce(gcmIVSize);
-        internal::fillNonce(MutableBytes(nonce).first<gcmIVSize>());
+        Internal::fillNonce(MutableBytes(nonce).first<gcmIVSize>());
         found.insert(nonce);
     }
     return found;
@@ -210,10 +210,10 @@ TEST(Nonces, NeverRepeatAcrossRefillsThreadsAndForks) {
 TEST(RandomBytes, ComeFromTheGeneratorWhenTheSystemRefuses) {
     Bytes out(40);
     const auto refuses = [](MutableBytes) { return false; };
-    internal::fillRandom(out, refuses, internal::generatedRandom);
+    Internal::fillRandom(out, refuses, Internal::generatedRandom);
     EXPECT_LT(std::ranges::count(out, 0), 10);
     EXPECT_TRUE(randomBytes(0).empty());
-    EXPECT_DEATH(internal::fillRandom(out, refuses, refuses), "No source of random bytes");
+    EXPECT_DEATH(Internal::fillRandom(out, refuses, refuses), "No source of random bytes");
 }
 
 TEST(Encodings, Base64DecodesWhatItShouldAndNothingElse) {
