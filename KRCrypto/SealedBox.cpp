@@ -59,7 +59,10 @@ ByteView openWith(AesGcm& cipher, const Parts& parts, std::string_view aad, Muta
 } // namespace
 
 Bytes seal(ByteView key, ByteView plaintext, std::string_view aad) {
-    return SealingKey(key).seal(plaintext, aad);
+    AesGcm cipher(key);
+    Bytes box(plaintext.size() + sealedOverhead);
+    sealWith(cipher, plaintext, aad, box);
+    return box;
 }
 
 Bytes open(ByteView key, ByteView sealed, std::string_view aad) {
@@ -89,7 +92,9 @@ ByteView openInto(ByteView key, ByteView sealed, std::string_view aad, MutableBy
     return openWith(cipher, parts, aad, out);
 }
 
-SealingKey::SealingKey(ByteView key) : cipher_(std::make_unique<AesGcm>(key)) {}
+SealingKey::SealingKey(ByteView key) : cipher_(std::make_unique<AesGcm>(key)) {
+    cipher_->expandKey();
+}
 
 SealingKey::SealingKey(SealingKey&&) noexcept = default;
 SealingKey& SealingKey::operator=(SealingKey&&) noexcept = default;

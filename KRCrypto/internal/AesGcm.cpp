@@ -15,16 +15,23 @@ constexpr std::size_t mostPerCall = std::size_t{1} << 30U;
 
 } // namespace
 
-AesGcm::AesGcm(ByteView key) {
+AesGcm::AesGcm(ByteView key) : unreadKey_(key) {
     if (key.size() != keySize) {
         throw KRCryptoError(KRCryptoError::InvalidKeyLength{key.size()});
     }
     context_ = owned(EVP_CIPHER_CTX_new());
-    require(EVP_EncryptInit_ex2(context_.get(), aes256Gcm(), key.data(), nullptr, nullptr) == 1);
+}
+
+void AesGcm::expandKey() {
+    require(EVP_EncryptInit_ex2(context_.get(), aes256Gcm(), unreadKey_.data(), nullptr, nullptr) == 1);
+    unreadKey_ = {};
 }
 
 void AesGcm::start(Nonce nonce, ByteView associated, int seals) {
-    require(EVP_CipherInit_ex2(context_.get(), nullptr, nullptr, nonce.data(), seals, nullptr) == 1);
+    const EVP_CIPHER* algorithm = unreadKey_.empty() ? nullptr : aes256Gcm();
+    require(EVP_CipherInit_ex2(context_.get(), algorithm, unreadKey_.data(), nonce.data(), seals, nullptr) ==
+            1);
+    unreadKey_ = {};
     if (!associated.empty()) {
         int written = 0;
         require(EVP_CipherUpdate(context_.get(), nullptr, &written, associated.data(),

@@ -57,7 +57,8 @@ TEST(PublishedVectors, AesGcmOpensAndRefuses) {
         const Bytes iv = bytes(v, "iv");
         const Bytes ciphertext = bytes(v, "ct");
         Bytes tag = bytes(v, "tag");
-        Internal::AesGcm cipher(bytes(v, "key"));
+        const Bytes key = bytes(v, "key");
+        Internal::AesGcm cipher(key);
         Bytes plaintext(ciphertext.size(), 0xEE);
         const auto open = [&] {
             cipher.open(ByteView(iv).first<gcmIVSize>(), bytes(v, "aad"), ciphertext,
