@@ -46,7 +46,7 @@ public:
 
     const std::variant<FileMeta, FolderMeta>& value() const noexcept { return value_; }
 
-    const std::string& name() const noexcept {
+    const std::string& name() const {
         return std::visit([](const auto& entry) -> const std::string& { return entry.name; }, value_);
     }
 
