@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// What names go through before they are compared or sealed. Texts are UTF-8; one that is not throws
+// InvalidEncoding.
+namespace KRCrypto {
+
+bool isUTF8(std::string_view text) noexcept;
+void requireUTF8(std::string_view text);
+
+// Canonical composition (Unicode NFC).
+std::string toNFC(std::string_view text);
+
+// Lower case by Unicode's full mapping of each code point by itself, in no language: sigma is always U+03C3,
+// and U+0130 becomes two code points. Stored blind indexes and `name_lower` columns depend on every detail of
+// it.
+std::string toLower(std::string_view text);
+
+// Without the white space (Unicode's White_Space, line breaks included) at both ends.
+std::string_view trimmed(std::string_view text);
+
+bool isWhiteSpace(char32_t codePoint) noexcept;
+
+// The code points of a UTF-8 text one after the other.
+class CodePoints {
+public:
+    explicit CodePoints(std::string_view text) noexcept : text_(text) {}
+
+    bool atEnd() const noexcept { return next_ >= text_.size(); }
+
+    // Byte offset of the code point that next() returns.
+    std::size_t offset() const noexcept { return next_; }
+
+    // Throws InvalidEncoding where the text is not UTF-8.
+    char32_t next();
+
+private:
+    std::string_view text_;
+    std::size_t next_ = 0;
+};
+
+void appendUTF8(std::string& text, char32_t codePoint);
+
+} // namespace KRCrypto

@@ -1,0 +1,35 @@
+// Writes the seed corpora from the golden vectors: node fuzz/seeds.mjs
+import fs from 'node:fs'
+import path from 'node:path'
+
+const here = path.dirname(new URL(import.meta.url).pathname)
+const golden = name => JSON.parse(fs.readFileSync(path.join(here, '../tests/vectors/golden', name + '.json'), 'utf8'))
+const un = text => Buffer.from(text, 'hex')
+const seeds = (target, list) => {
+    const folder = path.join(here, 'corpus', 'fuzz_' + target)
+    fs.mkdirSync(folder, { recursive: true })
+    list.forEach((seed, i) => fs.writeFileSync(path.join(folder, String(i).padStart(2, '0')), seed))
+}
+
+const account = golden('account')
+const files = golden('files')
+const entries = golden('entries')
+const devices = golden('devices')
+const sharing = golden('sharing')
+const metas = entries.metas.map(m => m.json)
+const place = (...numbers) => {
+    const bytes = Buffer.alloc(24)
+    numbers.forEach((n, i) => bytes.writeBigInt64LE(BigInt(n), 8 * i))
+    return bytes
+}
+
+seeds('open', ['', '01', '02', ...[28, 29].map(n => '01'.repeat(n)), ...golden('boxes').map(b => b.sealed)].map(un))
+seeds('chunk', [[0, 1, 16], [1, 2, 10485793], [4294967294, 4294967295, '9223372036854775807'], [-1, 0, -1]]
+    .flatMap(numbers => ['', files.contents[4].chunks[0]].map(chunk => Buffer.concat([place(...numbers), un(chunk)]))))
+seeds('metadata', [...metas, '[[[[[[[[', '{"v":1,"name":"\\ud800"}', '{"v":1.0,"name":null}'])
+seeds('recoveryCode', [account.recoveryCode, account.recoveryCode.toLowerCase().replaceAll('-', ' '), 'A'.repeat(52),
+    un(account.recoverySecret)])
+seeds('base64', ['QQ', 'QQ==', 'QUI=', '-_8', '+/8=', '=', '00ab', sharing.link.fragment])
+seeds('quickSend', [...devices.items.map(i => i.json), ' https://example.org \n', 'HTTP://x'])
+seeds('linkFragment', [sharing.link.fragment, sharing.link.fragment + '=', sharing.drop.fragment, ' Fotos\u202e '])
+seeds('dropItem', [...metas, '../a/b\\c\u0000.txt', 'x'.repeat(300) + '.tar.gz', 'e/\u0301', ' . ..', 'a\u202egpj.exe'])

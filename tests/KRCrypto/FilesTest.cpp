@@ -1,0 +1,302 @@
+#include "KRCrypto/ChunkCrypto.hpp"
+#include "KRCrypto/ChunkDecryptor.hpp"
+#include "KRCrypto/CryptoContext.hpp"
+#include "KRCrypto/FileChunkReader.hpp"
+#include "KRCrypto/MasterKey.hpp"
+#include "KRCrypto/SealedBox.hpp"
+#include "tests/KRCrypto/Vectors.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <system_error>
+
+namespace KRCrypto::Tests {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace ChunkCrypto;
+
+constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t most32 = std::numeric_limits<std::uint32_t>::max();
+
+class Files : public testing::Test {
+protected:
+    Files() {
+        std::string name = (fs::temp_directory_path() / "krcrypto-XXXXXX").string();
+        folder = mkdtemp(name.data());
+        file = folder / "source";
+    }
+
+    Files(const Files&) = delete;
+    Files& operator=(const Files&) = delete;
+
+    ~Files() override { fs::remove_all(folder); }
+
+    void write(const fs::path& path, ByteView content) {
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()), std::ssize(content));
+    }
+
+    // Encrypts `file`; `between` runs when the first chunk is out.
+    std::string failureOfEncrypting(std::int64_t chunkSize, const std::function<void()>& between) {
+        return failureOf([&] {
+            return encryptFile(file, key, chunkSize, [&](std::int64_t index, ByteView) {
+                if (index == 0) {
+                    between();
+                }
+            });
+        });
+    }
+
+    fs::path folder;
+    fs::path file;
+    Bytes key = Bytes(32, 9);
+};
+
+template <class Call>
+int systemErrorOf(Call call) {
+    try {
+        static_cast<void>(call());
+        return 0;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+}
+
+const auto ignore = [](std::int64_t, ByteView) {};
+
+TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
+    const auto v = vectors("golden/files");
+    const Bytes fk = bytes(v, "fileKey");
+    const std::int64_t size = number(v, "chunkSize");
+    for (const auto& content : v.at("contents").as_array()) {
+        const Bytes plain = bytes(content, "plain");
+        std::vector<Bytes> golden;
+        for (const auto& chunk : content.at("chunks").as_array()) {
+            golden.push_back(Hex::decode(std::string_view(chunk.as_string())));
+        }
+        write(file, plain);
+
+        std::vector<Bytes> made;
+        const EncryptSummary summary = encryptFile(file, fk, size, [&](std::int64_t index, ByteView chunk) {
+            EXPECT_EQ(index, std::ssize(made));
+            made.push_back(copyOf(chunk));
+        });
+        EXPECT_EQ(made, golden);
+        const auto blob = static_cast<std::int64_t>(plain.size() + 16 * golden.size());
+        EXPECT_EQ(summary,
+                  (EncryptSummary{text(content, "sha256"), std::ssize(plain), std::ssize(golden), blob}));
+        EXPECT_EQ(encryptedSize(std::ssize(plain), size), blob);
+
+        const FileChunkReader reader(file, size);
+        Bytes decrypted;
+        EXPECT_EQ(decryptChunks(
+                      fk, reader.chunkCount(), text(content, "sha256"),
+                      [&](std::int64_t index, Bytes& chunk) { chunk = reader.encrypted(index, fk); },
+                      [&](ByteView part) { decrypted.insert(decrypted.end(), part.begin(), part.end()); }),
+                  text(content, "sha256"));
+        EXPECT_EQ(decrypted, plain);
+        EXPECT_EQ(sha256OfFile(file, 63), std::pair(sha256(plain), static_cast<std::int64_t>(plain.size())));
+    }
+    const auto& far = v.at("farChunk");
+    EXPECT_EQ(encryptChunk(fk, number(far, "index"), number(far, "chunkCount"), bytes(far, "plain")),
+              bytes(far, "chunk"));
+    const auto mk = MasterKey::fromBytes(bytes(vectors("golden/account"), "masterKey"));
+    EXPECT_EQ(mk.unwrapFileKey(bytes(v, "wrappedFileKey")), SecretBytes::copyOf(fk));
+    EXPECT_EQ(openThumbnail(fk, bytes(v.at("thumbnail"), "sealed")), bytes(v.at("thumbnail"), "plain"));
+    EXPECT_EQ(openThumbnail(fk, sealThumbnail(fk, fk)), fk);
+}
+
+TEST_F(Files, FullChunkAndOneByteMore) {
+    Bytes plain(static_cast<std::size_t>(chunkSize) + 1, 0xA5);
+    write(file, plain);
+    std::vector<std::size_t> sizes;
+    const auto summary = encryptFile(file, key, effectiveChunkSize(),
+                                     [&](std::int64_t, ByteView chunk) { sizes.push_back(chunk.size()); });
+    EXPECT_EQ(sizes, (std::vector<std::size_t>{10485776, 17}));
+    EXPECT_EQ(summary.encryptedSize, 10485793);
+    EXPECT_EQ(summary.sha256, hexString(sha256(plain)));
+    EXPECT_EQ(failureOf([&] { return encryptChunk(key, 0, 1, plain); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return decryptChunk(key, 0, 1, Bytes(10485777)); }), "Size mismatch");
+    plain.pop_back();
+    EXPECT_EQ(decryptChunk(key, 0, 1, encryptChunk(key, 0, 1, plain)), plain);
+}
+
+TEST(ChunkArithmetic, HoldsAtTheEdges) {
+    const std::pair<std::int64_t, std::int64_t> counts[] = {
+        {-1, 1}, {0, 1}, {1, 1}, {chunkSize, 1}, {chunkSize + 1, 2}, {most, most / chunkSize + 1}};
+    for (const auto& [size, count] : counts) {
+        EXPECT_EQ(chunkCount(size), count);
+    }
+    EXPECT_EQ(encryptedSize(0), 16);
+    EXPECT_EQ(failureOf([] { return encryptedSize(most); }), "Size mismatch");
+    for (const std::int64_t bad : {std::int64_t{0}, std::int64_t{-1}, chunkSize + 1, most}) {
+        EXPECT_EQ(failureOf([&] { return chunkCount(1, bad); }), "Size mismatch");
+        EXPECT_EQ(failureOf([&] { return encryptedRange(0, 1, 17, bad); }), "Size mismatch");
+    }
+    EXPECT_EQ(encryptedRange(0, 2, 10485793), (ByteRange{0, 10485776}));
+    EXPECT_EQ(encryptedRange(1, 2, 10485793), (ByteRange{10485776, 10485793}));
+    EXPECT_EQ(encryptedRange(2, 3, 100, 24), (ByteRange{80, 100}));
+    EXPECT_EQ(encryptedRange(most32 - 1, most32, most),
+              (ByteRange{(most32 - 1) * encChunkSize, most32 * encChunkSize}));
+    const std::tuple<std::int64_t, std::int64_t, std::int64_t, std::string_view> refused[] = {
+        {2, 2, 100, "Invalid chunk index"},
+        {-1, 2, 100, "Invalid chunk index"},
+        {0, 0, 100, "Invalid chunk index"},
+        {0, most32 + 1, 100, "Invalid chunk index"},
+        {most, most, most, "Invalid chunk index"},
+        {1, 2, 10485776, "Size mismatch"},
+        {0, 1, 0, "Size mismatch"},
+        {0, 1, -1, "Size mismatch"},
+    };
+    for (const auto& [index, count, size, sentence] : refused) {
+        EXPECT_EQ(failureOf([&] { return encryptedRange(index, count, size); }), sentence);
+    }
+}
+
+TEST(Chunks, RefuseInTheOrderOfTheirChecks) {
+    const Bytes key(32);
+    const std::tuple<std::size_t, std::int64_t, std::int64_t, std::size_t, std::string_view> table[] = {
+        {31, 5, 1, 0, "Invalid key length 31"},        {32, 1, 1, 0, "Invalid chunk index"},
+        {32, -1, 1, 0, "Invalid chunk index"},         {32, 0, 0, 0, "Invalid chunk index"},
+        {32, 0, most32 + 1, 0, "Invalid chunk index"}, {32, most32, most32 + 1, 16, "Invalid chunk index"},
+        {32, 0, 1, 0, "Malformed sealed box"},         {32, 0, 1, 1, "Malformed sealed box"},
+        {32, 0, 1, 15, "Malformed sealed box"},        {32, 0, 1, 16, authenticationFailed},
+        {32, 0, 1, 28, authenticationFailed},          {32, 0, 1, 29, authenticationFailed},
+    };
+    for (const auto& [keySize, index, count, size, sentence] : table) {
+        EXPECT_EQ(failureOf([&] { return decryptChunk(Bytes(keySize), index, count, Bytes(size)); }),
+                  sentence);
+        if (sentence.starts_with("Invalid")) {
+            EXPECT_EQ(failureOf([&] { return encryptChunk(Bytes(keySize), index, count, {}); }), sentence);
+        }
+    }
+    Bytes tight(15);
+    EXPECT_EQ(failureOf([&] { return encryptChunkInto(key, 0, 1, {}, tight); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return decryptChunkInto(key, 0, 1, Bytes(32), tight); }), "Size mismatch");
+}
+
+TEST(Chunks, AreBoundToKeyPlaceAndCount) {
+    const Bytes key(32, 1);
+    const Bytes chunk = encryptChunk(key, 1, 3, Bytes(40, 0x55));
+    const std::tuple<std::uint8_t, std::int64_t, std::int64_t> elsewhere[] = {
+        {1, 0, 3}, {1, 2, 3}, {1, 1, 2}, {1, 1, 4}, {2, 1, 3}};
+    for (const auto& [fill, index, count] : elsewhere) {
+        EXPECT_EQ(failureOf([&] { return decryptChunk(Bytes(32, fill), index, count, chunk); }),
+                  authenticationFailed);
+    }
+    for (std::size_t at = 0; at < chunk.size(); ++at) {
+        Bytes kept = flipped(chunk, at);
+        EXPECT_EQ(failureOf([&] { return decryptChunkInto(key, 1, 3, kept, kept); }), authenticationFailed);
+        EXPECT_EQ(std::ranges::count(kept, 0x55), 0) << "plaintext is left behind";
+    }
+    EXPECT_EQ(decryptChunk(key, 1, 3, chunk), Bytes(40, 0x55));
+}
+
+TEST(Decryptor, TakesEachChunkOnceInOrderAndChecksTheWhole) {
+    const Bytes key(32, 1);
+    const Bytes first = encryptChunk(key, 0, 2, asBytes("ab"));
+    const Bytes second = encryptChunk(key, 1, 2, asBytes("c"));
+    ChunkDecryptor decryptor(key, 2);
+    EXPECT_EQ(failureOf([&] { return decryptor.decrypt(1, second); }), "Invalid chunk index");
+    EXPECT_EQ(failureOf([&] { return decryptor.finish(); }), "Invalid chunk index");
+    EXPECT_EQ(decryptor.decrypt(0, first), copyOf("ab"));
+    EXPECT_EQ(failureOf([&] { return decryptor.decrypt(0, first); }), "Invalid chunk index");
+    EXPECT_EQ(failureOf([&] { return decryptor.decrypt(1, first); }), authenticationFailed);
+    EXPECT_EQ(decryptor.nextIndex(), 1);
+    EXPECT_EQ(failureOf([&] { return decryptor.finish(); }), "Invalid chunk index");
+    EXPECT_EQ(decryptor.decrypt(1, second), copyOf("c"));
+    EXPECT_EQ(decryptor.plainBytes(), 3);
+
+    const std::string hash = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+    EXPECT_EQ(decryptor.finish(), hash);
+    EXPECT_EQ(decryptor.finish("BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD"), hash);
+    EXPECT_EQ(failureOf([&] { return decryptor.finish("BA7816BF8F01\xff"); }),
+              "Integrity check failed (expected BA7816BF8F01…, got ba7816bf8f01…)");
+    for (const std::int64_t count : {std::int64_t{0}, std::int64_t{-1}, most32 + 1}) {
+        EXPECT_EQ(failureOf([&] { return ChunkDecryptor(key, count); }), "Invalid chunk index");
+    }
+}
+
+TEST_F(Files, ChangesWhileEncryptingAreFound) {
+    const auto resize = [&](std::uintmax_t size) { return [this, size] { fs::resize_file(file, size); }; };
+    const std::tuple<std::string_view, std::function<void()>, std::string_view> table[] = {
+        {"untouched", [] {}, ""},
+        {"grows by a byte in its last chunk", resize(91), "File changed while it was being read"},
+        {"grows by chunks", resize(300), "File changed while it was being read"},
+        {"shrinks by a byte", resize(89), "File changed while it was being read"},
+        {"shrinks to the chunk already read", resize(40), "File changed while it was being read"},
+        {"is emptied", resize(0), "File changed while it was being read"},
+        {"is replaced by another file", [&] { fs::rename(folder / "other", file); }, ""},
+        {"is removed", [&] { fs::remove(file); }, ""},
+    };
+    for (const auto& [what, change, sentence] : table) {
+        write(file, Bytes(90, 1));
+        write(folder / "other", Bytes(7, 2));
+        EXPECT_EQ(failureOfEncrypting(40, change), sentence) << what;
+    }
+}
+
+TEST_F(Files, StoppingASinkOrATokenEndsEncrypting) {
+    write(file, Bytes(90, 1));
+    std::stop_source stop;
+    int chunks = 0;
+    const auto stopAfterFirst = [&](std::int64_t, ByteView) {
+        ++chunks;
+        stop.request_stop();
+    };
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file, key, 40, stopAfterFirst, stop.get_token()); }),
+              ECANCELED);
+    EXPECT_EQ(chunks, 1);
+    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(file, 10, stop.get_token()); }), ECANCELED);
+    const auto abort = [](std::int64_t, ByteView) { throw std::out_of_range("enough"); };
+    EXPECT_THROW(encryptFile(file, key, 40, abort), std::out_of_range);
+}
+
+TEST_F(Files, RefusesWhatItCannotEncrypt) {
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file, key, 40, ignore); }), ENOENT);
+    EXPECT_EQ(systemErrorOf([&] { return FileChunkReader(file); }), ENOENT);
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder, key, 40, ignore); }), EISDIR);
+    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(folder); }), EISDIR);
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder / "pipe", key, 40, ignore); }), EINVAL);
+    write(file, Bytes(10001, 1));
+    EXPECT_EQ(failureOf([&] { return encryptFile(file, key, 1, ignore); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptFile(file, key, 0, ignore); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptFile(file, Bytes(5), 40, ignore); }), "Invalid key length 5");
+    EXPECT_EQ(failureOf([&] { return sha256OfFile(file, 0); }), "Size mismatch");
+}
+
+TEST_F(Files, ReaderFindsChunksThatComeShort) {
+    write(file, Bytes(90, 1));
+    const FileChunkReader reader(file, 40);
+    EXPECT_EQ(reader.plain(2), Bytes(10, 1));
+    fs::resize_file(file, 85);
+    EXPECT_EQ(reader.plain(1), Bytes(40, 1));
+    EXPECT_EQ(failureOf([&] { return reader.plain(2); }), "File changed while it was being read");
+    EXPECT_EQ(failureOf([&] { return reader.encrypted(2, key); }), "File changed while it was being read");
+    EXPECT_EQ(failureOf([&] { return reader.plain(3); }), "Invalid chunk index");
+    EXPECT_EQ(failureOf([&] { return reader.plain(-1); }), "Invalid chunk index");
+    Bytes tight(50);
+    EXPECT_EQ(failureOf([&] { return reader.encryptedInto(0, key, tight); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return reader.encrypted(0, Bytes(31)); }), "Invalid key length 31");
+}
+
+TEST(FileKeys, HaveThirtyTwoBytesInEveryBox) {
+    const MasterKey mk = MasterKey::generate();
+    const SecretBytes fk = generateFileKey();
+    EXPECT_EQ(mk.unwrapFileKey(mk.wrapFileKey(fk)), fk);
+    const Bytes shortKey = seal(mk.bytes(), Bytes(31), CryptoContext::fkWrap);
+    EXPECT_EQ(failureOf([&] { return mk.unwrapFileKey(shortKey); }), "Invalid key length 31");
+    EXPECT_EQ(failureOf([&] { return mk.wrapFileKey(Bytes(31)); }), "Invalid key length 31");
+    EXPECT_EQ(failureOf([&] { return openThumbnail(fk, mk.wrapFileKey(fk)); }), authenticationFailed);
+}
+
+} // namespace
+} // namespace KRCrypto::Tests
