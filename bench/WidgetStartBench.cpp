@@ -84,7 +84,9 @@ double peakMemory(const std::vector<std::string>& arguments) {
     const Launch launch(arguments);
     const pid_t pid = ::fork();
     if (pid == 0) {
-        ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+        const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0)
+            ::_exit(127);
         ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         ::raise(SIGSTOP);
         ::execv(launch.argv()[0], launch.argv());
