@@ -43,18 +43,22 @@ void check(const WidgetSnapshot& snapshot, const std::optional<std::string_view>
         throw std::invalid_argument("the thumbnail is too large");
 }
 
+bool readsBackAs(const WidgetSnapshot& snapshot, const std::string& json) {
+    try {
+        return KRJSON::read<WidgetSnapshot>(json) == snapshot;
+    } catch (const JSONError&) {
+        return false;
+    }
+}
+
 /// The snapshot's text. What would not be read back as it is (text that is no UTF-8) is refused.
 std::string written(const WidgetSnapshot& snapshot) {
     auto json = KRJSON::write(snapshot);
     if (json.size() > maxSnapshotSize)
         throw std::invalid_argument("the snapshot is too large");
-    try {
-        if (KRJSON::read<WidgetSnapshot>(json) == snapshot)
-            return json;
-    } catch (const JSONError&) {
-        // Said below, as for text that reads back differently.
-    }
-    throw std::invalid_argument("the snapshot holds text that is not UTF-8");
+    if (!readsBackAs(snapshot, json))
+        throw std::invalid_argument("the snapshot holds text that is not UTF-8");
+    return json;
 }
 
 /// One publisher at a time, in all processes; readers take no lock.

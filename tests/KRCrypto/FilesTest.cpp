@@ -29,24 +29,24 @@ class Files : public testing::Test {
 protected:
     Files() {
         std::string name = (fs::temp_directory_path() / "krcrypto-XXXXXX").string();
-        folder = mkdtemp(name.data());
-        file = folder / "source";
+        folder_ = mkdtemp(name.data());
+        file_ = folder_ / "source";
     }
 
     Files(const Files&) = delete;
     Files& operator=(const Files&) = delete;
 
-    ~Files() override { fs::remove_all(folder); }
+    ~Files() override { fs::remove_all(folder_); }
 
     void write(const fs::path& path, ByteView content) {
         std::ofstream(path, std::ios::binary)
             .write(reinterpret_cast<const char*>(content.data()), std::ssize(content));
     }
 
-    // Encrypts `file`; `between` runs when the first chunk is out.
+    // Encrypts `file_`; `between` runs when the first chunk is out.
     std::string failureOfEncrypting(std::int64_t chunkSize, const std::function<void()>& between) {
         return failureOf([&] {
-            return encryptFile(file, key, chunkSize, [&](std::int64_t index, ByteView) {
+            return encryptFile(file_, key_, chunkSize, [&](std::int64_t index, ByteView) {
                 if (index == 0) {
                     between();
                 }
@@ -54,9 +54,9 @@ protected:
         });
     }
 
-    fs::path folder;
-    fs::path file;
-    Bytes key = Bytes(32, 9);
+    fs::path folder_;
+    fs::path file_;
+    Bytes key_ = Bytes(32, 9);
 };
 
 template <class Call>
@@ -81,10 +81,10 @@ TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
         for (const auto& chunk : content.at("chunks").as_array()) {
             golden.push_back(Hex::decode(std::string_view(chunk.as_string())));
         }
-        write(file, plain);
+        write(file_, plain);
 
         std::vector<Bytes> made;
-        const EncryptSummary summary = encryptFile(file, fk, size, [&](std::int64_t index, ByteView chunk) {
+        const EncryptSummary summary = encryptFile(file_, fk, size, [&](std::int64_t index, ByteView chunk) {
             EXPECT_EQ(index, std::ssize(made));
             made.push_back(copyOf(chunk));
         });
@@ -94,7 +94,7 @@ TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
                   (EncryptSummary{text(content, "sha256"), std::ssize(plain), std::ssize(golden), blob}));
         EXPECT_EQ(encryptedSize(std::ssize(plain), size), blob);
 
-        const FileChunkReader reader(file, size);
+        const FileChunkReader reader(file_, size);
         Bytes decrypted;
         EXPECT_EQ(decryptChunks(
                       fk, reader.chunkCount(), text(content, "sha256"),
@@ -102,7 +102,7 @@ TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
                       [&](ByteView part) { decrypted.insert(decrypted.end(), part.begin(), part.end()); }),
                   text(content, "sha256"));
         EXPECT_EQ(decrypted, plain);
-        EXPECT_EQ(sha256OfFile(file, 63), std::pair(sha256(plain), static_cast<std::int64_t>(plain.size())));
+        EXPECT_EQ(sha256OfFile(file_, 63), std::pair(sha256(plain), static_cast<std::int64_t>(plain.size())));
     }
     const auto& far = v.at("farChunk");
     EXPECT_EQ(encryptChunk(fk, number(far, "index"), number(far, "chunkCount"), bytes(far, "plain")),
@@ -115,17 +115,17 @@ TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
 
 TEST_F(Files, FullChunkAndOneByteMore) {
     Bytes plain(static_cast<std::size_t>(chunkSize) + 1, 0xA5);
-    write(file, plain);
+    write(file_, plain);
     std::vector<std::size_t> sizes;
-    const auto summary = encryptFile(file, key, effectiveChunkSize(),
+    const auto summary = encryptFile(file_, key_, effectiveChunkSize(),
                                      [&](std::int64_t, ByteView chunk) { sizes.push_back(chunk.size()); });
     EXPECT_EQ(sizes, (std::vector<std::size_t>{10485776, 17}));
     EXPECT_EQ(summary.encryptedSize, 10485793);
     EXPECT_EQ(summary.sha256, hexString(sha256(plain)));
-    EXPECT_EQ(failureOf([&] { return encryptChunk(key, 0, 1, plain); }), "Size mismatch");
-    EXPECT_EQ(failureOf([&] { return decryptChunk(key, 0, 1, Bytes(10485777)); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptChunk(key_, 0, 1, plain); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return decryptChunk(key_, 0, 1, Bytes(10485777)); }), "Size mismatch");
     plain.pop_back();
-    EXPECT_EQ(decryptChunk(key, 0, 1, encryptChunk(key, 0, 1, plain)), plain);
+    EXPECT_EQ(decryptChunk(key_, 0, 1, encryptChunk(key_, 0, 1, plain)), plain);
 }
 
 TEST(ChunkArithmetic, HoldsAtTheEdges) {
@@ -225,7 +225,7 @@ TEST(Decryptor, TakesEachChunkOnceInOrderAndChecksTheWhole) {
 }
 
 TEST_F(Files, ChangesWhileEncryptingAreFound) {
-    const auto resize = [&](std::uintmax_t size) { return [this, size] { fs::resize_file(file, size); }; };
+    const auto resize = [&](std::uintmax_t size) { return [this, size] { fs::resize_file(file_, size); }; };
     const std::tuple<std::string_view, std::function<void()>, std::string_view> table[] = {
         {"untouched", [] {}, ""},
         {"grows by a byte in its last chunk", resize(91), "File changed while it was being read"},
@@ -233,58 +233,58 @@ TEST_F(Files, ChangesWhileEncryptingAreFound) {
         {"shrinks by a byte", resize(89), "File changed while it was being read"},
         {"shrinks to the chunk already read", resize(40), "File changed while it was being read"},
         {"is emptied", resize(0), "File changed while it was being read"},
-        {"is replaced by another file", [&] { fs::rename(folder / "other", file); }, ""},
-        {"is removed", [&] { fs::remove(file); }, ""},
+        {"is replaced by another file", [&] { fs::rename(folder_ / "other", file_); }, ""},
+        {"is removed", [&] { fs::remove(file_); }, ""},
     };
     for (const auto& [what, change, sentence] : table) {
-        write(file, Bytes(90, 1));
-        write(folder / "other", Bytes(7, 2));
+        write(file_, Bytes(90, 1));
+        write(folder_ / "other", Bytes(7, 2));
         EXPECT_EQ(failureOfEncrypting(40, change), sentence) << what;
     }
 }
 
 TEST_F(Files, StoppingASinkOrATokenEndsEncrypting) {
-    write(file, Bytes(90, 1));
+    write(file_, Bytes(90, 1));
     std::stop_source stop;
     int chunks = 0;
     const auto stopAfterFirst = [&](std::int64_t, ByteView) {
         ++chunks;
         stop.request_stop();
     };
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file, key, 40, stopAfterFirst, stop.get_token()); }),
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file_, key_, 40, stopAfterFirst, stop.get_token()); }),
               ECANCELED);
     EXPECT_EQ(chunks, 1);
-    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(file, 10, stop.get_token()); }), ECANCELED);
+    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(file_, 10, stop.get_token()); }), ECANCELED);
     const auto abort = [](std::int64_t, ByteView) { throw std::out_of_range("enough"); };
-    EXPECT_THROW(encryptFile(file, key, 40, abort), std::out_of_range);
+    EXPECT_THROW(encryptFile(file_, key_, 40, abort), std::out_of_range);
 }
 
 TEST_F(Files, RefusesWhatItCannotEncrypt) {
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file, key, 40, ignore); }), ENOENT);
-    EXPECT_EQ(systemErrorOf([&] { return FileChunkReader(file); }), ENOENT);
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder, key, 40, ignore); }), EISDIR);
-    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(folder); }), EISDIR);
-    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder / "pipe", key, 40, ignore); }), EINVAL);
-    write(file, Bytes(10001, 1));
-    EXPECT_EQ(failureOf([&] { return encryptFile(file, key, 1, ignore); }), "Size mismatch");
-    EXPECT_EQ(failureOf([&] { return encryptFile(file, key, 0, ignore); }), "Size mismatch");
-    EXPECT_EQ(failureOf([&] { return encryptFile(file, Bytes(5), 40, ignore); }), "Invalid key length 5");
-    EXPECT_EQ(failureOf([&] { return sha256OfFile(file, 0); }), "Size mismatch");
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file_, key_, 40, ignore); }), ENOENT);
+    EXPECT_EQ(systemErrorOf([&] { return FileChunkReader(file_); }), ENOENT);
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder_, key_, 40, ignore); }), EISDIR);
+    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(folder_); }), EISDIR);
+    ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder_ / "pipe", key_, 40, ignore); }), EINVAL);
+    write(file_, Bytes(10001, 1));
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 1, ignore); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 0, ignore); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, Bytes(5), 40, ignore); }), "Invalid key length 5");
+    EXPECT_EQ(failureOf([&] { return sha256OfFile(file_, 0); }), "Size mismatch");
 }
 
 TEST_F(Files, ReaderFindsChunksThatComeShort) {
-    write(file, Bytes(90, 1));
-    const FileChunkReader reader(file, 40);
+    write(file_, Bytes(90, 1));
+    const FileChunkReader reader(file_, 40);
     EXPECT_EQ(reader.plain(2), Bytes(10, 1));
-    fs::resize_file(file, 85);
+    fs::resize_file(file_, 85);
     EXPECT_EQ(reader.plain(1), Bytes(40, 1));
     EXPECT_EQ(failureOf([&] { return reader.plain(2); }), "File changed while it was being read");
-    EXPECT_EQ(failureOf([&] { return reader.encrypted(2, key); }), "File changed while it was being read");
+    EXPECT_EQ(failureOf([&] { return reader.encrypted(2, key_); }), "File changed while it was being read");
     EXPECT_EQ(failureOf([&] { return reader.plain(3); }), "Invalid chunk index");
     EXPECT_EQ(failureOf([&] { return reader.plain(-1); }), "Invalid chunk index");
     Bytes tight(50);
-    EXPECT_EQ(failureOf([&] { return reader.encryptedInto(0, key, tight); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return reader.encryptedInto(0, key_, tight); }), "Size mismatch");
     EXPECT_EQ(failureOf([&] { return reader.encrypted(0, Bytes(31)); }), "Invalid key length 31");
 }
 
