@@ -1,6 +1,7 @@
 #include "KorvaneCore/storage/IndexInspector.hpp"
 
 #include "KorvaneCore/storage/LocalIndex.hpp"
+#include "KorvaneCore/storage/SQLiteError.hpp"
 
 #include <algorithm>
 #include <array>
@@ -66,6 +67,17 @@ std::optional<IndexProblem> problem(const char* what, const std::vector<SQLRow>&
     return found;
 }
 
+std::optional<IndexProblem> damage(SQLiteDatabase& database) {
+    constexpr auto what = "The file is damaged.";
+    try {
+        auto found = database.query("PRAGMA integrity_check");
+        std::erase_if(found, [](const SQLRow& row) { return row.string("integrity_check") == "ok"; });
+        return problem(what, found, "integrity_check");
+    } catch (const SQLiteError& error) {
+        return IndexProblem{what, 1, {error.what()}}; // the check itself gave up
+    }
+}
+
 } // namespace
 
 IndexInspector::IndexInspector(const std::filesystem::path& url) : database_(url, true) {
@@ -106,10 +118,8 @@ IndexStatistics IndexInspector::statistics() {
 }
 
 std::vector<IndexProblem> IndexInspector::problems() {
-    auto damage = database_.query("PRAGMA integrity_check");
-    std::erase_if(damage, [](const SQLRow& row) { return row.string("integrity_check") == "ok"; });
     // Nothing can be said about the content of a damaged file.
-    if (auto found = problem("The file is damaged.", damage, "integrity_check"))
+    if (auto found = damage(database_))
         return {*std::move(found)};
 
     std::vector<IndexProblem> found;
