@@ -1,4 +1,5 @@
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/IndexCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
@@ -17,6 +18,7 @@ int run(int argc, char** argv) {
                  "korvane");
     app.require_subcommand(1);
     int status = ExitCode::done;
+    addIndexCommand(app, status);
     addServiceCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);
