@@ -102,8 +102,9 @@ int printStatistics(const IndexRequest& request) {
     return ExitCode::done;
 }
 
+/// Empty for a root.
 std::string pathFromRoot(LocalIndex& index, const IndexItem& item) {
-    std::string path = "/" + item.name;
+    auto path = item.parentId ? "/" + item.name : "";
     for (const auto& parent : index.ancestors(item.id)) {
         if (parent.parentId)
             path.insert(0, "/" + parent.name);
@@ -122,15 +123,14 @@ int search(const IndexRequest& request) {
 
 int list(const IndexRequest& request) {
     auto index = LocalIndex::openReadOnly(existingIndex());
-    const bool top = request.path.find_first_not_of('/') == std::string::npos;
     std::vector<ItemReport> reports;
     bool found = false;
     for (const auto& root : index.roots()) {
-        const auto item = top ? std::optional(root) : index.item(request.path, root.id);
+        const auto item = index.item(request.path, root.id);
         if (!item)
             continue;
         found = true;
-        const auto path = top ? "" : pathFromRoot(index, *item);
+        const auto path = pathFromRoot(index, *item);
         if (!item->isFolder)
             reports.push_back(reportOf(*item, path));
         for (const auto& child : index.children(item->id))

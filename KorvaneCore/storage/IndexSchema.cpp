@@ -46,7 +46,8 @@ CREATE TABLE IF NOT EXISTS item_journal (
   kind INTEGER NOT NULL);
 CREATE INDEX IF NOT EXISTS item_journal_seq ON item_journal(seq);
 )",
-    // For queries whose answer stays small while the tables grow (docs/figures.md).
+    // For queries whose answer stays small while the tables grow (docs/figures.md). LIKE, which ignores case,
+    // takes an index that does.
     R"(
 CREATE INDEX IF NOT EXISTS items_child ON items(parent_id, name_lower);
 CREATE INDEX IF NOT EXISTS items_listed ON items(is_folder DESC, name_lower)
@@ -54,6 +55,8 @@ CREATE INDEX IF NOT EXISTS items_listed ON items(is_folder DESC, name_lower)
 CREATE INDEX IF NOT EXISTS items_recent ON items(updated_at) WHERE deleted_at IS NULL AND is_folder=0;
 CREATE INDEX IF NOT EXISTS items_seq ON items(seq);
 CREATE INDEX IF NOT EXISTS items_blob ON items(blob_id) WHERE wrapped_file_key IS NOT NULL;
+CREATE INDEX IF NOT EXISTS items_received ON items(blob_id COLLATE NOCASE)
+  WHERE is_folder=0 AND deleted_at IS NULL;
 CREATE INDEX IF NOT EXISTS transfers_key ON transfers(dedupe_key, state) WHERE dedupe_key IS NOT NULL;
 )"};
 

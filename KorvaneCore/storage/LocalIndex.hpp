@@ -107,8 +107,8 @@ public:
     /// A live child; any of several with that name.
     [[nodiscard]] std::optional<IndexItem> child(const std::string& of, std::string_view named);
 
-    /// The live item on a "/"-separated path from a folder; empty components are passed over. None for a path
-    /// without components.
+    /// The live item on a "/"-separated path from a folder, through live ones; empty components are passed
+    /// over, so "" is the folder itself.
     [[nodiscard]] std::optional<IndexItem> item(std::string_view atPath, const std::string& under);
 
     /// The live folders without a parent.

@@ -4,6 +4,7 @@
 #include "KorvaneCore/storage/LocalIndex.hpp"
 
 #include <algorithm>
+#include <array>
 #include <unordered_set>
 #include <utility>
 
@@ -18,11 +19,11 @@ constexpr std::string_view walkDown =
     "AND id<>?1 UNION ALL SELECT i.id, t.path || '/' || i.name FROM items i JOIN t ON i.parent_id = t.id "
     "WHERE i.deleted_at IS NULL AND i.id<>?1) ";
 
-std::vector<IndexItem> itemsOf(const std::vector<SQLRow>& rows) {
+template <SQLBindable... Args>
+std::vector<IndexItem> select(SQLiteDatabase& database, const std::string& sql, const Args&... args) {
     std::vector<IndexItem> items;
-    items.reserve(rows.size());
-    for (const auto& row : rows)
-        items.push_back(indexItem(row));
+    database.forEach(sql, std::array<SQLValue, sizeof...(Args)>{sqlValue(args)...},
+                     [&](const SQLRow& row) { items.push_back(indexItem(row)); });
     return items;
 }
 
@@ -77,10 +78,11 @@ std::optional<IndexItem> LocalIndex::item(const std::string& id) {
 
 std::vector<IndexItem> LocalIndex::children(const std::string& of, bool includeDeleted) {
     const MutexLock lock(mutex_);
-    return itemsOf(database_.query(std::string("SELECT * FROM items WHERE parent_id=?") +
-                                       (includeDeleted ? "" : " AND deleted_at IS NULL") +
-                                       " ORDER BY is_folder DESC, name_lower",
-                                   of));
+    return select(database_,
+                  std::string("SELECT * FROM items WHERE parent_id=?") +
+                      (includeDeleted ? "" : " AND deleted_at IS NULL") +
+                      " ORDER BY is_folder DESC, name_lower",
+                  of);
 }
 
 std::optional<IndexItem> LocalIndex::child(const std::string& of, std::string_view named) {
@@ -100,14 +102,13 @@ std::optional<IndexItem> LocalIndex::item(std::string_view atPath, const std::st
         if (!found)
             return std::nullopt;
     }
-    return found;
+    return found ? found : find(database_, under);
 }
 
 std::vector<IndexItem> LocalIndex::roots() {
     const MutexLock lock(mutex_);
-    return itemsOf(
-        database_.query("SELECT * FROM items WHERE parent_id IS NULL AND is_folder=1 AND deleted_at "
-                        "IS NULL ORDER BY name_lower, id"));
+    return select(database_, "SELECT * FROM items WHERE parent_id IS NULL AND is_folder=1 AND deleted_at "
+                             "IS NULL ORDER BY name_lower, id");
 }
 
 std::optional<std::vector<std::string>> LocalIndex::pathComponents(const std::string& of,
@@ -145,34 +146,35 @@ std::vector<IndexItem> LocalIndex::search(std::string_view text, std::int64_t li
     if (text.empty() || !KRCrypto::isUTF8(text))
         return {};
     const MutexLock lock(mutex_);
-    return itemsOf(database_.query(
+    return select(
+        database_,
         "SELECT * FROM items WHERE deleted_at IS NULL AND parent_id IS NOT NULL AND name_lower LIKE ? ESCAPE "
         "'\\' ORDER BY is_folder DESC, name_lower LIMIT ?",
-        likePattern(KRCrypto::toLower(text)), limit));
+        likePattern(KRCrypto::toLower(text)), limit);
 }
 
 std::vector<IndexItem> LocalIndex::recentFiles(std::int64_t limit) {
     const MutexLock lock(mutex_);
-    return itemsOf(database_.query(
+    return select(
+        database_,
         "SELECT * FROM items WHERE deleted_at IS NULL AND is_folder=0 ORDER BY updated_at DESC LIMIT ?",
-        limit));
+        limit);
 }
 
 std::vector<IndexItem> LocalIndex::receivedFiles() {
     const MutexLock lock(mutex_);
-    return itemsOf(
-        database_.query("SELECT * FROM items WHERE is_folder=0 AND deleted_at IS NULL AND blob_id LIKE ?",
-                        std::string(KRCrypto::DropCrypto::blobPrefix) + "%"));
+    return select(database_,
+                  "SELECT * FROM items WHERE is_folder=0 AND deleted_at IS NULL AND blob_id LIKE ?",
+                  std::string(KRCrypto::DropCrypto::blobPrefix) + "%");
 }
 
 std::vector<IndexedPath> LocalIndex::descendants(const std::string& of) {
     const MutexLock lock(mutex_);
     std::vector<IndexedPath> found;
-    for (const auto& row :
-         database_.query(std::string(walkDown) +
-                             "SELECT items.*, t.path AS rel_path FROM t JOIN items ON items.id = t.id",
-                         of))
-        found.push_back({row.string("rel_path").value_or(""), indexItem(row)});
+    database_.forEach(
+        std::string(walkDown) + "SELECT items.*, t.path AS rel_path FROM t JOIN items ON items.id = t.id",
+        std::array{sqlValue(of)},
+        [&](const SQLRow& row) { found.push_back({row.string("rel_path").value_or(""), indexItem(row)}); });
     return found;
 }
 
@@ -199,17 +201,17 @@ LocalIndex::Counts LocalIndex::counts() {
 std::vector<IndexItem> LocalIndex::liveFileItems() {
     const MutexLock lock(mutex_);
     // From a root each item is met once, so this ends whatever the parents are.
-    return itemsOf(database_.query(
+    return select(
+        database_,
         "WITH RECURSIVE tree(id) AS (SELECT id FROM items WHERE parent_id IS NULL AND is_folder=1 AND "
         "deleted_at IS NULL UNION ALL SELECT i.id FROM items i JOIN tree t ON i.parent_id=t.id WHERE "
         "i.is_folder=1 AND i.deleted_at IS NULL) SELECT * FROM items WHERE is_folder=0 AND deleted_at IS "
-        "NULL AND parent_id IN tree"));
+        "NULL AND parent_id IN tree");
 }
 
 std::vector<IndexItem> LocalIndex::items(std::int64_t changedAfter, std::int64_t limit) {
     const MutexLock lock(mutex_);
-    return itemsOf(
-        database_.query("SELECT * FROM items WHERE seq > ? ORDER BY seq LIMIT ?", changedAfter, limit));
+    return select(database_, "SELECT * FROM items WHERE seq > ? ORDER BY seq LIMIT ?", changedAfter, limit);
 }
 
 std::int64_t LocalIndex::maxItemSeq() {

@@ -110,7 +110,8 @@ TEST_F(LocalIndexItems, ListsFoldersThenFilesByName) {
     EXPECT_EQ(index.child("r", "a0"), std::nullopt) << "in the Trash";
     EXPECT_EQ(index.item("/Z//DEEP/", "r")->id, "deep");
     EXPECT_EQ(index.item("z/deep/x", "r"), std::nullopt);
-    EXPECT_EQ(index.item("/", "r"), std::nullopt);
+    EXPECT_EQ(index.item("/", "r")->id, "r");
+    EXPECT_EQ(index.item("", "unknown"), std::nullopt);
     EXPECT_EQ(index.pathComponents("deep", "r"), (std::vector<std::string>{"z", "deep"}));
     EXPECT_EQ(index.pathComponents("r", "r"), std::vector<std::string>());
     EXPECT_EQ(index.pathComponents("deep", "Y"), std::nullopt);
