@@ -58,6 +58,7 @@ CREATE INDEX IF NOT EXISTS items_blob ON items(blob_id) WHERE wrapped_file_key I
 CREATE INDEX IF NOT EXISTS items_received ON items(blob_id COLLATE NOCASE)
   WHERE is_folder=0 AND deleted_at IS NULL;
 CREATE INDEX IF NOT EXISTS transfers_key ON transfers(dedupe_key, state) WHERE dedupe_key IS NOT NULL;
+CREATE INDEX IF NOT EXISTS transfers_waiting ON transfers(created_at, next_attempt) WHERE state=0;
 )"};
 
 } // namespace

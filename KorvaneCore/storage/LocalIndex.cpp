@@ -7,6 +7,19 @@
 
 namespace Korvane {
 
+namespace {
+
+void writeValue(SQLiteDatabase& database, const std::optional<std::string>& value, const std::string& key) {
+    if (value)
+        database.run(
+            "INSERT INTO kv(key,value) VALUES(?,?) ON CONFLICT(key) DO UPDATE SET value=excluded.value", key,
+            *value);
+    else
+        database.run("DELETE FROM kv WHERE key=?", key);
+}
+
+} // namespace
+
 LocalIndex::LocalIndex(const std::filesystem::path& url) : LocalIndex(url, systemClock()) {}
 
 LocalIndex::LocalIndex(const std::filesystem::path& url, std::shared_ptr<Clock> clock)
@@ -43,12 +56,25 @@ std::optional<std::string> LocalIndex::value(const std::string& key) {
 
 void LocalIndex::setValue(const std::optional<std::string>& value, const std::string& key) {
     const MutexLock lock(mutex_);
-    if (value)
-        database_.run(
-            "INSERT INTO kv(key,value) VALUES(?,?) ON CONFLICT(key) DO UPDATE SET value=excluded.value", key,
-            *value);
-    else
-        database_.run("DELETE FROM kv WHERE key=?", key);
+    writeValue(database_, value, key);
+}
+
+std::map<std::string, std::string> LocalIndex::values(const std::string& folder) {
+    const MutexLock lock(mutex_);
+    std::map<std::string, std::string> found;
+    // '0' is the character after '/'.
+    for (const auto& row :
+         database_.query("SELECT key, value FROM kv WHERE key>? AND key<?", folder + "/", folder + "0"))
+        found.emplace(row.string("key").value_or(""), row.string("value").value_or(""));
+    return found;
+}
+
+void LocalIndex::setValues(const std::map<std::string, std::optional<std::string>>& values) {
+    const MutexLock lock(mutex_);
+    database_.transaction([&](SQLiteDatabase& database) {
+        for (const auto& [key, value] : values)
+            writeValue(database, value, key);
+    });
 }
 
 std::int64_t LocalIndex::lastSeq() {

@@ -52,6 +52,10 @@ public:
     [[nodiscard]] std::optional<std::string> value(const std::string& key);
     void setValue(const std::optional<std::string>& value, const std::string& key); ///< none removes the key
 
+    /// The keys that begin with "<folder>/"; and setValue() of all or none.
+    [[nodiscard]] std::map<std::string, std::string> values(const std::string& folder);
+    void setValues(const std::map<std::string, std::optional<std::string>>& values);
+
     /// The cursor in the change feed; 0 when there is none.
     [[nodiscard]] std::int64_t lastSeq();
     void setLastSeq(std::int64_t seq);
@@ -214,11 +218,28 @@ public:
     [[nodiscard]] std::vector<TransferRecord>
     transfers(const std::optional<std::vector<TransferRecord::State>>& states, std::int64_t limit);
 
-    /// Pending records that are due, oldest first.
-    [[nodiscard]] std::vector<TransferRecord> runnableTransfers(std::int64_t limit, Date now);
+    /// The identities of records in any of the states, in no order.
+    [[nodiscard]] std::vector<std::string> transferIds(const std::vector<TransferRecord::State>& states,
+                                                       std::int64_t limit);
 
-    /// When the next pending record is due.
-    [[nodiscard]] std::optional<Date> nextTransferWakeup();
+    /// Pending records that are due, oldest first, without the first `offset` of them.
+    [[nodiscard]] std::vector<TransferRecord> runnableTransfers(std::int64_t limit, Date now,
+                                                                std::int64_t offset = 0);
+
+    /// Makes a record running if it is pending, and gives it; none when it is not.
+    [[nodiscard]] std::optional<TransferRecord> takeTransfer(const std::string& id);
+
+    /// When the next pending record is due; of those due later than `after` only, when that is given.
+    [[nodiscard]] std::optional<Date> nextTransferWakeup(const std::optional<Date>& after = {});
+
+    /// Makes pending records that wait for a later time due now.
+    void makeTransfersDue();
+
+    /// Moves the time that pending and paused records due after `from` wait for.
+    void delayTransfers(Date from, std::chrono::duration<double> by);
+
+    /// Makes pending and paused records due that were created after now: the clock was ahead then.
+    void makeTransfersOfTheFutureDue();
 
     void deleteTransfer(const std::string& id);
     void pruneDoneTransfers(std::chrono::seconds olderThan); ///< by creation

@@ -13,6 +13,21 @@ std::vector<TransferRecord> recordsOf(const std::vector<SQLRow>& rows) {
     return records;
 }
 
+struct Selection {
+    std::string where;
+    std::vector<SQLValue> args;
+};
+
+Selection inStates(const std::vector<TransferRecord::State>& states) {
+    Selection selection;
+    for (const auto state : states) {
+        selection.where += selection.args.empty() ? " WHERE state IN (?" : ",?";
+        selection.args.push_back(sqlValue(state));
+    }
+    selection.where += selection.args.empty() ? " WHERE 0" : ")";
+    return selection;
+}
+
 bool isRunning(SQLiteDatabase& database, const std::string& dedupeKey) {
     return !database.query("SELECT id FROM transfers WHERE dedupe_key=? AND state=1", dedupeKey).empty();
 }
@@ -68,30 +83,73 @@ std::optional<TransferRecord> LocalIndex::transfer(const std::string& id) {
 
 std::vector<TransferRecord>
 LocalIndex::transfers(const std::optional<std::vector<TransferRecord::State>>& states, std::int64_t limit) {
-    std::string sql = "SELECT * FROM transfers";
-    std::vector<SQLValue> args;
-    if (states) {
-        sql += " WHERE state IN (";
-        for (const auto state : *states) {
-            sql += args.empty() ? "?" : ",?";
-            args.push_back(sqlValue(state));
-        }
-        sql += ")";
-    }
-    args.push_back(sqlValue(limit));
+    auto selection = states ? inStates(*states) : Selection();
+    selection.args.push_back(sqlValue(limit));
     const MutexLock lock(mutex_);
-    return recordsOf(database_.query(sql + " LIMIT ?", std::span<const SQLValue>(args)));
+    return recordsOf(database_.query("SELECT * FROM transfers" + selection.where + " LIMIT ?",
+                                     std::span<const SQLValue>(selection.args)));
 }
 
-std::vector<TransferRecord> LocalIndex::runnableTransfers(std::int64_t limit, Date now) {
+std::vector<std::string> LocalIndex::transferIds(const std::vector<TransferRecord::State>& states,
+                                                 std::int64_t limit) {
+    auto selection = inStates(states);
+    selection.args.push_back(sqlValue(limit));
     const MutexLock lock(mutex_);
-    return recordsOf(database_.query(
-        "SELECT * FROM transfers WHERE state=0 AND next_attempt<=? ORDER BY created_at LIMIT ?", now, limit));
+    std::vector<std::string> ids;
+    for (const auto& row : database_.query("SELECT id FROM transfers" + selection.where + " LIMIT ?",
+                                           std::span<const SQLValue>(selection.args)))
+        ids.push_back(row.string("id").value_or(""));
+    return ids;
 }
 
-std::optional<LocalIndex::Date> LocalIndex::nextTransferWakeup() {
+std::vector<TransferRecord> LocalIndex::runnableTransfers(std::int64_t limit, Date now, std::int64_t offset) {
     const MutexLock lock(mutex_);
-    return database_.query("SELECT MIN(next_attempt) AS n FROM transfers WHERE state=0").at(0).date("n");
+    // Left to itself SQLite reads and sorts all that are due.
+    return recordsOf(database_.query("SELECT * FROM transfers INDEXED BY transfers_waiting WHERE state=0 AND "
+                                     "next_attempt<=? ORDER BY created_at LIMIT ? OFFSET ?",
+                                     now, limit, offset));
+}
+
+std::optional<TransferRecord> LocalIndex::takeTransfer(const std::string& id) {
+    const MutexLock lock(mutex_);
+    return database_.transaction([&](SQLiteDatabase& database) -> std::optional<TransferRecord> {
+        const auto rows = database.query("SELECT * FROM transfers WHERE id=?", id);
+        if (rows.empty())
+            return std::nullopt;
+        auto record = transferRecord(rows.front());
+        if (record.state != TransferRecord::State::pending)
+            return std::nullopt;
+        record.state = TransferRecord::State::running;
+        database.run("UPDATE transfers SET state=? WHERE id=?", record.state, id);
+        return record;
+    });
+}
+
+std::optional<LocalIndex::Date> LocalIndex::nextTransferWakeup(const std::optional<Date>& after) {
+    const MutexLock lock(mutex_);
+    const auto rows =
+        after ? database_.query(
+                    "SELECT MIN(next_attempt) AS n FROM transfers WHERE state=0 AND next_attempt>?", *after)
+              : database_.query("SELECT MIN(next_attempt) AS n FROM transfers WHERE state=0");
+    return rows.at(0).date("n");
+}
+
+void LocalIndex::makeTransfersDue() {
+    const MutexLock lock(mutex_);
+    database_.run("UPDATE transfers SET next_attempt=?1 WHERE state=0 AND next_attempt>?1", now());
+}
+
+void LocalIndex::delayTransfers(Date from, std::chrono::duration<double> by) {
+    const MutexLock lock(mutex_);
+    database_.run("UPDATE transfers SET next_attempt=next_attempt+? WHERE state IN (0,4) AND next_attempt>?",
+                  by.count(), from);
+}
+
+void LocalIndex::makeTransfersOfTheFutureDue() {
+    const MutexLock lock(mutex_);
+    database_.run(
+        "UPDATE transfers SET next_attempt=?1 WHERE state IN (0,4) AND created_at>?1 AND next_attempt>?1",
+        now());
 }
 
 void LocalIndex::deleteTransfer(const std::string& id) {

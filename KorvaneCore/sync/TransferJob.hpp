@@ -1,0 +1,27 @@
+#pragma once
+
+#include "KorvaneCore/storage/TransferRecord.hpp"
+#include "KorvaneCore/sync/DownloadJob.hpp"
+#include "KorvaneCore/sync/UploadJob.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <variant>
+#include <vector>
+
+namespace Korvane {
+
+/// The job in a transfer record's payload.
+using TransferJob = std::variant<UploadJob, DownloadJob>;
+
+[[nodiscard]] std::vector<std::uint8_t> transferPayload(const TransferJob& job);
+
+/// Reads the payload as the record's kind says. Throws JSONError.
+[[nodiscard]] TransferJob transferJob(const TransferRecord& record);
+
+/// transferJob(), or none when the payload does not decode.
+[[nodiscard]] std::optional<TransferJob> readableJob(const TransferRecord& record);
+
+[[nodiscard]] const TransferOrigin& originOf(const TransferJob& job) noexcept;
+
+} // namespace Korvane
