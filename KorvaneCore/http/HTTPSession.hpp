@@ -1,0 +1,53 @@
+#pragma once
+
+#include "KRCrypto/Bytes.hpp"
+#include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCore/platform/Async.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Korvane {
+
+struct HTTPHeader {
+    std::string name;
+    KRCrypto::SecretBytes value; ///< secret, since tokens travel here
+};
+
+struct HTTPRequest {
+    std::string method;
+    std::string url; ///< absolute, http or https
+    std::vector<HTTPHeader> headers;
+    /// Sent with its length. Borrowed: must live until send() has returned or thrown.
+    std::optional<KRCrypto::ByteView> body;
+    /// The longest answer body that is read, in bytes.
+    std::size_t maxAnswerSize = 0;
+};
+
+struct HTTPResponse {
+    int status = 0;
+    std::vector<std::pair<std::string, std::string>> headers;
+    KRCrypto::Bytes body;
+
+    /// The first header of that name, in any case.
+    [[nodiscard]] std::optional<std::string_view> header(std::string_view name) const;
+};
+
+/// Sends HTTP requests, many at once. An interface, so that tests can stand in for the network.
+class HTTPSession {
+public:
+    HTTPSession() = default;
+    HTTPSession(const HTTPSession&) = delete;
+    HTTPSession& operator=(const HTTPSession&) = delete;
+    virtual ~HTTPSession() = default;
+
+    /// Suspends on the caller's executor until the whole answer is here; every status is an answer. Throws
+    /// HTTPError when there is none, boost::system::system_error (operation_aborted) when the coroutine is
+    /// cancelled. Callable from any thread.
+    virtual asio::awaitable<HTTPResponse> send(HTTPRequest request) = 0;
+};
+
+} // namespace Korvane

@@ -1,0 +1,74 @@
+#include "KorvaneCore/keychain/FileKeychain.hpp"
+
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/FileLock.hpp"
+#include "KorvaneCore/platform/Files.hpp"
+
+namespace Korvane {
+
+namespace {
+
+constexpr std::size_t maxFileBytes = 1 << 20;
+
+} // namespace
+
+FileKeychain::FileKeychain(std::filesystem::path file) : file_(std::move(file)) {}
+
+bool FileKeychain::exists() const {
+    std::error_code unreadable;
+    return std::filesystem::exists(std::filesystem::symlink_status(file_, unreadable));
+}
+
+std::optional<KRCrypto::SecretBytes> FileKeychain::read(Key key) {
+    auto items = load();
+    const auto found = items.find(std::string(name(key)));
+    return found == items.end() ? std::nullopt : std::optional(std::move(found->second));
+}
+
+void FileKeychain::write(const std::vector<Item>& items) {
+    change([&](Items& stored) {
+        for (const auto& [key, value] : items)
+            stored.insert_or_assign(std::string(name(key)), value);
+    });
+}
+
+void FileKeychain::remove(const std::vector<Key>& keys) {
+    if (!exists())
+        return;
+    change([&](Items& stored) {
+        for (const auto key : keys)
+            stored.erase(std::string(name(key)));
+    });
+}
+
+FileKeychain::Items FileKeychain::load() const {
+    try {
+        auto text = readFile(file_, maxFileBytes);
+        auto items = KRJSON::read<Items>(text);
+        KRCrypto::wipe(text);
+        return items;
+    } catch (const FileError& error) {
+        if (error.code() == std::errc::no_such_file_or_directory)
+            return {};
+        throw KeychainError(error.what());
+    } catch (const JSONError& error) {
+        throw KeychainError("The keychain file is damaged: " + std::string(error.what()));
+    }
+}
+
+void FileKeychain::change(const std::function<void(Items&)>& edit) {
+    try {
+        auto lockFile = file_;
+        FileLock lock(lockFile += ".lock");
+        lock.lock();
+        auto items = load();
+        edit(items);
+        auto text = KRJSON::write(items);
+        replaceFile(file_, text, 0600);
+        KRCrypto::wipe(text);
+    } catch (const FileError& error) {
+        throw KeychainError(error.what());
+    }
+}
+
+} // namespace Korvane

@@ -1,0 +1,33 @@
+#include "KorvaneCore/platform/Spawn.hpp"
+
+#include "KorvaneCore/platform/Log.hpp"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/system/system_error.hpp>
+
+namespace Korvane {
+
+namespace {
+
+void report(const std::string& name, const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const boost::system::system_error& failure) {
+        if (failure.code() != asio::error::operation_aborted)
+            Log::error(name, failure.what());
+    } catch (const std::exception& failure) {
+        Log::error(name, failure.what());
+    }
+}
+
+} // namespace
+
+void spawn(const asio::any_io_executor& executor, std::string name, asio::awaitable<void> coroutine) {
+    asio::co_spawn(executor, std::move(coroutine), [name = std::move(name)](const std::exception_ptr& error) {
+        if (error)
+            report(name, error);
+    });
+}
+
+} // namespace Korvane
