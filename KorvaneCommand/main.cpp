@@ -1,3 +1,4 @@
+#include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
@@ -17,6 +18,7 @@ int run(int argc, char** argv) {
                  "korvane");
     app.require_subcommand(1);
     int status = ExitCode::done;
+    addAccountCommands(app, status);
     addServiceCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);

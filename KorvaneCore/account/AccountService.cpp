@@ -1,12 +1,12 @@
 #include "KorvaneCore/account/AccountService.hpp"
 
-#include "KRCrypto/AccountKeys.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/Random.hpp"
 #include "KRCrypto/RecoveryCode.hpp"
 #include "KRCrypto/ServerKDFError.hpp"
 #include "KRCrypto/Sizes.hpp"
 #include "KorvaneCore/account/WrongRecoveryCode.hpp"
+#include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/api/AccountActionError.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
@@ -67,6 +67,13 @@ std::optional<MasterKey> unwrapped(const SecretBytes& key, const Bytes& box,
     }
 }
 
+/// What this device is called in the account it was last signed in to, so that signing in again makes no
+/// second one of it.
+std::optional<std::string> deviceOf(const std::string& email) {
+    const auto stored = StoredSession::read();
+    return stored && stored->user.email == email ? std::optional(stored->device.id) : std::nullopt;
+}
+
 /// Whether the server refused a proof of the password, as opposed to the sign-in itself.
 bool refusesProof(const std::exception& error) {
     const auto* api = apiError(error);
@@ -113,6 +120,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
     request.email = std::move(email);
     request.authKey = keys.authKey;
     request.deviceName = deviceName_;
+    request.deviceId = co_await offload([email = request.email] { return deviceOf(email); });
     AuthResponse response;
     try {
         response = co_await api_->login(std::move(request));
@@ -201,9 +209,11 @@ asio::awaitable<SecretText> AccountService::rotateRecoveryKey(SecretText passwor
     co_return recovery.code;
 }
 
-// The tokens come last: with them the device is signed in, whatever happens to this process.
+// Without tokens the device is signed out, so they go first and come last: whatever stops this half-way, one
+// account's tokens never stand beside another one's key.
 asio::awaitable<void> AccountService::enter(AuthResponse response, MasterKey key) {
     AccountSession session{response.user, response.device};
+    co_await api_->clearTokens();
     co_await offload([this, &session, &key] {
         StoredSession::write(session);
         keychain_->write({{KeychainStore::Key::masterKey, key.bytes()}});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KRCrypto/AccountKeys.hpp"
 #include "KRCrypto/MasterKey.hpp"
 #include "KorvaneCore/account/AccountSession.hpp"
 #include "KorvaneCore/api/APIClient.hpp"
@@ -14,13 +15,14 @@
 namespace Korvane {
 
 /// Signs this device in and out, and holds the master key while it is signed in. The password and what is
-/// derived from it live for one call only; the server never sees the password, the recovery code or the master
-/// key.
+/// derived from it live for one call only; the server never sees the password, the recovery code or the
+/// master key.
 ///
-/// Operations are coroutines on the caller's executor, callable from any thread, one at a time. Key derivation
-/// and the keychain run on worker threads. Besides what is said below they throw APIError and APIErrorInfo,
-/// KRCrypto::ServerKDFError before anything derived from a password leaves, KRCryptoError, KeychainError and
-/// FileError; a sign-in that throws leaves the device as it was.
+/// Operations are coroutines on the caller's executor, callable from any thread, one at a time. Key
+/// derivation and the keychain run on worker threads. Besides what is said below they throw APIError and
+/// APIErrorInfo, KRCrypto::ServerKDFError before anything derived from a password leaves, KRCryptoError,
+/// KeychainError and FileError. A sign-in that is refused leaves the device as it was; one that cannot be
+/// stored leaves it signed out.
 class AccountService {
 public:
     AccountService(std::shared_ptr<APIClient> api, std::shared_ptr<KeychainStore> keychain,
@@ -34,8 +36,8 @@ public:
     /// Throws AccountActionError (wrongPassword).
     asio::awaitable<void> signIn(std::string email, SecretText password);
 
-    /// Sets a new password with the recovery code and signs in. Throws WrongRecoveryCode, or KRCryptoError for
-    /// a text that is no recovery code, before anything derived from it is sent.
+    /// Sets a new password with the recovery code and signs in. Throws WrongRecoveryCode, or KRCryptoError
+    /// for a text that is no recovery code, before anything derived from it is sent.
     asio::awaitable<void> recover(std::string email, SecretText recoveryCode, SecretText newPassword);
 
     /// Throws AccountActionError (wrongPassword).
