@@ -1,3 +1,4 @@
+#include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
@@ -19,6 +20,7 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     int status = ExitCode::done;
     addIndexCommand(app, status);
+    addAccountCommands(app, status);
     addServiceCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "KRCrypto/AccountKeys.hpp"
+#include "KRCrypto/MasterKey.hpp"
+#include "KorvaneCore/account/AccountSession.hpp"
+#include "KorvaneCore/api/APIClient.hpp"
+#include "KorvaneCore/json/SecretText.hpp"
+#include "KorvaneCore/keychain/KeychainStore.hpp"
+#include "KorvaneCore/platform/Mutex.hpp"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Korvane {
+
+/// Signs this device in and out, and holds the master key while it is signed in. The password and what is
+/// derived from it live for one call only; the server never sees the password, the recovery code or the
+/// master key.
+///
+/// Operations are coroutines on the caller's executor, callable from any thread, one at a time. Key
+/// derivation and the keychain run on worker threads. Besides what is said below they throw APIError and
+/// APIErrorInfo, KRCrypto::ServerKDFError before anything derived from a password leaves, KRCryptoError,
+/// KeychainError and FileError. A sign-in that is refused leaves the device as it was; one that cannot be
+/// stored leaves it signed out.
+class AccountService {
+public:
+    AccountService(std::shared_ptr<APIClient> api, std::shared_ptr<KeychainStore> keychain,
+                   std::string deviceName);
+
+    /// Makes an account and signs in to it. The result is the recovery code, which nothing else can show
+    /// again.
+    asio::awaitable<SecretText> signUp(std::string email, SecretText password,
+                                       std::optional<std::string> inviteCode = std::nullopt);
+
+    /// Throws AccountActionError (wrongPassword).
+    asio::awaitable<void> signIn(std::string email, SecretText password);
+
+    /// Sets a new password with the recovery code and signs in. Throws WrongRecoveryCode, or KRCryptoError
+    /// for a text that is no recovery code, before anything derived from it is sent.
+    asio::awaitable<void> recover(std::string email, SecretText recoveryCode, SecretText newPassword);
+
+    /// Throws AccountActionError (wrongPassword).
+    asio::awaitable<void> changePassword(SecretText current, SecretText replacement);
+
+    /// A new recovery code in place of the old one. Throws AccountActionError (wrongPassword).
+    asio::awaitable<SecretText> rotateRecoveryKey(SecretText password);
+
+    /// Takes up the sign-in that the keychain holds. Whether there is one.
+    asio::awaitable<bool> restoreSession();
+
+    /// Forgets tokens, keys and session here, and withdraws the device's sign-in at the server; when that
+    /// cannot be reached, a warning is logged and the device stays in the account's list.
+    asio::awaitable<void> signOut();
+
+    [[nodiscard]] std::optional<AccountSession> session() const KR_EXCLUDES(mutex_);
+
+    /// Throws APIError (NotSignedIn).
+    [[nodiscard]] KRCrypto::MasterKey masterKey() const KR_EXCLUDES(mutex_);
+
+private:
+    asio::awaitable<AuthParams> safeParams(std::string email) const;
+    asio::awaitable<KRCrypto::PasswordKeys> keysOf(const SecretText& password) const;
+    asio::awaitable<void> enter(AuthResponse response, KRCrypto::MasterKey key);
+    void set(std::optional<AccountSession> session, std::optional<KRCrypto::MasterKey> key)
+        KR_EXCLUDES(mutex_);
+
+    const std::shared_ptr<APIClient> api_;
+    const std::shared_ptr<KeychainStore> keychain_;
+    const std::string deviceName_;
+
+    mutable Mutex mutex_;
+    std::optional<AccountSession> session_ KR_GUARDED_BY(mutex_);
+    std::optional<KRCrypto::MasterKey> masterKey_ KR_GUARDED_BY(mutex_);
+};
+
+} // namespace Korvane
