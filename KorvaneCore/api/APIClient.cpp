@@ -1,11 +1,9 @@
 #include "KorvaneCore/api/APIClient.hpp"
 
 #include "KorvaneCore/api/ErrorMapping.hpp"
+#include "KorvaneCore/api/StorageCalls.hpp"
 #include "KorvaneCore/http/CurlSession.hpp"
 
-#include <boost/system/system_error.hpp>
-
-#include <algorithm>
 #include <utility>
 
 namespace Korvane {
@@ -13,24 +11,9 @@ namespace Korvane {
 namespace {
 
 constexpr int unauthorized = 401;
-constexpr std::size_t storageErrorBytes = 64 << 10;
 
 bool isSuccess(int status) {
     return status >= 200 && status <= 299;
-}
-
-HTTPHeader header(std::string name, std::string_view value) {
-    return {std::move(name), KRCrypto::SecretBytes::copyOf(value)};
-}
-
-/// What a failed session means to a caller.
-[[noreturn]] void rethrow(const std::exception& error, const std::string& record) {
-    if (const auto* failure = dynamic_cast<const HTTPError*>(&error))
-        throw ErrorMapping::sessionError(*failure, record);
-    if (const auto* failure = dynamic_cast<const boost::system::system_error*>(&error);
-        failure != nullptr && failure->code() == asio::error::operation_aborted)
-        throw APIError(APIError::Cancelled{});
-    throw;
 }
 
 } // namespace
@@ -64,7 +47,7 @@ asio::awaitable<SecretText> APIClient::currentAccessToken() {
         auto token = co_await tokens_->current();
         co_return token;
     } catch (const std::exception& error) {
-        rethrow(error, "TokenPair");
+        ErrorMapping::rethrow(error, "TokenPair");
     }
 }
 
@@ -81,7 +64,7 @@ asio::awaitable<HTTPResponse> APIClient::perform(APICall call, std::string recor
             throw info;
         throw info.error;
     } catch (const std::exception& error) {
-        rethrow(error, record);
+        ErrorMapping::rethrow(error, record);
     }
 }
 
@@ -120,54 +103,17 @@ asio::awaitable<HTTPResponse> APIClient::exchange(APICall call) {
     throw error;
 }
 
-asio::awaitable<HTTPResponse> APIClient::storageExchange(HTTPRequest request) {
-    try {
-        auto answer = co_await session_->send(std::move(request));
-        if (!isSuccess(answer.status))
-            throw ErrorMapping::errorInfo(answer);
-        co_return answer;
-    } catch (const std::exception& error) {
-        rethrow(error, "answer");
-    }
-}
-
 asio::awaitable<PartUploadResponse> APIClient::putPart(std::string url, KRCrypto::ByteView data) {
-    const auto answer = co_await storageExchange({"PUT",
-                                                  std::move(url),
-                                                  {header("Content-Type", "application/octet-stream")},
-                                                  data,
-                                                  AnswerLimit::record});
-    try {
-        co_return KRJSON::read<PartUploadResponse>(KRCrypto::asText(answer.body));
-    } catch (const JSONError&) {
-        // A storage server may say anything, or nothing, about a part it took.
-        co_return PartUploadResponse{};
-    }
+    return StorageCalls::putPart(session_, std::move(url), data);
 }
 
 asio::awaitable<KRCrypto::Bytes> APIClient::getRange(std::string url, ByteRange range) {
-    if (range.first < 0 || range.end < range.first)
-        throw APIError(APIError::BadRequest{"not a byte range"});
-    if (range.first == range.end)
-        co_return KRCrypto::Bytes{};
-    const auto length = static_cast<std::size_t>(range.end - range.first);
-    const auto bytes = "bytes=" + std::to_string(range.first) + "-" + std::to_string(range.end - 1);
-    bool otherLength = false;
-    try {
-        auto answer = co_await storageExchange({"GET",
-                                                std::move(url),
-                                                {header("Range", bytes)},
-                                                std::nullopt,
-                                                std::max(length, storageErrorBytes)});
-        if (answer.body.size() == length)
-            co_return std::move(answer.body);
-        otherLength = true;
-    } catch (const APIError& error) {
-        otherLength = error.is<APIError::Decoding>(); // longer than the limit
-        if (!otherLength)
-            throw;
-    }
-    throw APIError(APIError::Transport{"the answer is not the range asked for", otherLength});
+    return StorageCalls::getRange(session_, std::move(url), range);
+}
+
+asio::awaitable<void> APIClient::getRangeInto(std::string url, std::int64_t first,
+                                              KRCrypto::MutableBytes into) {
+    return StorageCalls::getRangeInto(session_, std::move(url), first, into);
 }
 
 } // namespace Korvane

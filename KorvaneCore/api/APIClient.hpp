@@ -145,6 +145,10 @@ public:
     /// Exactly the bytes asked for; another number of them is a retryable APIError::Transport.
     asio::awaitable<KRCrypto::Bytes> getRange(std::string url, ByteRange range);
 
+    /// The same into memory the caller keeps: fills `into`, which is borrowed, with the bytes from `first`
+    /// on.
+    asio::awaitable<void> getRangeInto(std::string url, std::int64_t first, KRCrypto::MutableBytes into);
+
 private:
     /// Sends a call and decodes its 2xx answer; `void` ignores the answer's body.
     template <class Record>
@@ -152,7 +156,6 @@ private:
 
     asio::awaitable<HTTPResponse> perform(APICall call, std::string record);
     asio::awaitable<HTTPResponse> exchange(APICall call);
-    asio::awaitable<HTTPResponse> storageExchange(HTTPRequest request);
 
     const KRConfiguration configuration_;
     const std::shared_ptr<HTTPSession> session_;

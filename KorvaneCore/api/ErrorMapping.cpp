@@ -3,6 +3,8 @@
 #include "KRCrypto/Bytes.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 
+#include <boost/system/system_error.hpp>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -180,6 +182,15 @@ APIError sessionError(const HTTPError& error, const std::string& record) {
         break;
     }
     return APIError::Transport{error.what(), false};
+}
+
+void rethrow(const std::exception& error, const std::string& record) {
+    if (const auto* failure = dynamic_cast<const HTTPError*>(&error))
+        throw sessionError(*failure, record);
+    if (const auto* failure = dynamic_cast<const boost::system::system_error*>(&error);
+        failure != nullptr && failure->code() == asio::error::operation_aborted)
+        throw APIError(APIError::Cancelled{});
+    throw;
 }
 
 bool isTokenProblem(const APIErrorInfo& info) {

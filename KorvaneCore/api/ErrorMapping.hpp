@@ -22,6 +22,10 @@ namespace Korvane::ErrorMapping {
 /// A request that got no usable answer; `record` is what the answer would have been, or empty.
 [[nodiscard]] APIError sessionError(const HTTPError& error, const std::string& record);
 
+/// For the catch block around a session's send(): throws the APIError of an HTTPError (as above) and of a
+/// cancelled coroutine, and anything else as it is.
+[[noreturn]] void rethrow(const std::exception& error, const std::string& record);
+
 /// A 401 that is about the access token itself, not about a proof the request carries.
 [[nodiscard]] bool isTokenProblem(const APIErrorInfo& info);
 

@@ -52,6 +52,12 @@ std::vector<fs::directory_entry> entries(const fs::path& folder) {
     return found;
 }
 
+void removeOld(const fs::path& folder, std::chrono::seconds age) {
+    for (const auto& entry : entries<fs::directory_iterator>(folder))
+        if (isOlderThan(age, entry))
+            removeLogged(entry.path());
+}
+
 bool isFile(const fs::directory_entry& entry) {
     return !fs::is_directory(entry.symlink_status());
 }
@@ -141,9 +147,11 @@ std::array<fs::path, 2> durableUploadDirectories() {
 }
 
 void purgePlaintextTemp(std::chrono::seconds age) {
-    for (const auto& entry : entries<fs::directory_iterator>(plaintextTemp()))
-        if (isOlderThan(age, entry))
-            removeLogged(entry.path());
+    removeOld(plaintextTemp(), age);
+}
+
+void purgeCipherStaging(std::chrono::seconds age) {
+    removeOld(cipherStaging(), age);
 }
 
 void purgeUnreferencedUploadSources(const std::set<std::string>& referenced, std::chrono::seconds graceAge) {

@@ -47,6 +47,9 @@ void setOverrideURL(std::optional<std::filesystem::path> url);
 /// logged and left for the next time; a folder that cannot be listed throws FileError.
 void purgePlaintextTemp(std::chrono::seconds age);
 
+/// As purgePlaintextTemp(), for the encrypted chunks.
+void purgeCipherStaging(std::chrono::seconds age);
+
 /// Removes files that are not in `referenced` (file names): copies handed in for upload that were last
 /// modified more than `graceAge` ago, and those older than 7 days in the subfolders of "uploads" that are not
 /// durable.

@@ -2,8 +2,10 @@
 
 #include "KRCrypto/Bytes.hpp"
 #include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCore/http/Body.hpp"
 #include "KorvaneCore/platform/Async.hpp"
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -23,8 +25,15 @@ struct HTTPRequest {
     std::vector<HTTPHeader> headers;
     /// Sent with its length. Borrowed: must live until send() has returned or thrown.
     std::optional<KRCrypto::ByteView> body;
-    /// The longest answer body that is read, in bytes.
+    /// The longest answer body that is read into the answer, in bytes.
     std::size_t maxAnswerSize = 0;
+
+    // Both borrowed like the body.
+    BodySource* source = nullptr; ///< sent in place of `body`
+    BodySink* sink = nullptr;     ///< takes the body of a 2xx answer, which then is not in the answer
+
+    /// How long nothing may move; none for the session's own time.
+    std::optional<std::chrono::seconds> idle{};
 };
 
 struct HTTPResponse {

@@ -16,6 +16,7 @@ constexpr std::size_t maxHeaderBytes = 64 << 10;
 constexpr std::size_t firstAnswerBytes = 16
                                          << 10; // an answer with tokens fits, so it leaves no copies behind
 constexpr long uploadBufferBytes = 512 << 10;   // fewer, larger writes: measured fastest for 10 MiB parts
+constexpr long downloadBufferBytes = 512 << 10; // likewise
 
 HTTPError malformed(const std::string& reason) {
     return {HTTPError::Kind::malformed, reason};
@@ -74,9 +75,10 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
         set(curl, CURLOPT_PROXY, "");
     set(curl, CURLOPT_NOSIGNAL, 1L);
     set(curl, CURLOPT_QUICK_EXIT, 1L); // a cancelled look-up of a name must not hold up the thread
-    set(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(options.idle.count()));
+    const auto idle = static_cast<long>(request_.idle.value_or(options.idle).count());
+    set(curl, CURLOPT_CONNECTTIMEOUT, idle);
     set(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(options.idle.count()));
+    set(curl, CURLOPT_LOW_SPEED_TIME, idle);
     set(curl, CURLOPT_TIMEOUT, static_cast<long>(options.total.count()));
     set(curl, CURLOPT_ERRORBUFFER, errorText_.data());
     set(curl, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
@@ -90,20 +92,28 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
 
 void Transfer::setBody() {
     auto* curl = handle_.get();
-    if (request_.body) {
+    if (const auto size = bodySize()) {
         set(curl, CURLOPT_UPLOAD, 1L);
-        set(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request_.body->size()));
+        set(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*size));
         set(curl, CURLOPT_READFUNCTION, &Transfer::onRead);
         set(curl, CURLOPT_READDATA, this);
         set(curl, CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
         set(curl, CURLOPT_SEEKDATA, this);
-        if (request_.body->size() > static_cast<std::size_t>(uploadBufferBytes))
+        if (*size > static_cast<std::uint64_t>(uploadBufferBytes))
             set(curl, CURLOPT_UPLOAD_BUFFERSIZE, uploadBufferBytes);
     } else if (request_.method == "POST" || request_.method == "PUT" || request_.method == "PATCH") {
         set(curl, CURLOPT_POSTFIELDSIZE, 0L);
         set(curl, CURLOPT_POSTFIELDS, "");
     }
+    if (request_.sink != nullptr)
+        set(curl, CURLOPT_BUFFERSIZE, downloadBufferBytes);
     set(curl, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+}
+
+std::optional<std::uint64_t> Transfer::bodySize() const {
+    if (request_.source != nullptr)
+        return request_.source->size();
+    return request_.body ? std::optional<std::uint64_t>(request_.body->size()) : std::nullopt;
 }
 
 void Transfer::setHeaders() {
@@ -137,13 +147,17 @@ EasyHandle Transfer::release() noexcept {
 
 void Transfer::finish(CURLcode code) {
     if (code != CURLE_OK) {
-        fail(std::make_exception_ptr(error(code)));
+        fail(bodyError_ ? bodyError_ : std::make_exception_ptr(error(code)));
         return;
     }
+    response_.status = status();
+    std::exchange(completion_, {})(nullptr, std::move(response_));
+}
+
+int Transfer::status() const {
     long status = 0;
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
-    response_.status = static_cast<int>(status);
-    std::exchange(completion_, {})(nullptr, std::move(response_));
+    return static_cast<int>(status);
 }
 
 void Transfer::fail(std::exception_ptr error) {
@@ -153,8 +167,7 @@ void Transfer::fail(std::exception_ptr error) {
 HTTPError Transfer::error(CURLcode code) const {
     using Kind = HTTPError::Kind;
     if (tooLarge_)
-        return {Kind::tooLarge,
-                "the answer is larger than " + std::to_string(request_.maxAnswerSize) + " bytes"};
+        return {Kind::tooLarge, "the answer is larger than allowed"};
     const std::string text = errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(code);
     switch (code) {
     case CURLE_OPERATION_TIMEDOUT:
@@ -189,7 +202,11 @@ void Transfer::takeHeader(std::string_view line) {
     response_.headers.emplace_back(line.substr(0, colon), value);
 }
 
-bool Transfer::takeBody(std::string_view bytes) {
+bool Transfer::takeBody(KRCrypto::ByteView bytes) {
+    if (request_.sink != nullptr && status() >= 200 && status() <= 299) {
+        tooLarge_ = !request_.sink->write(bytes);
+        return !tooLarge_;
+    }
     auto& body = response_.body;
     if (body.empty()) {
         curl_off_t promised = 0;
@@ -223,28 +240,40 @@ std::size_t Transfer::onHeader(const char* data, std::size_t size, std::size_t c
 }
 
 std::size_t Transfer::onBody(const char* data, std::size_t size, std::size_t count, void* self) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
     try {
-        return static_cast<Transfer*>(self)->takeBody({data, size * count}) ? size * count : 0;
+        return transfer.takeBody(KRCrypto::asBytes({data, size * count})) ? size * count : 0;
     } catch (const std::exception&) {
+        transfer.bodyError_ = std::current_exception();
         return 0;
     }
 }
 
 std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    const auto rest = transfer.request_.body->subspan(transfer.sent_);
-    const auto length = std::min(rest.size(), size * count);
-    if (length > 0)
-        std::memcpy(buffer, rest.data(), length);
+    const auto rest = *transfer.bodySize() - transfer.sent_;
+    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(rest, size * count));
+    if (length == 0)
+        return 0;
+    if (auto* source = transfer.request_.source) {
+        try {
+            source->read(transfer.sent_, {reinterpret_cast<std::uint8_t*>(buffer), length});
+        } catch (const std::exception&) {
+            transfer.bodyError_ = std::current_exception();
+            return CURL_READFUNC_ABORT;
+        }
+    } else {
+        std::memcpy(buffer, transfer.request_.body->data() + transfer.sent_, length);
+    }
     transfer.sent_ += length;
     return length;
 }
 
 int Transfer::onSeek(void* self, curl_off_t offset, int origin) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    if (origin != SEEK_SET || offset < 0 || static_cast<std::size_t>(offset) > transfer.request_.body->size())
+    if (origin != SEEK_SET || offset < 0 || static_cast<std::uint64_t>(offset) > *transfer.bodySize())
         return CURL_SEEKFUNC_FAIL;
-    transfer.sent_ = static_cast<std::size_t>(offset);
+    transfer.sent_ = static_cast<std::uint64_t>(offset);
     return CURL_SEEKFUNC_OK;
 }
 

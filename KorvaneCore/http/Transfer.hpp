@@ -9,6 +9,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Korvane {
@@ -50,17 +51,20 @@ private:
     void setHeaders();
     void addHeader(const std::string& line);
     void setBody();
+    [[nodiscard]] std::optional<std::uint64_t> bodySize() const;
     void takeHeader(std::string_view line);
-    bool takeBody(std::string_view bytes);
+    bool takeBody(KRCrypto::ByteView bytes);
+    [[nodiscard]] int status() const;
     [[nodiscard]] HTTPError error(CURLcode code) const;
 
     HTTPRequest request_;
     Completion completion_;
     EasyHandle handle_;
     curl_slist* headers_ = nullptr;
-    std::size_t sent_ = 0;
+    std::uint64_t sent_ = 0;
     std::size_t headerBytes_ = 0;
     bool tooLarge_ = false;
+    std::exception_ptr bodyError_; ///< what a source or sink threw
     HTTPResponse response_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
 };

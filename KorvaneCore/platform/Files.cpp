@@ -49,8 +49,9 @@ public:
             ::unlink(name_.c_str());
     }
 
-    void write(std::string_view bytes) {
-        writeAll(fd_.get(), bytes, name_);
+    void write(std::string_view bytes) { writeAll(fd_.get(), bytes, name_); }
+
+    void sync() {
         if (::fsync(fd_.get()) != 0)
             fail("sync", name_);
     }
@@ -115,9 +116,16 @@ void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode
 
     StagedFile staged(path, mode);
     staged.write(bytes);
+    staged.sync();
     staged.renameTo(path);
     if (::fsync(folderFd.get()) != 0)
         fail("sync", folder);
+}
+
+void writeTemporaryFile(const std::filesystem::path& path, std::string_view bytes) {
+    StagedFile staged(path, 0600);
+    staged.write(bytes);
+    staged.renameTo(path);
 }
 
 void createDirectories(const std::filesystem::path& folder) {

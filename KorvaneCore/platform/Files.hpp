@@ -35,6 +35,10 @@ private:
 /// durable.
 void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode_t mode = 0600);
 
+/// A new file with these bytes, 0600, there whole or not at all, in place of any old one. It need not be on
+/// the disk on return: for files that mean nothing once the machine has stopped. Throws FileError.
+void writeTemporaryFile(const std::filesystem::path& path, std::string_view bytes);
+
 /// Creates the folder and the missing ones above it, for the owner only (0700). One that exists is left as it
 /// is. Throws FileError.
 void createDirectories(const std::filesystem::path& folder);

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "KorvaneCore/api/ByteRange.hpp"
+#include "KorvaneCore/api/records/Uploads.hpp"
+#include "KorvaneCore/http/HTTPSession.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+/// Calls to pre-signed storage URLs through any session: no token, no second try. All throw as BlobTransport
+/// says; what they borrow must live until they have returned or thrown.
+namespace Korvane::StorageCalls {
+
+/// Requests as the storage wants them, the body left to the caller.
+[[nodiscard]] HTTPRequest putRequest(std::string url);
+
+/// Throws APIError::BadRequest unless there is a first byte and a later end.
+[[nodiscard]] HTTPRequest getRequest(std::string url, ByteRange range);
+
+/// Throws the APIErrorInfo of an answer other than 2xx.
+void requireSuccess(const HTTPResponse& answer);
+
+/// requireSuccess(), and a retryable APIError::Transport unless the answer is the range asked for, of which
+/// `received` bytes came.
+void requireRange(const HTTPResponse& answer, ByteRange range, std::uint64_t received);
+
+/// Any 2xx answer is success; one that is no JSON gives an empty record. `data` is borrowed.
+asio::awaitable<PartUploadResponse> putPart(std::shared_ptr<HTTPSession> session, std::string url,
+                                            KRCrypto::ByteView data);
+
+asio::awaitable<KRCrypto::Bytes> getRange(std::shared_ptr<HTTPSession> session, std::string url,
+                                          ByteRange range);
+
+/// Fills `into`, which is borrowed, with the bytes from `first` on.
+asio::awaitable<void> getRangeInto(std::shared_ptr<HTTPSession> session, std::string url, std::int64_t first,
+                                   KRCrypto::MutableBytes into);
+
+} // namespace Korvane::StorageCalls
