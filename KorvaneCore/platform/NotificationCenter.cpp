@@ -2,14 +2,12 @@
 
 #include "KorvaneCore/platform/FileDescriptor.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/Inotify.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 
-#include <array>
 #include <cerrno>
 #include <stdexcept>
 #include <thread>
@@ -18,7 +16,7 @@ namespace Korvane {
 
 namespace {
 
-constexpr int retryInterval = 1000; // ms
+constexpr std::chrono::seconds retryInterval(1);
 
 std::string checkedName(std::string_view name) {
     if (name.empty() || name == "." || name == ".." ||
@@ -37,12 +35,8 @@ std::string checkedName(std::string_view name) {
 class NotificationCenter::Observation::Watch {
 public:
     Watch(std::filesystem::path folder, std::string name, std::function<void()> handler)
-        : folder_(std::move(folder)),
-          name_(std::move(name)),
-          handler_(std::move(handler)),
-          events_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-          stop_(::eventfd(0, EFD_CLOEXEC)) {
-        if (!events_.isOpen() || !stop_.isOpen())
+        : folder_(std::move(folder)), name_(std::move(name)), handler_(std::move(handler)) {
+        if (!events_.isOpen())
             fail("observe", folder_);
         watchFolder();
         thread_ = std::thread([this] { run(); });
@@ -52,17 +46,15 @@ public:
     Watch& operator=(const Watch&) = delete;
 
     ~Watch() {
-        const std::uint64_t one = 1;
-        // Cannot fail: the counter is far from full.
-        if (::write(stop_.get(), &one, sizeof one) == sizeof one)
-            thread_.join();
+        stop_.raise();
+        thread_.join();
     }
 
 private:
     void watchFolder() {
         createDirectories(folder_);
         constexpr std::uint32_t mask = IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-        watch_ = ::inotify_add_watch(events_.get(), folder_.c_str(), mask);
+        watch_ = events_.add(folder_.c_str(), mask);
         if (watch_ < 0)
             fail("observe", folder_);
     }
@@ -78,18 +70,11 @@ private:
     }
 
     void run() {
-        std::array<pollfd, 2> waiting{{{events_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}}};
-        while (true) {
-            if (::poll(waiting.data(), waiting.size(), watch_ < 0 ? retryInterval : -1) < 0 &&
-                errno != EINTR) {
-                Log::error("notifications", "observing ended: poll failed");
-                return;
-            }
-            if (waiting[1].revents != 0)
-                return;
-            if (waiting[0].revents != 0 && posted())
+        while (!stop_.raised()) {
+            const auto timeout = watch_ < 0 ? std::optional(retryInterval) : std::nullopt;
+            if (events_.wait(stop_, timeout) && posted())
                 handler_();
-            if (watch_ < 0)
+            if (watch_ < 0 && !stop_.raised())
                 watchAgain();
         }
     }
@@ -97,25 +82,17 @@ private:
     /// Reads all waiting events; whether one of them is, or may stand for, a post of the name.
     bool posted() {
         bool found = false;
-        alignas(inotify_event) std::array<char, 4096> buffer{};
-        ssize_t size = 0;
-        while ((size = ::read(events_.get(), buffer.data(), buffer.size())) > 0) {
-            for (ssize_t offset = 0; offset < size;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + offset);
-                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-                found |= concerns(*event);
-            }
-        }
+        events_.read([&](const Inotify::Event& event) { found |= concerns(event); });
         return found;
     }
 
-    bool concerns(const inotify_event& event) {
+    bool concerns(const Inotify::Event& event) {
         if ((event.mask & IN_CLOSE_WRITE) != 0)
-            return event.len > 0 && name_ == event.name;
-        if (event.wd == watch_ && (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
+            return name_ == event.name;
+        if (event.watch == watch_ && (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
             // A folder moved away would go on telling of posts that are not ours.
             if ((event.mask & IN_MOVE_SELF) != 0)
-                ::inotify_rm_watch(events_.get(), watch_);
+                events_.remove(watch_);
             watch_ = -1;
         }
         return (event.mask & IN_Q_OVERFLOW) != 0;
@@ -124,8 +101,8 @@ private:
     const std::filesystem::path folder_;
     const std::string name_;
     const std::function<void()> handler_;
-    FileDescriptor events_;
-    FileDescriptor stop_;
+    Inotify events_;
+    StopSignal stop_;
     int watch_ = -1; // while the folder is lost
     std::thread thread_;
 };
