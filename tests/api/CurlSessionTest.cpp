@@ -2,7 +2,9 @@
 
 #include "KorvaneCore/http/HTTPError.hpp"
 #include "KorvaneCore/platform/Mutex.hpp"
+#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LoopbackServer.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
@@ -39,8 +41,7 @@ protected:
     }
 
     asio::io_context context_;
-    CurlSession session_{
-        {.idle = std::chrono::seconds(1), .total = std::chrono::seconds(20), .trustedCertificates = {}}};
+    CurlSession session_{{.idle = std::chrono::seconds(1), .total = std::chrono::seconds(20)}};
 };
 
 TEST_F(CurlSessionTest, CarriesMethodHeadersAndBodyOverOneConnection) {
@@ -117,6 +118,39 @@ TEST_F(CurlSessionTest, RequestsThatCannotBeSentAreRefused) {
               Kind::malformed);
     EXPECT_EQ(failure({"GET", "http://127.0.0.1:1/", header("A:b", "c"), std::nullopt, 10}), Kind::malformed);
     EXPECT_EQ(failure({"GET", "http://127.0.0.1:1/", {}, std::nullopt, 10}), Kind::connection);
+}
+
+TEST_F(CurlSessionTest, AServerMustProveWhoItIs) {
+    const Testing::TemporaryFolder folder;
+    const auto certificate = (folder / "cert.pem").string();
+    const auto key = (folder / "key.pem").string();
+    Testing::ChildProcess maker({"/usr/bin/openssl", "req", "-x509", "-newkey", "ed25519", "-nodes", "-subj",
+                                 "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-keyout", key,
+                                 "-out", certificate});
+    ASSERT_EQ(maker.wait(), 0);
+    Testing::ChildProcess server({"/usr/bin/openssl", "s_server", "-www", "-accept", "127.0.0.1:0", "-cert",
+                                  certificate, "-key", key});
+    std::string line;
+    while (!line.starts_with("ACCEPT"))
+        line = server.readLine();
+    const auto port = line.substr(line.rfind(':'));
+    CurlSession trusting({.trustedCertificates = certificate});
+    const auto ask = [&](CurlSession& session, const std::string& host) {
+        auto answer = asio::co_spawn(
+            context_, session.send({"GET", "https://" + host + port, {}, std::nullopt, 100'000}),
+            asio::use_future);
+        context_.restart();
+        context_.run();
+        return answer.get().status;
+    };
+    EXPECT_EQ(ask(trusting, "localhost"), 200);
+    for (const auto& [session, host] : {std::pair(&session_, "localhost"), std::pair(&trusting, "127.0.0.1")})
+        try {
+            ask(*session, host);
+            FAIL() << host;
+        } catch (const HTTPError& error) {
+            EXPECT_EQ(error.kind(), Kind::certificate) << error.what();
+        }
 }
 
 TEST_F(CurlSessionTest, ManyAreUnderWayAndOneCanBeCancelled) {
