@@ -1,0 +1,210 @@
+#include "KorvaneCore/sync/DownloadRunner.hpp"
+
+#include "KRCrypto/ChunkCrypto.hpp"
+#include "KRCrypto/Hex.hpp"
+#include "KRCrypto/KRCryptoError.hpp"
+#include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/TransferQueue.hpp"
+
+#include <boost/asio/experimental/awaitable_operators.hpp>
+
+#include <array>
+#include <utility>
+
+namespace Korvane {
+
+using KRCrypto::KRCryptoError;
+namespace ChunkCrypto = KRCrypto::ChunkCrypto;
+
+namespace {
+
+constexpr int mostLooks = 5;
+constexpr std::string_view receivedBlobs = "drop_"; // their ids are not made from the content
+
+/// The destination's folder, and room for two chunks on their way.
+using Buffers = std::array<KRCrypto::Bytes, 2>;
+
+} // namespace
+
+DownloadRunner::DownloadRunner(const JobContext& context, TransferRun& run, DownloadJob job)
+    : context_(context), run_(run), job_(std::move(job)), destination_(job_.destinationPath) {}
+
+asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
+    co_await findVersion();
+    auto partial = co_await fetch();
+    const auto movedAside = co_await place(std::move(partial));
+    const auto stat = co_await offload([this] { return localStat(destination_); });
+    if (stat)
+        co_await run_.reportOwnWrite(destination_, *stat);
+    co_return TransferOutcome::Downloaded{job_, file_, movedAside};
+}
+
+asio::awaitable<RemoteFile> DownloadRunner::currentFile() {
+    std::optional<RemoteFile> file;
+    try {
+        file = co_await context_.api->file(job_.fileId);
+    } catch (const APIError& error) {
+        if (error.is<APIError::NotFound>())
+            throw TransferQueue::DropReason("File no longer exists");
+        throw;
+    }
+    if (file->deletedAt)
+        throw TransferQueue::DropReason("File was deleted");
+    co_return std::move(*file);
+}
+
+// Record and storage URL come in two answers; a new version may come between. Key and hash are those of the
+// version that is fetched.
+asio::awaitable<void> DownloadRunner::findVersion() {
+    for (int look = 0;; ++look) {
+        file_ = co_await currentFile();
+        info_ = co_await context_.api->downloadInfo(job_.fileId);
+        if (info_.version.value_or(file_.version) == file_.version &&
+            info_.blobId.value_or(file_.blobId) == file_.blobId)
+            break;
+        if (look == mostLooks)
+            throw APIError(APIError::Transport{"the file changes faster than it can be fetched", true});
+    }
+    const auto masterKey = co_await context_.masterKey();
+    const auto meta = masterKey->openMeta(file_.metaEnc);
+    if (meta.file() == nullptr)
+        throw KRCryptoError(KRCryptoError::InvalidMeta{});
+    meta_ = *meta.file();
+    fileKey_ = masterKey->unwrapFileKey(file_.wrappedFileKey);
+    checkRecord();
+    if (file_.nameBlindIndex && masterKey->nameBlindIndex(meta_.name) != file_.nameBlindIndex)
+        Log::warning("transfer",
+                     "a file's name does not match its index; another client may fold names otherwise");
+    if (!file_.blobId.starts_with(receivedBlobs) &&
+        masterKey->blobId(KRCrypto::Hex::decode(meta_.sha256)) != file_.blobId)
+        Log::warning("transfer", "a file's content hash does not match its blob");
+}
+
+// Before a byte is written: sizes that do not belong together are no file of this account's clients.
+void DownloadRunner::checkRecord() const {
+    const auto count = ChunkCrypto::chunkCount(meta_.size, context_.chunkSize);
+    const auto size = ChunkCrypto::encryptedSize(meta_.size, context_.chunkSize);
+    if (file_.chunkCount != count || file_.encryptedSize != size || info_.chunkCount != count ||
+        info_.encryptedSize != size)
+        throw KRCryptoError(KRCryptoError::SizeMismatch{});
+}
+
+std::filesystem::path DownloadRunner::temporaryPath() const {
+    return destination_.parent_path() / (".korvane-" + run_.record().id + ".partial");
+}
+
+// While one chunk is opened and written, the next is fetched.
+asio::awaitable<PartialFile> DownloadRunner::fetch() {
+    using namespace asio::experimental::awaitable_operators;
+    const auto previous = std::exchange(job_.tempPath, temporaryPath().string());
+    job_.version = file_.version;
+    run_.save(job_);
+    auto partial = co_await offload([this, previous] {
+        createDirectories(destination_.parent_path());
+        std::error_code gone;
+        if (previous)
+            std::filesystem::remove(*previous, gone); // of an earlier run, replaced by this one's
+        return PartialFile(*job_.tempPath);
+    });
+    const auto count = file_.chunkCount;
+    KRCrypto::ChunkDecryptor decryptor(fileKey_, count);
+    Buffers buffers;
+    const auto write = [&](std::int64_t index) -> asio::awaitable<void> {
+        co_await offload([&, index] {
+            auto& buffer = buffers[static_cast<std::size_t>(index % 2)];
+            partial.append(decryptor.decryptInto(index, buffer, buffer));
+            return true;
+        });
+        run_.setProgress(decryptor.plainBytes(), meta_.size);
+    };
+    co_await fetchChunk(0, buffers[0]);
+    for (std::int64_t index = 0; index < count; ++index) {
+        if (index + 1 < count)
+            co_await (fetchChunk(index + 1, buffers[static_cast<std::size_t>((index + 1) % 2)]) &&
+                      write(index));
+        else
+            co_await write(index);
+    }
+    static_cast<void>(decryptor.finish(meta_.sha256));
+    const auto modified = meta_.mtime ? KRJSON::parseDate(*meta_.mtime) : std::nullopt;
+    co_await offload([&] {
+        partial.finish(modified);
+        return true;
+    });
+    co_return partial;
+}
+
+asio::awaitable<void> DownloadRunner::fetchChunk(std::int64_t index, KRCrypto::Bytes& buffer) {
+    const auto range =
+        ChunkCrypto::encryptedRange(index, file_.chunkCount, file_.encryptedSize, context_.chunkSize);
+    buffer.resize(static_cast<std::size_t>(range.end - range.start));
+    for (;;) {
+        try {
+            co_await context_.transport->getInto(info_.url, range.start, buffer);
+            co_return;
+        } catch (const std::exception& error) {
+            const auto* refusal = apiError(error);
+            if (refusal == nullptr || !refusal->is<APIError::Forbidden>() || renewed_)
+                throw;
+        }
+        co_await renewURL();
+    }
+}
+
+// A storage URL expires; a new one is asked for once. Of another version it is no use to this run.
+asio::awaitable<void> DownloadRunner::renewURL() {
+    renewed_ = true;
+    const auto fresh = co_await context_.api->downloadInfo(job_.fileId);
+    if (fresh.version.value_or(file_.version) != file_.version ||
+        fresh.blobId.value_or(file_.blobId) != file_.blobId)
+        throw APIError(APIError::Transport{"the file changed while it was fetched", true});
+    info_.url = fresh.url;
+}
+
+bool DownloadRunner::mustBeKept(const LocalStat& present) const {
+    return job_.collision == DownloadJob::Collision::conflictCopy && job_.guardLocal != present;
+}
+
+// What appears at the destination between the looks is kept too: nothing is replaced that was not looked at.
+std::optional<std::filesystem::path> DownloadRunner::placeHere(const PartialFile& partial) const {
+    std::optional<std::filesystem::path> movedAside;
+    const auto fail = [](const std::error_code& error) {
+        throw TransferQueue::PermanentFailure("could not move file into place (errno " +
+                                              std::to_string(error.value()) + ")");
+    };
+    for (;;) {
+        const auto present = localStat(destination_);
+        if (present && mustBeKept(*present)) {
+            const auto name = destination_.filename().string();
+            for (std::int64_t n = 1;; ++n) {
+                const auto aside = destination_.parent_path() / FileNames::numbered(name, n);
+                const auto error = renameToFreeName(destination_, aside);
+                if (!error)
+                    movedAside = aside;
+                else if (error == std::errc::file_exists)
+                    continue;
+                else if (error != std::errc::no_such_file_or_directory)
+                    fail(error);
+                break;
+            }
+            continue;
+        }
+        const auto error = partial.place(destination_, present.has_value());
+        if (!error)
+            return movedAside;
+        if (error != std::errc::file_exists || present)
+            fail(error);
+    }
+}
+
+asio::awaitable<std::optional<std::filesystem::path>> DownloadRunner::place(PartialFile partial) {
+    co_return co_await offload(
+        [this, kept = std::make_shared<PartialFile>(std::move(partial))] { return placeHere(*kept); });
+}
+
+} // namespace Korvane

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "KorvaneCore/sync/JobContext.hpp"
+#include "KorvaneCore/sync/JobRunner.hpp"
+
+namespace Korvane {
+
+/// Performs uploads and downloads for the queue.
+class TransferRunner final : public JobRunner {
+public:
+    explicit TransferRunner(JobContext context) : context_(std::move(context)) {}
+
+    asio::awaitable<Result> run(TransferRun& run) override;
+    asio::awaitable<void> abortUpload(std::string uploadId) override;
+
+private:
+    JobContext context_;
+};
+
+} // namespace Korvane

@@ -1,0 +1,354 @@
+#include "KorvaneCore/sync/UploadRunner.hpp"
+
+#include "KRCrypto/ChunkCrypto.hpp"
+#include "KRCrypto/FileChunkReader.hpp"
+#include "KRCrypto/Hex.hpp"
+#include "KRCrypto/KRCryptoError.hpp"
+#include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/media/MediaType.hpp"
+#include "KorvaneCore/media/Thumbnail.hpp"
+#include "KorvaneCore/platform/FileStatus.hpp"
+#include "KorvaneCore/platform/LocalCalendar.hpp"
+#include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/storage/SQLValue.hpp"
+#include "KorvaneCore/sync/ContentHash.hpp"
+#include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/KnownKeys.hpp"
+#include "KorvaneCore/sync/TransferQueue.hpp"
+
+#include <boost/asio/experimental/awaitable_operators.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace Korvane {
+
+using KRCrypto::KRCryptoError;
+namespace ChunkCrypto = KRCrypto::ChunkCrypto;
+
+namespace {
+
+constexpr int mostRounds = 6;
+constexpr std::int64_t mostNameAttempts = 100;
+constexpr std::int64_t largestPicture = std::int64_t{256} << 20;
+constexpr std::size_t largestThumbnail = std::size_t{1} << 20;
+
+const char* stateOf(const APIError::FolderMissing& missing) {
+    return missing.trashed ? "is in the Trash" : "no longer exists";
+}
+
+} // namespace
+
+/// What the lanes of sendParts share. They run on one strand.
+struct SendState {
+    std::vector<PartPlan::Part> parts;
+    std::size_t next = 0;
+    std::int64_t progress = 0; ///< plaintext bytes
+    bool urlsExpired = false;
+    KRCrypto::FileChunkReader reader;
+};
+
+UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, UploadJob job)
+    : context_(context), run_(run), job_(std::move(job)) {}
+
+asio::awaitable<TransferOutcome::Uploaded> UploadRunner::upload() {
+    masterKey_ = co_await context_.masterKey();
+    co_await hashSource();
+    const auto file = co_await store();
+    context_.index->apply(file, *masterKey_);
+    co_await addThumbnail(file);
+    auto done = job_;
+    done.name = name();
+    co_return TransferOutcome::Uploaded{std::move(done), file};
+}
+
+// The content is what the source held when it was hashed; from then on every look at the source is compared
+// with that moment.
+asio::awaitable<void> UploadRunner::hashSource() {
+    const std::filesystem::path source = job_.sourcePath;
+    const auto stat = co_await offload([source] {
+        const auto status = fileStatus(source);
+        if (!status)
+            throw TransferQueue::PermanentFailure("Source file no longer exists");
+        if (status->kind != FileStatus::Kind::file)
+            throw TransferQueue::PermanentFailure("Only regular files can be uploaded");
+        return localStat(source);
+    });
+    if (!stat)
+        throw TransferQueue::PermanentFailure("Source file no longer exists");
+    if (job_.sha256 && job_.sourceStat == stat)
+        co_return;
+    co_await giveUpSession();
+    if (ChunkCrypto::chunkCount(stat->size, context_.chunkSize) > KRCrypto::maxParts)
+        throw APIError(APIError::BadRequest{"File too large (max 10000 parts)"});
+    if (!job_.mime)
+        job_.mime = co_await offload([source] { return mediaType(source); });
+    const auto hash = co_await contentHash(source, *stat);
+    job_.sourceStat = stat;
+    job_.sha256 = hash;
+    job_.plainSize = stat->size;
+    job_.blobId = masterKey_->blobId(KRCrypto::Hex::decode(hash));
+    save();
+}
+
+// An upload of the old content may be under way at the service; that it cannot be ended there is no reason
+// not to send the new one, as it expires.
+asio::awaitable<void> UploadRunner::giveUpSession() {
+    const auto abandoned = std::exchange(job_.uploadId, std::nullopt);
+    job_.wrappedFileKey.reset();
+    job_.sha256.reset();
+    job_.sourceStat.reset();
+    job_.plainSize.reset();
+    job_.blobId.reset();
+    if (!abandoned)
+        co_return;
+    save();
+    try {
+        co_await context_.api->abortUpload(*abandoned);
+    } catch (const APIError& error) {
+        if (error.is<APIError::Cancelled>())
+            throw;
+        Log::info("transfer", std::string("an upload session was left to expire: ") + error.what());
+    }
+}
+
+asio::awaitable<RemoteFile> UploadRunner::store() {
+    auto plan = co_await resumeSession();
+    if (!plan)
+        plan = co_await beginSession();
+    if (!plan) // the service has the blob
+        co_return co_await registerFile();
+    co_return co_await sendAndComplete(std::move(*plan));
+}
+
+asio::awaitable<std::optional<PartPlan>> UploadRunner::resumeSession() {
+    if (!job_.uploadId || !job_.wrappedFileKey)
+        co_return std::nullopt;
+    try {
+        fileKey_ = masterKey_->unwrapFileKey(*job_.wrappedFileKey);
+        auto status = co_await context_.api->uploadStatus(*job_.uploadId);
+        co_return PartPlan(std::move(status.parts), chunkCount());
+    } catch (const APIError& error) {
+        if (!error.is<APIError::NotFound>() && !error.is<APIError::Expired>())
+            throw;
+    }
+    job_.uploadId.reset();
+    job_.wrappedFileKey.reset();
+    save();
+    co_return std::nullopt;
+}
+
+// The key is stored before anything is sealed with it: a run that follows seals the same content with it, or
+// none.
+asio::awaitable<std::optional<PartPlan>> UploadRunner::beginSession() {
+    auto answer = co_await context_.api->createUpload({*job_.blobId, encryptedSize(), chunkCount()});
+    if (answer.status == "exists") {
+        auto key = co_await knownKey(context_, *masterKey_, job_, answer.wrappedFileKey);
+        job_.wrappedFileKey = std::move(key.wrapped);
+        fileKey_ = std::move(key.key);
+        save();
+        co_return std::nullopt;
+    }
+    if (!answer.uploadId)
+        throw TransferQueue::PermanentFailure("upload id missing");
+    fileKey_ = ChunkCrypto::generateFileKey();
+    job_.uploadId = answer.uploadId;
+    job_.wrappedFileKey = masterKey_->wrapFileKey(fileKey_);
+    save();
+    if (!answer.parts)
+        answer.parts = (co_await context_.api->uploadStatus(*job_.uploadId)).parts;
+    co_return PartPlan(std::move(*answer.parts), chunkCount());
+}
+
+asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
+    for (int round = 0; round < mostRounds; ++round) {
+        co_await sendParts(plan.missing(sent_));
+        plan = PartPlan((co_await context_.api->uploadStatus(*job_.uploadId)).parts, chunkCount());
+        if (!plan.missing(sent_).empty())
+            continue;
+        try {
+            co_return co_await registerFile();
+        } catch (const APIError& error) {
+            const auto* missing = error.as<APIError::PartsMissing>();
+            if (missing == nullptr)
+                throw;
+            for (const auto number : missing->parts)
+                sent_.erase(number - 1);
+        }
+    }
+    throw APIError(APIError::Transport{"upload did not converge", true});
+}
+
+// Two lanes: while one part is on the wire, the next is read and sealed.
+asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts) {
+    if (parts.empty())
+        co_return;
+    using namespace asio::experimental::awaitable_operators;
+    SendState state{std::move(parts), 0, *job_.plainSize, false, co_await offload([this] {
+                        requireUnchanged();
+                        return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize);
+                    })};
+    for (const auto& part : state.parts)
+        state.progress -= static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
+    if (state.parts.size() == 1)
+        co_await sendLane(state);
+    else
+        co_await (sendLane(state) && sendLane(state));
+    co_await offload([this] {
+        requireUnchanged();
+        return true;
+    });
+}
+
+asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
+    KRCrypto::Bytes buffer(static_cast<std::size_t>(std::min(context_.chunkSize, *job_.plainSize)) +
+                           KRCrypto::gcmTagSize);
+    while (state.next < state.parts.size() && !state.urlsExpired) {
+        const auto part = state.parts[state.next++];
+        const auto sealed = co_await offload([this, &state, &buffer, &part] {
+            requireUnchanged();
+            return state.reader.encryptedInto(part.index, fileKey_, buffer);
+        });
+        try {
+            co_await context_.transport->put(part.url, sealed);
+        } catch (const std::exception& error) {
+            const auto* refusal = apiError(error);
+            if (refusal == nullptr || !refusal->is<APIError::Forbidden>())
+                throw;
+            state.urlsExpired = true; // the next round fetches new ones
+            co_return;
+        }
+        sent_.insert(part.index);
+        state.progress += static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
+        run_.setProgress(state.progress, *job_.plainSize);
+    }
+}
+
+asio::awaitable<RemoteFile> UploadRunner::registerFile() {
+    for (;;) {
+        std::optional<APIError> refusal;
+        try {
+            co_return co_await registerOnce();
+        } catch (const APIError& error) {
+            refusal = error;
+        }
+        if (const auto* missing = refusal->as<APIError::FolderMissing>())
+            folderMissing(*missing);
+        if (const auto* conflict = refusal->as<APIError::VersionConflict>()) {
+            if (isOwn(conflict->file))
+                co_return *conflict->file;
+            co_await becomeConflictCopy();
+        } else if (refusal->is<APIError::NameConflict>() && !job_.fileId &&
+                   job_.nameAttempt < mostNameAttempts) {
+            ++job_.nameAttempt;
+            save();
+        } else {
+            throw APIError(*refusal);
+        }
+    }
+}
+
+// With an upload session, completing it makes the record.
+asio::awaitable<RemoteFile> UploadRunner::registerOnce() {
+    const auto fileName = name();
+    const KRCrypto::FileMeta meta(
+        fileName, job_.mime.value_or("application/octet-stream"), *job_.plainSize, *job_.sha256,
+        KRJSON::formatDate(job_.mtime.value_or(dateSince1970(job_.sourceStat->mtime))));
+    const auto newId = job_.fileId ? std::nullopt : std::optional(job_.clientFileId);
+    if (job_.uploadId) {
+        CompleteUploadRequest request{job_.folderId,
+                                      newId,
+                                      job_.fileId,
+                                      job_.fileId ? job_.baseVersion : std::nullopt,
+                                      masterKey_->sealMeta(meta),
+                                      masterKey_->nameBlindIndex(fileName),
+                                      *job_.wrappedFileKey};
+        co_return co_await context_.api->completeUpload(*job_.uploadId, std::move(request));
+    }
+    CreateFileRequest request{newId,
+                              job_.folderId,
+                              masterKey_->sealMeta(meta),
+                              masterKey_->nameBlindIndex(fileName),
+                              *job_.blobId,
+                              *job_.wrappedFileKey,
+                              chunkCount(),
+                              encryptedSize(),
+                              job_.fileId,
+                              job_.fileId ? job_.baseVersion : std::nullopt};
+    co_return co_await context_.api->createFile(std::move(request));
+}
+
+// An answer that was lost: the version that is in the way is this upload's own.
+bool UploadRunner::isOwn(const std::optional<RemoteFile>& file) const {
+    return file && file->blobId == job_.blobId && file->wrappedFileKey == job_.wrappedFileKey;
+}
+
+// Nothing of the local change is lost: it becomes a file beside the other device's version.
+asio::awaitable<void> UploadRunner::becomeConflictCopy() {
+    if (!job_.fileId)
+        throw APIError(APIError::VersionConflict{});
+    const auto device = co_await context_.deviceName();
+    job_.originalName = job_.name;
+    job_.name = FileNames::conflicted(job_.name, device, LocalCalendar::dayKey(context_.clock->now()));
+    job_.isConflictCopy = true;
+    job_.nameAttempt = 0;
+    job_.fileId.reset();
+    job_.baseVersion.reset();
+    save();
+}
+
+std::string UploadRunner::name() const {
+    if (job_.nameAttempt == 0)
+        return job_.name;
+    return job_.isConflictCopy ? FileNames::furtherConflicted(job_.name, job_.nameAttempt + 1)
+                               : FileNames::numbered(job_.name, job_.nameAttempt);
+}
+
+void UploadRunner::folderMissing(const APIError::FolderMissing& missing) {
+    context_.index->markDeleted(missing.folderId.value_or(job_.folderId), context_.clock->now());
+    const std::string state = stateOf(missing);
+    if (job_.origin.as<TransferOrigin::Sync>() != nullptr)
+        throw TransferQueue::DropReason("Skipped: its cloud folder " + state + "; it will be re-synced");
+    if (job_.origin.as<TransferOrigin::Note>() != nullptr)
+        throw TransferQueue::DropReason("Skipped: its cloud folder " + state + "; it will be saved again");
+    throw TransferQueue::PermanentFailure("Not uploaded: the folder it was going into " + state +
+                                          ". Discard it, or drag the file into an existing folder.");
+}
+
+// A file is complete without its thumbnail, so what goes wrong here is logged and the upload succeeds.
+asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
+    if (!job_.mime->starts_with("image/") || *job_.plainSize > largestPicture)
+        co_return;
+    try {
+        const auto sealed = co_await offload([this] {
+            const auto picture = makeThumbnail(job_.sourcePath);
+            requireUnchanged();
+            return ChunkCrypto::sealThumbnail(fileKey_, KRCrypto::asBytes(picture));
+        });
+        if (sealed.size() > largestThumbnail)
+            co_return;
+        co_await context_.api->uploadThumbnail(file.id, sealed);
+        context_.index->setHasThumbnail(file.id, true);
+    } catch (const std::exception& error) {
+        if (const auto* api = apiError(error); api != nullptr && api->is<APIError::Cancelled>())
+            throw;
+        Log::warning("transfer", std::string("no thumbnail: ") + error.what());
+    }
+}
+
+std::int64_t UploadRunner::chunkCount() const {
+    return ChunkCrypto::chunkCount(*job_.plainSize, context_.chunkSize);
+}
+
+std::int64_t UploadRunner::encryptedSize() const {
+    return ChunkCrypto::encryptedSize(*job_.plainSize, context_.chunkSize);
+}
+
+void UploadRunner::requireUnchanged() const {
+    if (localStat(job_.sourcePath) != job_.sourceStat)
+        throw KRCryptoError(KRCryptoError::FileChangedDuringRead{});
+}
+
+} // namespace Korvane

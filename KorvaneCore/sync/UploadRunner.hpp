@@ -1,0 +1,64 @@
+#pragma once
+
+#include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCore/sync/JobContext.hpp"
+#include "KorvaneCore/sync/JobRunner.hpp"
+#include "KorvaneCore/sync/PartPlan.hpp"
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Korvane {
+
+struct SendState;
+
+/// One run of an upload: a local file becomes a sealed blob and a file of the service. Every step stores what
+/// it found before the next one begins, so that a later run goes on from there.
+///
+/// A file key never meets two contents: when the source is not the file that was hashed any more, hash,
+/// session and key are given up together.
+class UploadRunner {
+public:
+    /// Both outlive the run.
+    UploadRunner(const JobContext& context, TransferRun& run, UploadJob job);
+
+    /// Throws what steers the queue (see TransferQueue), and what its parts throw.
+    asio::awaitable<TransferOutcome::Uploaded> upload();
+
+private:
+    asio::awaitable<void> hashSource();
+    asio::awaitable<RemoteFile> store();
+    asio::awaitable<void> addThumbnail(const RemoteFile& file);
+
+    asio::awaitable<std::optional<PartPlan>> resumeSession();
+    asio::awaitable<std::optional<PartPlan>> beginSession();
+    asio::awaitable<void> giveUpSession();
+    asio::awaitable<RemoteFile> sendAndComplete(PartPlan plan);
+    asio::awaitable<void> sendParts(std::vector<PartPlan::Part> parts);
+    asio::awaitable<void> sendLane(SendState& state);
+
+    asio::awaitable<RemoteFile> registerFile();
+    asio::awaitable<RemoteFile> registerOnce();
+    asio::awaitable<void> becomeConflictCopy();
+    [[noreturn]] void folderMissing(const APIError::FolderMissing& missing);
+    [[nodiscard]] bool isOwn(const std::optional<RemoteFile>& file) const;
+    [[nodiscard]] std::string name() const;
+
+    [[nodiscard]] std::int64_t chunkCount() const;
+    [[nodiscard]] std::int64_t encryptedSize() const;
+    void requireUnchanged() const;
+
+    void save() { run_.save(job_); }
+
+    const JobContext& context_;
+    TransferRun& run_;
+    UploadJob job_;
+    std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
+    KRCrypto::SecretBytes fileKey_;
+    std::set<std::int64_t> sent_; ///< chunks, in this run
+};
+
+} // namespace Korvane
