@@ -6,10 +6,6 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneService/Schema.hpp"
 
-#include <boost/uuid/uuid.hpp>
-#include <boost/uuid/uuid_io.hpp>
-
-#include <algorithm>
 #include <utility>
 
 namespace Korvane {
@@ -58,15 +54,6 @@ Clock::Time ServiceState::now() const {
 
 KRCrypto::SecretBytes ServiceState::key(std::string_view purpose) const {
     return KRCrypto::subkey(rootKey_, purpose);
-}
-
-std::string newIdentifier() {
-    boost::uuids::uuid uuid{};
-    const auto random = KRCrypto::randomBytes(uuid.size());
-    std::ranges::copy(random, uuid.begin());
-    uuid.data[6] = static_cast<std::uint8_t>((uuid.data[6] & 0x0F) | 0x40); // version 4
-    uuid.data[8] = static_cast<std::uint8_t>((uuid.data[8] & 0x3F) | 0x80); // RFC 4122 variant
-    return to_string(uuid);
 }
 
 std::string newSecret() {

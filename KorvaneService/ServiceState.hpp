@@ -48,9 +48,6 @@ private:
     std::string baseURL_;
 };
 
-/// A new random identifier: a UUID in lower case.
-[[nodiscard]] std::string newIdentifier();
-
 /// A new random text that cannot be guessed.
 [[nodiscard]] std::string newSecret();
 

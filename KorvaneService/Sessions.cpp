@@ -4,6 +4,7 @@
 #include "KRCrypto/Derivation.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/Sha256.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/ChangeFeed.hpp"
 
 #include <boost/algorithm/string/classification.hpp>
@@ -138,7 +139,7 @@ Session signIn(ServiceState& state, SQLiteDatabase& database, const std::string&
                      "revoked_at IS NULL",
                      deviceName, now, *deviceId, userId) > 0)
         return {userId, *deviceId};
-    Session session{userId, newIdentifier()};
+    Session session{userId, newUUID()};
     database.run(
         "INSERT INTO devices (id, user_id, name, platform, created_at, last_seen_at) VALUES (?,?,?,?,?,?)",
         session.deviceId, userId, deviceName, platform, now, now);

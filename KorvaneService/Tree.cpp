@@ -1,5 +1,6 @@
 #include "KorvaneService/Tree.hpp"
 
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/TreeRecords.hpp"
 
 #include <algorithm>
@@ -103,7 +104,7 @@ ChildrenPage Tree::page(const std::optional<std::string>& folderId, const std::o
 }
 
 RemoteFolder Tree::createFolder(const CreateFolderRequest& request) const {
-    const auto id = request.id.value_or(newIdentifier());
+    const auto id = request.id.value_or(newUUID());
     requireId(id);
     requireMeta(request.metaEnc, request.nameBlindIndex);
     const auto rows =
@@ -172,12 +173,13 @@ RemoteFile Tree::createFile(const CreateFileRequest& request) const {
     if (request.fileId)
         return addVersionTo(file(*request.fileId), request);
 
-    const auto id = request.id.value_or(newIdentifier());
+    const auto id = request.id.value_or(newUUID());
     requireId(id);
     if (hasFile(id)) {
         auto made = file(id);
         if (made.blobId == request.blobId && made.wrappedFileKey == request.wrappedFileKey)
             return made;
+        throw Refusal::versionConflict(made);
     }
     requireNewId(id);
     requireLiveFolder(request.folderId);

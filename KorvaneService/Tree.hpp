@@ -36,7 +36,7 @@ public:
     RemoteFolder setFolderTrashed(const std::string& id, bool trashed) const;
 
     /// A new file, or a new version of `fileId`. Its blob must be there. The same creation sent again gives
-    /// the file it made.
+    /// the file it made; another creation with that id is a version conflict.
     RemoteFile createFile(const CreateFileRequest& request) const;
     RemoteFile updateFile(const std::string& id, const UpdateFileRequest& request) const;
     RemoteFile setFileTrashed(const std::string& id, bool trashed) const;

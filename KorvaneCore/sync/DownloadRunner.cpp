@@ -8,10 +8,9 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/sync/Both.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
-
-#include <boost/asio/experimental/awaitable_operators.hpp>
 
 #include <array>
 #include <utility>
@@ -100,7 +99,6 @@ std::filesystem::path DownloadRunner::temporaryPath() const {
 
 // While one chunk is opened and written, the next is fetched.
 asio::awaitable<PartialFile> DownloadRunner::fetch() {
-    using namespace asio::experimental::awaitable_operators;
     const auto previous = std::exchange(job_.tempPath, temporaryPath().string());
     job_.version = file_.version;
     run_.save(job_);
@@ -125,8 +123,8 @@ asio::awaitable<PartialFile> DownloadRunner::fetch() {
     co_await fetchChunk(0, buffers[0]);
     for (std::int64_t index = 0; index < count; ++index) {
         if (index + 1 < count)
-            co_await (fetchChunk(index + 1, buffers[static_cast<std::size_t>((index + 1) % 2)]) &&
-                      write(index));
+            co_await both(fetchChunk(index + 1, buffers[static_cast<std::size_t>((index + 1) % 2)]),
+                          write(index));
         else
             co_await write(index);
     }

@@ -3,13 +3,12 @@
 #include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/sync/QueueRun.hpp"
 
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/redirect_error.hpp>
-#include <boost/uuid/random_generator.hpp>
-#include <boost/uuid/uuid_io.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -19,10 +18,6 @@ namespace Korvane {
 namespace {
 
 constexpr std::chrono::seconds doneIsKeptFor{86'400};
-
-std::string newUUID() {
-    return boost::uuids::to_string(boost::uuids::random_generator()());
-}
 
 std::chrono::duration<double> wallAheadOfMonotonic(const Clock& clock) {
     return std::chrono::duration<double>(clock.now().time_since_epoch()) -

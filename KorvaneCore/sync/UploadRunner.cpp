@@ -12,13 +12,13 @@
 #include "KorvaneCore/platform/LocalCalendar.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/storage/SQLValue.hpp"
+#include "KorvaneCore/sync/Both.hpp"
 #include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/KnownKeys.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
-
-#include <boost/asio/experimental/awaitable_operators.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -185,7 +185,6 @@ asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
 asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts) {
     if (parts.empty())
         co_return;
-    using namespace asio::experimental::awaitable_operators;
     SendState state{std::move(parts), 0, *job_.plainSize, false, co_await offload([this] {
                         requireUnchanged();
                         return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize);
@@ -195,7 +194,7 @@ asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts)
     if (state.parts.size() == 1)
         co_await sendLane(state);
     else
-        co_await (sendLane(state) && sendLane(state));
+        co_await both(sendLane(state), sendLane(state));
     co_await offload([this] {
         requireUnchanged();
         return true;
@@ -239,7 +238,8 @@ asio::awaitable<RemoteFile> UploadRunner::registerFile() {
         if (const auto* conflict = refusal->as<APIError::VersionConflict>()) {
             if (isOwn(conflict->file))
                 co_return *conflict->file;
-            co_await becomeConflictCopy();
+            if (!becomeUpdate(conflict->file))
+                co_await becomeConflictCopy();
         } else if (refusal->is<APIError::NameConflict>() && !job_.fileId &&
                    job_.nameAttempt < mostNameAttempts) {
             ++job_.nameAttempt;
@@ -285,6 +285,16 @@ bool UploadRunner::isOwn(const std::optional<RemoteFile>& file) const {
     return file && file->blobId == job_.blobId && file->wrappedFileKey == job_.wrappedFileKey;
 }
 
+// The answer to an earlier creation was lost, and the source was changed since: what it made is updated.
+bool UploadRunner::becomeUpdate(const std::optional<RemoteFile>& file) {
+    if (job_.fileId || !file || file->id != job_.clientFileId)
+        return false;
+    job_.fileId = file->id;
+    job_.baseVersion = file->version;
+    save();
+    return true;
+}
+
 // Nothing of the local change is lost: it becomes a file beside the other device's version.
 asio::awaitable<void> UploadRunner::becomeConflictCopy() {
     if (!job_.fileId)
@@ -294,6 +304,8 @@ asio::awaitable<void> UploadRunner::becomeConflictCopy() {
     job_.name = FileNames::conflicted(job_.name, device, LocalCalendar::dayKey(context_.clock->now()));
     job_.isConflictCopy = true;
     job_.nameAttempt = 0;
+    if (job_.fileId == job_.clientFileId)
+        job_.clientFileId = newUUID();
     job_.fileId.reset();
     job_.baseVersion.reset();
     save();

@@ -43,6 +43,7 @@ private:
     asio::awaitable<RemoteFile> registerFile();
     asio::awaitable<RemoteFile> registerOnce();
     asio::awaitable<void> becomeConflictCopy();
+    bool becomeUpdate(const std::optional<RemoteFile>& file);
     [[noreturn]] void folderMissing(const APIError::FolderMissing& missing);
     [[nodiscard]] bool isOwn(const std::optional<RemoteFile>& file) const;
     [[nodiscard]] std::string name() const;

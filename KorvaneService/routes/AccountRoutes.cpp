@@ -1,4 +1,5 @@
 #include "KRCrypto/Derivation.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/Sessions.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Credentials.hpp"
@@ -68,8 +69,8 @@ Reply signup(Exchange& exchange) {
     if (Credentials::account(exchange, email))
         throw Refusal::conflict("email_taken", "an account with this e-mail address exists already");
 
-    const auto userId = newIdentifier();
-    const auto rootId = newIdentifier();
+    const auto userId = newUUID();
+    const auto rootId = newUUID();
     exchange.database.run(
         "INSERT INTO users (id, email, root_folder_id, quota_bytes, created_at, kdf_salt, auth_hash, "
         "recovery_hash, wrapped_master_key, wrapped_master_key_recovery) "

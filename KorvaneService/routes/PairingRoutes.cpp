@@ -2,6 +2,7 @@
 #include "KRCrypto/Sha256.hpp"
 #include "KRCrypto/Sizes.hpp"
 #include "KorvaneCore/api/records/Pairing.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/Sessions.hpp"
 #include "KorvaneService/routes/Credentials.hpp"
 #include "KorvaneService/routes/Routes.hpp"
@@ -31,7 +32,7 @@ Reply start(Exchange& exchange) {
         throw Refusal::badRequest("a public key has 32 bytes");
     const auto now = exchange.state.now();
     const auto expires = now + exchange.state.settings().pairingLifetime;
-    const auto id = newIdentifier();
+    const auto id = newUUID();
     const auto secret = newSecret();
     const auto code = newCode();
     const bool bound = !exchange.session.userId.empty();

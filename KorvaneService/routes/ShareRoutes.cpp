@@ -1,4 +1,5 @@
 #include "KorvaneCore/api/records/Shares.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Routes.hpp"
 
@@ -71,7 +72,7 @@ void requireEntity(Exchange& exchange, const CreateShareRequest& request) {
 Reply create(Exchange& exchange) {
     const auto request = exchange.body<CreateShareRequest>();
     requireEntity(exchange, request);
-    const auto id = newIdentifier();
+    const auto id = newUUID();
     exchange.database.run(
         "INSERT INTO shares (id, user_id, token, entity_type, entity_id, password_salt, expires_at, "
         "created_at) VALUES (?,?,?,?,?,?,?,?)",

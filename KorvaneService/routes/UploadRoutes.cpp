@@ -1,4 +1,5 @@
 #include "KorvaneCore/api/records/Uploads.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/StorageURL.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Routes.hpp"
@@ -104,7 +105,7 @@ Reply create(Exchange& exchange) {
     }
     removeExpired(exchange);
     requireRoom(exchange, request.encryptedSize);
-    const Upload upload{newIdentifier(),
+    const Upload upload{newUUID(),
                         request.blobId,
                         request.encryptedSize,
                         request.chunkCount,
