@@ -1,4 +1,5 @@
 #include "KorvaneCore/api/records/Uploads.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneService/ServiceState.hpp"
 #include "KorvaneService/routes/Routes.hpp"
 
@@ -25,7 +26,13 @@ Reply putPart(Exchange& exchange) {
     const auto& bytes = exchange.request.body;
     if (std::ssize(bytes) != blobs.partSize(part, rows[0].intValue("encrypted_size").value()))
         throw Refusal::invalidPartLayout("the part has another size");
-    blobs.putPart(id, part, bytes);
+    try {
+        blobs.putPart(id, part, bytes);
+    } catch (const FileError& error) {
+        if (error.code() == std::errc::no_such_file_or_directory)
+            throw Refusal::notFound("no such upload"); // completed or aborted meanwhile
+        throw;
+    }
     exchange.database.run("INSERT OR IGNORE INTO upload_parts (upload_id, part_number) "
                           "SELECT id, ? FROM uploads WHERE id = ?",
                           part, id);
