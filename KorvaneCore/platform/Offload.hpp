@@ -19,8 +19,8 @@ namespace Korvane {
 [[nodiscard]] asio::thread_pool& workers();
 
 /// Runs `work` on one of the workers and brings its result, or what it throws, back to the caller's executor.
-/// Work that began is never interrupted: a cancelled caller still waits for its end. The result must not be
-/// void.
+/// Work that began is never interrupted: a cancelled caller still waits for its end, and the caller's
+/// context must not be destroyed before. The result must not be void.
 template <class Work, class Result = std::invoke_result_t<Work>>
 asio::awaitable<Result> offload(Work work) {
     struct Outcome {
