@@ -49,7 +49,7 @@ asio::awaitable<Result> offload(Work work) {
             });
         },
         asio::use_awaitable, std::move(work));
-    co_return std::move(*outcome->result);
+    co_return std::move(outcome->result).value();
 }
 
 } // namespace Korvane
