@@ -179,6 +179,8 @@ TEST(WipedMemory, OperationsLeaveNoKeysBehind) {
         {"unwrapping a file key", fk, [&] { key.unwrapFileKey(key.wrapFileKey(fk)); }},
         {"a link's key", bytes(link, "key"),
          [&] { LinkKey::fromFragment(fragment).entryKey("p", salt, params); }},
+        {"a link's password, what Argon2 makes of it", copyOf(argon2id("p", salt, params)),
+         [&] { LinkKey::fromFragment(fragment).entryKey("p", salt, params); }},
         {"a link's fragment", copyOf(fragment), [&] { LinkKey::fromFragment(fragment).fragment(); }},
         {"a drop's private key", bytes(drop, "owner"),
          [&] { DropCrypto::openKeyPair(key, bytes(drop, "wrappedPrivateKey"), bytes(drop, "ownerPublic")); }},
