@@ -23,7 +23,8 @@ public:
     void update(ByteView in, std::uint8_t* out);
     void finishSeal(Tag tag);
 
-    // Whole messages. `out` has the size of the text. Opening throws AuthenticationFailed, having wiped `out`.
+    // Whole messages. `out` has the size of the text. Opening throws AuthenticationFailed, having wiped
+    // `out`.
     void seal(Nonce nonce, ByteView associated, ByteView plaintext, std::uint8_t* out, Tag tag);
     void open(Nonce nonce, ByteView associated, ByteView ciphertext, ConstTag tag, MutableBytes out);
 

@@ -18,8 +18,8 @@ namespace KRCrypto::Internal {
 
 namespace {
 
-// Nonces are used soon after they are drawn, so that a snapshot of the machine or a checkpoint of the process,
-// should it be resumed twice, holds unused ones only when it was taken in the midst of sealing.
+// Nonces are used soon after they are drawn, so that a snapshot of the machine or a checkpoint of the
+// process, should it be resumed twice, holds unused ones only when it was taken in the midst of sealing.
 constexpr std::int64_t longestKeptMs = 10;
 
 struct Stock {

@@ -34,7 +34,7 @@ function checkPublished() {
         assert.equal(hex(k.hkdf(un(v.ikm), un(v.info), v.length, un(v.salt))), v.okm, v.name)
     }
     for (const v of published('hmac')) {
-        assert(hex(k.hmac(un(v.key), un(v.data))).startsWith(v.mac), v.name)
+        assert.equal(hex(k.hmac(un(v.key), un(v.data))).slice(0, v.truncated ? 32 : 64), v.mac, v.name)
     }
     for (const v of published('x25519')) {
         if (v.shared) assert.equal(hex(k.x25519(un(v.private), un(v.public))), v.shared, v.name)
@@ -155,7 +155,7 @@ function sharing() {
     const [owner, sender] = [made('drop owner'), made('drop sender')]
     const [ownerPub, senderPub] = [owner, sender].map(k.publicOf)
     const dropKey = k.hkdf(k.x25519(sender, ownerPub), 'korvane/v1/drop-key', 32, Buffer.concat([senderPub, ownerPub]))
-    const meta = { name: '../Ré\u202esumé.pdf ', mime: 'Application/PDF', size: 3, sha256: hex(k.sha256('abc')), mtime: 'yesterday' }
+    const meta = { name: '../Ré\u0085sumé.pdf ', mime: 'Application/PDF', size: 3, sha256: hex(k.sha256('abc')), mtime: 'yesterday' }
     const print = hex(k.sha256(Buffer.concat([utf8('korvane/v1/drop-fp'), ownerPub]))).slice(0, 32)
     const secret = [['v', 1], ['token', 'tok"en'], ['label', 'Fotos'], ['folderId', 'fo1']]
     return {
