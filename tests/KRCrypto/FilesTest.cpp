@@ -1,9 +1,7 @@
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/ChunkDecryptor.hpp"
-#include "KRCrypto/CryptoContext.hpp"
 #include "KRCrypto/FileChunkReader.hpp"
 #include "KRCrypto/MasterKey.hpp"
-#include "KRCrypto/SealedBox.hpp"
 #include "tests/KRCrypto/Vectors.hpp"
 
 #include <gtest/gtest.h>
@@ -98,19 +96,23 @@ TEST_F(Files, GoldenContentsGoBothWaysAtEveryChunkEdge) {
         Bytes decrypted;
         EXPECT_EQ(decryptChunks(
                       fk, reader.chunkCount(), text(content, "sha256"),
-                      [&](std::int64_t index, Bytes& chunk) { chunk = reader.encrypted(index, fk); },
+                      [&](std::int64_t index) { return reader.encrypted(index, fk); },
                       [&](ByteView part) { decrypted.insert(decrypted.end(), part.begin(), part.end()); }),
                   text(content, "sha256"));
         EXPECT_EQ(decrypted, plain);
+        EXPECT_EQ(
+            decryptChunks(
+                fk, std::ssize(golden), {},
+                [&](std::int64_t index, Bytes& chunk) { chunk = golden[static_cast<std::size_t>(index)]; },
+                [](ByteView) {}),
+            text(content, "sha256"));
         EXPECT_EQ(sha256OfFile(file_, 63), std::pair(sha256(plain), static_cast<std::int64_t>(plain.size())));
     }
     const auto& far = v.at("farChunk");
     EXPECT_EQ(encryptChunk(fk, number(far, "index"), number(far, "chunkCount"), bytes(far, "plain")),
               bytes(far, "chunk"));
-    const auto mk = MasterKey::fromBytes(bytes(vectors("golden/account"), "masterKey"));
-    EXPECT_EQ(mk.unwrapFileKey(bytes(v, "wrappedFileKey")), SecretBytes::copyOf(fk));
+    EXPECT_EQ(goldenKey().unwrapFileKey(bytes(v, "wrappedFileKey")), SecretBytes::copyOf(fk));
     EXPECT_EQ(openThumbnail(fk, bytes(v.at("thumbnail"), "sealed")), bytes(v.at("thumbnail"), "plain"));
-    EXPECT_EQ(openThumbnail(fk, sealThumbnail(fk, fk)), fk);
 }
 
 TEST_F(Files, FullChunkAndOneByteMore) {
@@ -129,35 +131,43 @@ TEST_F(Files, FullChunkAndOneByteMore) {
 }
 
 TEST(ChunkArithmetic, HoldsAtTheEdges) {
-    const std::pair<std::int64_t, std::int64_t> counts[] = {
-        {-1, 1}, {0, 1}, {1, 1}, {chunkSize, 1}, {chunkSize + 1, 2}, {most, most / chunkSize + 1}};
-    for (const auto& [size, count] : counts) {
-        EXPECT_EQ(chunkCount(size), count);
+    const std::tuple<std::int64_t, std::int64_t, std::int64_t> counts[] = {
+        {-1, chunkSize, 1},
+        {0, chunkSize, 1},
+        {1, chunkSize, 1},
+        {chunkSize, chunkSize, 1},
+        {chunkSize + 1, chunkSize, 2},
+        {most, chunkSize, most / chunkSize + 1},
+        {most, most, 1},
+        {chunkSize * 3, chunkSize * 2, 2},
+        {most, 1, most}};
+    for (const auto& [size, chunk, count] : counts) {
+        EXPECT_EQ(chunkCount(size, chunk), count);
     }
     EXPECT_EQ(encryptedSize(0), 16);
-    EXPECT_EQ(failureOf([] { return encryptedSize(most); }), "Size mismatch");
-    for (const std::int64_t bad : {std::int64_t{0}, std::int64_t{-1}, chunkSize + 1, most}) {
-        EXPECT_EQ(failureOf([&] { return chunkCount(1, bad); }), "Size mismatch");
-        EXPECT_EQ(failureOf([&] { return encryptedRange(0, 1, 17, bad); }), "Size mismatch");
+    EXPECT_EQ(failureOf([] { return encryptedSize(most); }), sizeMismatch);
+    for (const std::int64_t bad : {std::int64_t{0}, std::int64_t{-1}}) {
+        EXPECT_EQ(failureOf([&] { return chunkCount(1, bad); }), sizeMismatch);
+        EXPECT_EQ(failureOf([&] { return encryptedRange(0, 1, 17, bad); }), sizeMismatch);
     }
-    EXPECT_EQ(encryptedRange(0, 2, 10485793), (ByteRange{0, 10485776}));
-    EXPECT_EQ(encryptedRange(1, 2, 10485793), (ByteRange{10485776, 10485793}));
-    EXPECT_EQ(encryptedRange(2, 3, 100, 24), (ByteRange{80, 100}));
-    EXPECT_EQ(encryptedRange(most32 - 1, most32, most),
-              (ByteRange{(most32 - 1) * encChunkSize, most32 * encChunkSize}));
-    const std::tuple<std::int64_t, std::int64_t, std::int64_t, std::string_view> refused[] = {
-        {2, 2, 100, "Invalid chunk index"},
-        {-1, 2, 100, "Invalid chunk index"},
-        {0, 0, 100, "Invalid chunk index"},
-        {0, most32 + 1, 100, "Invalid chunk index"},
-        {most, most, most, "Invalid chunk index"},
-        {1, 2, 10485776, "Size mismatch"},
-        {0, 1, 0, "Size mismatch"},
-        {0, 1, -1, "Size mismatch"},
+    const std::tuple<std::int64_t, std::int64_t, std::int64_t, std::int64_t, ByteRange> ranges[] = {
+        {0, 2, 10485793, chunkSize, {0, 10485776}},
+        {1, 2, 10485793, chunkSize, {10485776, 10485793}},
+        {2, 3, 100, 24, {80, 100}},
+        {0, 1, 100, chunkSize * 2, {0, 100}},
+        {1, 2, 10485776, chunkSize, {10485776, 10485776}},
+        {2, 3, 10, 24, {80, 80}},
+        {most32 - 1, most32, most, chunkSize, {(most32 - 1) * encChunkSize, most32 * encChunkSize}},
+        {1, 2, most, most - 16, {most, most}},
     };
-    for (const auto& [index, count, size, sentence] : refused) {
-        EXPECT_EQ(failureOf([&] { return encryptedRange(index, count, size); }), sentence);
+    for (const auto& [index, count, size, chunk, range] : ranges) {
+        EXPECT_EQ(encryptedRange(index, count, size, chunk), range);
     }
+    for (const std::int64_t index : {std::int64_t{2}, std::int64_t{-1}, most}) {
+        EXPECT_EQ(failureOf([&] { return encryptedRange(index, 2, 100); }), "Invalid chunk index");
+    }
+    EXPECT_EQ(failureOf([] { return encryptedRange(most - 1, most, most); }), sizeMismatch);
+    EXPECT_EQ(failureOf([] { return encryptedRange(0, 1, most, most); }), sizeMismatch);
 }
 
 TEST(Chunks, RefuseInTheOrderOfTheirChecks) {
@@ -260,42 +270,48 @@ TEST_F(Files, StoppingASinkOrATokenEndsEncrypting) {
 }
 
 TEST_F(Files, RefusesWhatItCannotEncrypt) {
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(file_, key_, 40, ignore); }), ENOENT);
-    EXPECT_EQ(systemErrorOf([&] { return FileChunkReader(file_); }), ENOENT);
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder_, key_, 40, ignore); }), EISDIR);
-    EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(folder_); }), EISDIR);
-    ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
-    EXPECT_EQ(systemErrorOf([&] { return encryptFile(folder_ / "pipe", key_, 40, ignore); }), EINVAL);
+    const fs::path pipe = folder_ / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::pair<fs::path, int> unreadable[] = {{file_, ENOENT}, {folder_, EISDIR}, {pipe, EINVAL}};
+    for (const auto& [path, code] : unreadable) { // before the key is looked at
+        EXPECT_EQ(systemErrorOf([&] { return encryptFile(path, Bytes(5), 40, ignore); }), code);
+        EXPECT_EQ(systemErrorOf([&] { return sha256OfFile(path); }), code);
+        EXPECT_EQ(systemErrorOf([&] { return FileChunkReader(path).plain(0); }), code);
+    }
+    EXPECT_EQ(FileChunkReader(pipe).plainSize(), 0);
+
     write(file_, Bytes(10001, 1));
-    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 1, ignore); }), "Size mismatch");
-    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 0, ignore); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 1, ignore); }), sizeMismatch);
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, 0, ignore); }), sizeMismatch);
     EXPECT_EQ(failureOf([&] { return encryptFile(file_, Bytes(5), 40, ignore); }), "Invalid key length 5");
-    EXPECT_EQ(failureOf([&] { return sha256OfFile(file_, 0); }), "Size mismatch");
+    EXPECT_EQ(encryptFile(file_, key_, most, ignore).chunkCount, 1);
+    EXPECT_EQ(failureOf([&] { return sha256OfFile(file_, 0); }), sizeMismatch);
+    fs::resize_file(file_, chunkSize + 1);
+    EXPECT_EQ(failureOf([&] { return encryptFile(file_, key_, chunkSize + 1, ignore); }), sizeMismatch);
+    EXPECT_EQ(failureOf([&] { return FileChunkReader(file_, most).encrypted(0, key_); }), sizeMismatch);
 }
 
-TEST_F(Files, ReaderFindsChunksThatComeShort) {
-    write(file_, Bytes(90, 1));
+TEST_F(Files, ReaderFindsChunksThatComeShortAndLeavesNoPlaintext) {
+    write(file_, Bytes(90, 0x55));
     const FileChunkReader reader(file_, 40);
-    EXPECT_EQ(reader.plain(2), Bytes(10, 1));
+    EXPECT_EQ(reader.plain(2), Bytes(10, 0x55));
     fs::resize_file(file_, 85);
-    EXPECT_EQ(reader.plain(1), Bytes(40, 1));
+    EXPECT_EQ(reader.plain(1), Bytes(40, 0x55));
     EXPECT_EQ(failureOf([&] { return reader.plain(2); }), "File changed while it was being read");
-    EXPECT_EQ(failureOf([&] { return reader.encrypted(2, key_); }), "File changed while it was being read");
-    EXPECT_EQ(failureOf([&] { return reader.plain(3); }), "Invalid chunk index");
-    EXPECT_EQ(failureOf([&] { return reader.plain(-1); }), "Invalid chunk index");
-    Bytes tight(50);
-    EXPECT_EQ(failureOf([&] { return reader.encryptedInto(0, key_, tight); }), "Size mismatch");
-    EXPECT_EQ(failureOf([&] { return reader.encrypted(0, Bytes(31)); }), "Invalid key length 31");
-}
 
-TEST(FileKeys, HaveThirtyTwoBytesInEveryBox) {
-    const MasterKey mk = MasterKey::generate();
-    const SecretBytes fk = generateFileKey();
-    EXPECT_EQ(mk.unwrapFileKey(mk.wrapFileKey(fk)), fk);
-    const Bytes shortKey = seal(mk.bytes(), Bytes(31), CryptoContext::fkWrap);
-    EXPECT_EQ(failureOf([&] { return mk.unwrapFileKey(shortKey); }), "Invalid key length 31");
-    EXPECT_EQ(failureOf([&] { return mk.wrapFileKey(Bytes(31)); }), "Invalid key length 31");
-    EXPECT_EQ(failureOf([&] { return openThumbnail(fk, mk.wrapFileKey(fk)); }), authenticationFailed);
+    const std::tuple<std::int64_t, std::size_t, std::size_t, std::string_view> table[] = {
+        {2, 32, 56, "File changed while it was being read"},
+        {3, 32, 56, "Invalid chunk index"},
+        {-1, 32, 56, "Invalid chunk index"},
+        {0, 31, 56, "Invalid key length 31"},
+        {0, 32, 55, "Size mismatch"},
+    };
+    for (const auto& [index, keyLength, room, sentence] : table) {
+        Bytes out(room);
+        EXPECT_EQ(failureOf([&] { return reader.encryptedInto(index, Bytes(keyLength), out); }), sentence);
+        EXPECT_EQ(std::ranges::count(out, 0x55), 0) << sentence;
+    }
+    EXPECT_EQ(failureOf([&] { return reader.encrypted(0, Bytes(31)); }), "Invalid key length 31");
 }
 
 } // namespace

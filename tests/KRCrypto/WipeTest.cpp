@@ -187,6 +187,12 @@ TEST(WipedMemory, OperationsLeaveNoKeysBehind) {
         {"a drop's token, opening", copyOf(token), [&] { DropCrypto::openLink(key, sealedLink); }},
         {"a drop's token, sealing", copyOf(token),
          [&] { DropCrypto::sealLink(key, {1, SecretBytes::copyOf(token), "label", "folder"}); }},
+        {"a drop's token, failing to seal", copyOf(token),
+         [&] {
+             failureOf([&] {
+                 return DropCrypto::sealLink(key, {1, SecretBytes::copyOf(token), "\xff", "folder"});
+             });
+         }},
         {"pairing, the master key", mk,
          [&] {
              PairingCrypto::pairOpen(SecretBytes::copyOf(bytes(devices, "device")),
