@@ -23,37 +23,21 @@ namespace {
 using Error = KRCryptoError;
 using Internal::AesGcm;
 
-TEST(Errors, SayTheirExactSentences) {
-    const std::pair<Error::Case, std::string_view> table[] = {
-        {Error::UnsupportedVersion{255}, "Unsupported sealed-box version 255"},
-        {Error::InvalidKeyLength{33}, "Invalid key length 33"},
-        {Error::Argon2{-14, "too little"}, "Argon2 error -14: too little"},
-        {Error::HashMismatch{std::string(24, 'a'), std::string(24, 'b')},
-         "Integrity check failed (expected aaaaaaaaaaaa…, got bbbbbbbbbbbb…)"},
-        {Error::HashMismatch{"äöüäöüäöüäöüäöü", "ab"},
-         "Integrity check failed (expected äöüäöüäöüäöü…, got ab…)"},
-        {Error::HashMismatch{"a\xff" + std::string(1000, '\x80'), "ab"},
-         "Integrity check failed (expected "
-         "a\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd…, "
-         "got ab…)"},
-        {Error::MalformedSealed{}, "Malformed sealed box"},
-        {Error::AuthenticationFailed{}, "Decryption failed (wrong key or tampered data)"},
-        {Error::InvalidRecoveryCode{}, "Invalid recovery code"},
-        {Error::InvalidEncoding{}, "Invalid encoding"},
-        {Error::InvalidFragment{}, "Invalid link key fragment"},
-        {Error::InvalidMeta{}, "Invalid metadata"},
-        {Error::SizeMismatch{}, "Size mismatch"},
-        {Error::FileChangedDuringRead{}, "File changed while it was being read"},
-        {Error::InvalidChunkIndex{}, "Invalid chunk index"},
-        {Error::InvalidPublicKey{}, "Invalid public key"},
-        {Error::InvalidPassword{}, "A link password and its salt must both be present (and non-empty)"},
-        {Error::QuickSendTooLarge{}, "Quick Send item is too large"},
+// The other sentences are asserted where the errors are met.
+TEST(Errors, ShowTheStartOfHashesAndCompareThemWhole) {
+    const std::string notHex = "…, got ab…)";
+    const std::tuple<std::string, std::string, std::string> table[] = {
+        {std::string(24, 'a'), std::string(24, 'b'), "aaaaaaaaaaaa…, got bbbbbbbbbbbb…)"},
+        {"äöüäöüäöüäöüäöü", "ab", "äöüäöüäöüäöü" + notHex},
+        {"a\xff" + std::string(1000, '\x80'), "ab",
+         "a\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd" + notHex},
     };
-    for (const auto& [value, sentence] : table) {
-        EXPECT_EQ(Error(value).what(), sentence);
-        for (const auto& [other, otherSentence] : table) {
-            EXPECT_EQ(Error(value) == Error(other), sentence == otherSentence);
-        }
+    for (const auto& [expected, actual, sentence] : table) {
+        const Error error(Error::HashMismatch{expected, actual});
+        EXPECT_EQ(error.description(), "Integrity check failed (expected " + sentence);
+        EXPECT_EQ(error, Error(Error::HashMismatch{expected, actual}));
+        EXPECT_FALSE(error == Error(Error::HashMismatch{expected + "c", actual}));
+        EXPECT_FALSE(error == Error(Error::SizeMismatch{}));
     }
 }
 
@@ -149,10 +133,8 @@ TEST(SealedBox, GoldenBoxesOpenAndFreshOnesHaveTheirLayout) {
         EXPECT_NE(box, seal(key, plaintext, "x"));
         EXPECT_EQ(open(key, box, "x"), plaintext);
         EXPECT_EQ(failureOf([&] { return open(key, box, "X"); }), authenticationFailed);
-        for (std::size_t bit = 0; bit < 256; ++bit) {
-            Bytes otherKey = key;
-            otherKey[bit / 8] ^= static_cast<std::uint8_t>(1U << (bit % 8));
-            ASSERT_EQ(failureOf([&] { return open(otherKey, box, "x"); }), authenticationFailed);
+        for (std::size_t at = 0; at < key.size(); ++at) {
+            EXPECT_EQ(failureOf([&] { return open(flipped(key, at), box, "x"); }), authenticationFailed);
         }
     }
 }
@@ -187,16 +169,12 @@ TEST(SealedBox, RefusesMalformedInputInTheOrderOfItsChecks) {
     EXPECT_EQ(std::ranges::count(out, 0xEE), 24);
 }
 
-Bytes oneNonce() {
-    Bytes nonce(gcmIVSize);
-    Internal::fillNonce(MutableBytes(nonce).first<gcmIVSize>());
-    return nonce;
-}
-
 std::set<Bytes> nonces(int count) {
     std::set<Bytes> found;
+    Bytes nonce(gcmIVSize);
     for (int i = 0; i < count; ++i) {
-        found.insert(oneNonce());
+        Internal::fillNonce(MutableBytes(nonce).first<gcmIVSize>());
+        found.insert(nonce);
     }
     return found;
 }
@@ -209,23 +187,23 @@ TEST(Nonces, NeverRepeatAcrossRefillsThreadsAndForks) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const pid_t child = fork();
+    Bytes drawn(count * gcmIVSize); // less than a pipe holds
     if (child == 0) {
-        for (const Bytes& nonce : nonces(count)) {
-            if (write(ends[1], nonce.data(), nonce.size()) != static_cast<ssize_t>(nonce.size())) {
-                _exit(1);
-            }
+        for (std::size_t at = 0; at < drawn.size(); at += gcmIVSize) {
+            Internal::fillNonce(MutableBytes(drawn).subspan(at).first<gcmIVSize>());
         }
-        _exit(0);
+        _exit(write(ends[1], drawn.data(), drawn.size()) == std::ssize(drawn) ? 0 : 1);
     }
-    close(ends[1]);
     all.merge(nonces(count));
-    for (int i = 0; i < count; ++i) {
-        Bytes nonce(gcmIVSize);
-        ASSERT_EQ(read(ends[0], nonce.data(), nonce.size()), static_cast<ssize_t>(nonce.size()));
-        all.insert(nonce);
+    int status = 1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(read(ends[0], drawn.data(), drawn.size()), std::ssize(drawn));
+    for (auto at = drawn.begin(); at != drawn.end(); at += gcmIVSize) {
+        all.emplace(at, at + gcmIVSize);
     }
     close(ends[0]);
-    waitpid(child, nullptr, 0);
+    close(ends[1]);
     EXPECT_EQ(all.size(), 4U * count);
 }
 
@@ -246,7 +224,7 @@ TEST(Nonces, AreStillToBeHadWhileAThreadEnds) {
     std::thread([&] {
         static thread_local AtThreadEnd end;
         end.found = &found;
-        oneNonce();
+        nonces(1);
     }).join();
     EXPECT_EQ(found.size(), 100U);
 }
