@@ -87,7 +87,7 @@ ByteRange encryptedRange(std::int64_t index, std::int64_t chunkCount, std::int64
     std::int64_t start = 0;
     requireSize(!__builtin_add_overflow(chunkSize, tagSize, &stride) &&
                 !__builtin_mul_overflow(index, stride, &start));
-    const std::int64_t left = std::max<std::int64_t>(encryptedSize - start, 0);
+    const std::int64_t left = encryptedSize > start ? encryptedSize - start : 0;
     return {.start = start, .end = start + std::min(stride, left)};
 }
 
