@@ -59,13 +59,13 @@ void AesGcm::finishOpen(ConstTag tag, MutableBytes out) {
 }
 
 void AesGcm::seal(Nonce nonce, ByteView associated, ByteView plaintext, std::uint8_t* out, Tag tag) {
-    start(nullptr, {}, nonce, associated, Seals);
+    start(nullptr, {}, nonce, associated, seals);
     update(plaintext, out);
     finishSeal(tag);
 }
 
 void AesGcm::open(Nonce nonce, ByteView associated, ByteView ciphertext, ConstTag tag, MutableBytes out) {
-    start(nullptr, {}, nonce, associated, Opens);
+    start(nullptr, {}, nonce, associated, opens);
     update(ciphertext, out.data());
     finishOpen(tag, out);
 }
@@ -74,7 +74,7 @@ void AesGcm::sealOnce(ByteView key, Nonce nonce, ByteView associated, ByteView p
                       Tag tag) {
     requireKeySize(key);
     AesGcm cipher;
-    cipher.start(aes256Gcm(), key, nonce, associated, Seals);
+    cipher.start(aes256Gcm(), key, nonce, associated, seals);
     cipher.update(plaintext, out);
     cipher.finishSeal(tag);
 }
@@ -83,7 +83,7 @@ void AesGcm::openOnce(ByteView key, Nonce nonce, ByteView associated, ByteView c
                       MutableBytes out) {
     requireKeySize(key);
     AesGcm cipher;
-    cipher.start(aes256Gcm(), key, nonce, associated, Opens);
+    cipher.start(aes256Gcm(), key, nonce, associated, opens);
     cipher.update(ciphertext, out.data());
     cipher.finishOpen(tag, out);
 }

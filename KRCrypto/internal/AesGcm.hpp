@@ -17,7 +17,7 @@ class AesGcm {
 public:
     explicit AesGcm(ByteView key); // throws InvalidKeyLength unless it has 32 bytes
 
-    void startSeal(Nonce nonce, ByteView associated) { start(nullptr, {}, nonce, associated, Seals); }
+    void startSeal(Nonce nonce, ByteView associated) { start(nullptr, {}, nonce, associated, seals); }
 
     // With a null output the input is associated data.
     void update(ByteView in, std::uint8_t* out);
@@ -36,7 +36,7 @@ public:
                          MutableBytes out);
 
 private:
-    enum Direction : int { Opens = 0, Seals = 1 }; // as the library counts them
+    enum Direction : int { opens = 0, seals = 1 }; // as the library counts them
 
     AesGcm();
 

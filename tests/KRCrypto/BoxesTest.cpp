@@ -29,11 +29,10 @@ std::vector<Kind> everyKind() {
     const Bytes key = copyOf(mk.bytes());
     const auto owner = PairingKeyPair::fromPrivateKeyBytes(key);
     const auto peer = PairingKeyPair::generate();
-    const Bytes peerPublic = peer.publicKey();
-    const SecretBytes dropKey = DropCrypto::dropKey(key, peerPublic, peerPublic, owner.publicKey());
+    const SecretBytes dropKey =
+        DropCrypto::dropKey(key, peer.publicKey(), peer.publicKey(), owner.publicKey());
     const Bytes wrapped = seal(dropKey, fileKey, CryptoContext::dropWrap);
     const Bytes meta = seal(dropKey, MetaJSON::encode(fileMeta), CryptoContext::dropMeta);
-    const auto privateKey = peer.privateKey();
     return {
         {"master key", mk.wrapWithKek(key), [=](ByteView b) { MasterKey::unwrapWithKek(key, b); }},
         {"master key for recovery", mk.wrapWithRecovery(key),
@@ -45,16 +44,20 @@ std::vector<Kind> everyKind() {
         {"app data", mk.sealAppData("a", key), [=](ByteView b) { mk.openAppData("a", b); }},
         {"Quick Send item", mk.sealQuickSend({"t", QuickSendPayload::Text{"x"}}),
          [=](ByteView b) { mk.openQuickSend(b); }},
-        {"pairing payload", PairingCrypto::pairSeal(key, owner.publicKey(), peerPublic, mk),
-         [=](ByteView b) { PairingCrypto::pairOpen(privateKey, owner.publicKey(), peerPublic, b); }},
+        {"pairing payload", PairingCrypto::pairSeal(key, owner.publicKey(), peer.publicKey(), mk),
+         [=](ByteView b) {
+             PairingCrypto::pairOpen(peer.privateKey(), owner.publicKey(), peer.publicKey(), b);
+         }},
         {"link's file key", wrapLinkKey(key, fileKey), [=](ByteView b) { unwrapLinkKey(key, b); }},
         {"link's metadata", sealLinkMeta(key, fileMeta), [=](ByteView b) { openLinkMeta(key, b); }},
         {"drop's private key", DropCrypto::wrapPrivateKey(mk, key),
          [=](ByteView b) { DropCrypto::openKeyPair(mk, b, owner.publicKey()); }},
         {"drop's link record", DropCrypto::sealLink(mk, {1, SecretBytes::copyOf("t"), "l", "f"}),
          [=](ByteView b) { DropCrypto::openLink(mk, b); }},
-        {"dropped file key", wrapped, [=](ByteView b) { DropCrypto::openItem(owner, peerPublic, b, meta); }},
-        {"dropped metadata", meta, [=](ByteView b) { DropCrypto::openItem(owner, peerPublic, wrapped, b); }},
+        {"dropped file key", wrapped,
+         [=](ByteView b) { DropCrypto::openItem(owner, peer.publicKey(), b, meta); }},
+        {"dropped metadata", meta,
+         [=](ByteView b) { DropCrypto::openItem(owner, peer.publicKey(), wrapped, b); }},
     };
 }
 
