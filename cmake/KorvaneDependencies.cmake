@@ -5,6 +5,7 @@ find_package(Threads REQUIRED)
 
 find_package(Boost 1.81 CONFIG REQUIRED COMPONENTS headers json url)
 find_package(CLI11 REQUIRED)
+find_package(CURL 7.85 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(GTest REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n data)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KRCrypto/Bytes.hpp"
+#include "KRCrypto/SecretBytes.hpp"
 #include "KorvaneCore/json/JSONError.hpp"
 
 #include <boost/describe.hpp>
@@ -19,7 +21,7 @@
 /// The one codec between records and JSON. A record is a struct described with BOOST_DESCRIBE_STRUCT, its
 /// members named like the JSON keys; a described enumeration is written by its enumerators' names. Optional
 /// members are left out when empty, and may be absent or null when read; unknown keys are ignored; integers
-/// are JSON integers. Reading throws JSONError. Stateless, so callable from any thread.
+/// are JSON integers; bytes, secret or not, are standard Base64. Reading throws JSONError. Stateless, so callable from any thread.
 ///
 /// A type with a form of its own has functions `boost::json::value encodeJSON(const T&)` and
 /// `void decodeJSON(const boost::json::value&, T&)` beside it.
@@ -77,6 +79,11 @@ using Members = boost::describe::describe_members<T, boost::describe::mod_public
 [[nodiscard]] bool boolean(const Value& json);
 [[nodiscard]] Date date(const Value& json);
 
+// Standard Base64, in a file of their own: a program without bytes in its JSON links no Base64.
+[[nodiscard]] Value encodeBytes(KRCrypto::ByteView bytes);
+void decodeBytes(const Value& json, KRCrypto::Bytes& bytes);
+void decodeBytes(const Value& json, KRCrypto::SecretBytes& bytes);
+
 /// The unqualified name of a record, for error messages.
 [[nodiscard]] std::string recordName(const char* mangled);
 
@@ -91,6 +98,14 @@ template <class T>
 /// decode() for a value inside another one: errors leave out the record's own name. For decodeJSON functions.
 template <class T>
 [[nodiscard]] T decodeNested(const Value& json);
+
+/// One member of an object, as a described record's field is written and read. For encodeJSON and decodeJSON
+/// functions of records whose shape depends on their content.
+template <class Field>
+void writeMember(boost::json::object& object, const char* key, const Field& field);
+
+template <class Field>
+void readMember(const boost::json::object& object, const char* key, Field& field);
 
 template <class T>
 [[nodiscard]] std::string write(const T& source) {

@@ -14,47 +14,23 @@ namespace Korvane::KRJSON {
 
 namespace Detail {
 
+template <class T>
+concept Binary = std::same_as<T, KRCrypto::Bytes> || std::same_as<T, KRCrypto::SecretBytes>;
+
 template <DescribedRecord T>
 Value encodeRecord(const T& record) {
     boost::json::object object;
-    boost::mp11::mp_for_each<Members<T>>([&](auto member) {
-        const auto& field = record.*member.pointer;
-        if constexpr (isOptional<std::decay_t<decltype(field)>>) {
-            if (field)
-                object.emplace(member.name, encode(*field));
-        } else {
-            object.emplace(member.name, encode(field));
-        }
-    });
+    boost::mp11::mp_for_each<Members<T>>(
+        [&](auto member) { writeMember(object, member.name, record.*member.pointer); });
     return object;
-}
-
-template <class Field>
-void decodeField(const boost::json::object& object, const char* key, Field& field) {
-    const Value* json = object.if_contains(key);
-    if constexpr (isOptional<Field>) {
-        if (json == nullptr || json->is_null())
-            field.reset();
-        else
-            field = decodeNested<typename Field::value_type>(*json);
-    } else {
-        if (json == nullptr)
-            throw JSONError("is missing");
-        field = decodeNested<Field>(*json);
-    }
 }
 
 template <DescribedRecord T>
 T decodeRecord(const Value& json) {
     T record{};
     const auto& members = object(json);
-    boost::mp11::mp_for_each<Members<T>>([&](auto member) {
-        try {
-            decodeField(members, member.name, record.*member.pointer);
-        } catch (const JSONError& error) {
-            throw error.within(std::string(".") + member.name);
-        }
-    });
+    boost::mp11::mp_for_each<Members<T>>(
+        [&](auto member) { readMember(members, member.name, record.*member.pointer); });
     return record;
 }
 
@@ -97,12 +73,43 @@ T decodeEnum(const Value& json) {
 
 } // namespace Detail
 
+template <class Field>
+void writeMember(boost::json::object& object, const char* key, const Field& field) {
+    if constexpr (Detail::isOptional<Field>) {
+        if (field)
+            object.emplace(key, encode(*field));
+    } else {
+        object.emplace(key, encode(field));
+    }
+}
+
+template <class Field>
+void readMember(const boost::json::object& object, const char* key, Field& field) {
+    const Value* json = object.if_contains(key);
+    try {
+        if constexpr (Detail::isOptional<Field>) {
+            if (json == nullptr || json->is_null())
+                field.reset();
+            else
+                field = decodeNested<typename Field::value_type>(*json);
+        } else {
+            if (json == nullptr)
+                throw JSONError("is missing");
+            field = decodeNested<Field>(*json);
+        }
+    } catch (const JSONError& error) {
+        throw error.within(std::string(".") + key);
+    }
+}
+
 template <class T>
 Value encode(const T& source) {
     if constexpr (Detail::HasOwnForm<T>) {
         return encodeJSON(source);
     } else if constexpr (std::same_as<T, Date>) {
         return formatDate(source).c_str();
+    } else if constexpr (Detail::Binary<T>) {
+        return Detail::encodeBytes(source);
     } else if constexpr (Detail::DescribedEnum<T>) {
         return boost::describe::enum_to_string(source, "");
     } else if constexpr (Detail::DescribedRecord<T>) {
@@ -134,6 +141,10 @@ T decodeNested(const Value& json) {
         return result;
     } else if constexpr (std::same_as<T, Date>) {
         return Detail::date(json);
+    } else if constexpr (Detail::Binary<T>) {
+        T bytes;
+        Detail::decodeBytes(json, bytes);
+        return bytes;
     } else if constexpr (Detail::DescribedEnum<T>) {
         return Detail::decodeEnum<T>(json);
     } else if constexpr (Detail::DescribedRecord<T>) {

@@ -1,5 +1,8 @@
 #include "KorvaneCore/json/KRJSON.hpp"
 
+#include "KorvaneCore/json/JSONValue.hpp"
+#include "KorvaneCore/json/SecretText.hpp"
+
 #include <gtest/gtest.h>
 
 namespace Korvane {
@@ -24,6 +27,14 @@ struct Outer {
     bool operator==(const Outer&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(Outer, (), (items, colour, sizes, when, small))
+
+struct Sealed {
+    KRCrypto::Bytes box;
+    std::optional<KRCrypto::SecretBytes> key;
+    SecretText token;
+    bool operator==(const Sealed&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(Sealed, (), (box, key, token))
 
 TEST(KRJSON, RecordsAreReadAsTheyAreWritten) {
     const Outer outer{{{"a", 1}, {"b", std::nullopt}},
@@ -65,6 +76,27 @@ TEST(KRJSON, ErrorsNameTheRecordTheKeyAndBothKinds) {
     for (const auto* text : {"", "{", "{}x", "nul", "\"\xff\"", "01"})
         EXPECT_THROW((void)KRJSON::parse(text), JSONError);
     EXPECT_THROW((void)KRJSON::parse(std::string(100, '[') + std::string(100, ']')), JSONError);
+}
+
+TEST(KRJSON, BytesAreStandardBase64AndSecretTextsStrings) {
+    const Sealed sealed{{0xfb, 0xff, 0x00}, KRCrypto::SecretBytes::copyOf("key"), "t.o.k"};
+    const auto text = KRJSON::write(sealed);
+    EXPECT_EQ(text, R"({"box":"+/8A","key":"a2V5","token":"t.o.k"})");
+    EXPECT_EQ(KRJSON::read<Sealed>(text), sealed);
+    EXPECT_EQ(KRJSON::read<Sealed>(R"({"box":"","key":null,"token":""})"), Sealed{});
+    for (const auto* bad : {R"({"box":"-_8A","token":""})", R"({"box":"+/8A\n","token":""})",
+                            R"({"box":[0],"token":""})", R"({"box":"","token":7})"})
+        EXPECT_THROW((void)KRJSON::read<Sealed>(bad), JSONError) << bad;
+}
+
+TEST(KRJSON, FreeFormValuesKeepTheirCase) {
+    const auto* text = R"({"array":[null,true,-1,1.5E-1],"big":9007199254740992,"text":"1"})";
+    const auto value = KRJSON::read<JSONValue>(text);
+    EXPECT_EQ(KRJSON::write(value), text);
+    EXPECT_EQ(value, (JSONValue::Object{{"array", JSONValue::Array{{}, true, -1, 0.15}},
+                                        {"big", 9007199254740992.0},
+                                        {"text", "1"}}));
+    EXPECT_NE(value, JSONValue{});
 }
 
 TEST(KRJSON, DatesAreReadWithAnyFractionAndOffset) {
