@@ -1,8 +1,9 @@
 #include "KorvaneCore/json/KRJSON.hpp"
 
+#include "KorvaneCore/json/JSONParser.hpp"
+
 #include <boost/core/demangle.hpp>
 #include <boost/json/monotonic_resource.hpp>
-#include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
 #include <algorithm>
@@ -101,18 +102,10 @@ boost::json::storage_ptr documentStorage(std::size_t textSize) {
         std::clamp<std::size_t>(textSize, 1 << 10, 1 << 20), &wiping);
 }
 
-Value parseInto(std::string_view text, boost::json::storage_ptr storage) {
-    boost::json::error_code error;
-    auto value = boost::json::parse(text, error, std::move(storage));
-    if (error)
-        throw JSONError("not JSON: " + error.message());
-    return value;
-}
-
 } // namespace
 
 Document::Document(std::string_view text)
-    : storage_(documentStorage(text.size())), value_(parseInto(text, storage_)) {}
+    : storage_(documentStorage(text.size())), value_(parseJSON(text, storage_)) {}
 
 void wipe(Value& value) noexcept {
     if (auto* text = value.if_string())
@@ -125,7 +118,7 @@ void wipe(Value& value) noexcept {
 }
 
 Value parse(std::string_view text) {
-    return parseInto(text, {});
+    return parseJSON(text, {});
 }
 
 std::string serialise(const Value& value) {

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 namespace Korvane {
 namespace {
 
@@ -47,6 +49,15 @@ TEST(KRJSON, RecordsAreReadAsTheyAreWritten) {
                     R"("when":"2026-11-21T10:45:07.250Z","small":255})");
     EXPECT_EQ(KRJSON::read<Outer>(text), outer);
     EXPECT_EQ(KRJSON::read<Inner>(R"({"count":null,"unknown":[{}],"name":"a"})"), (Inner{"a", std::nullopt}));
+}
+
+TEST(KRJSON, NumbersComeBackToTheLastBit) {
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 20'000; ++i) {
+        const auto seconds = 1.7e9 + static_cast<double>(random() % 1'000'000'000) / 997;
+        const std::map<std::string, double> numbers{{"mtime", seconds}};
+        ASSERT_EQ((KRJSON::read<std::map<std::string, double>>(KRJSON::write(numbers))), numbers);
+    }
 }
 
 TEST(KRJSON, ErrorsNameTheRecordTheKeyAndBothKinds) {

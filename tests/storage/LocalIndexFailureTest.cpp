@@ -134,17 +134,14 @@ TEST_F(LocalIndexFailure, NewerVersionOpensAndItsTablesAreLeftAlone) {
 
 TEST_F(LocalIndexFailure, DamagedPagesAreReportedNotRead) {
     const auto damaged = folder / "damaged.sqlite";
-    {
-        LocalIndex made(damaged);
-        std::vector<IndexItem> items;
-        for (int number = 0; number < 500; ++number)
-            items.push_back(fileItem("item " + std::to_string(number), "r"));
-        made.upsert(items);
-    }
-    const auto size = std::filesystem::file_size(damaged);
+    LocalIndex(damaged).upsert(fileItem("f", "r"));
+    const auto page = SQLiteDatabase(damaged)
+                          .query("SELECT rootpage FROM sqlite_master WHERE name='items'")
+                          .at(0)
+                          .intValue("rootpage");
     std::fstream file(damaged, std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(static_cast<std::streamoff>(size / 2));
-    file << std::string(size / 2, '\x55');
+    file.seekp((*page - 1) * 4096);
+    file << std::string(4096, '\x55');
     file.close();
     LocalIndex opened(damaged);
     EXPECT_THROW(std::ignore = opened.items(-1, -1), SQLiteError);

@@ -34,6 +34,7 @@ public:
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
 
 private:
+    TemporaryContainer container_; // with locks of the test's own: other tests run beside it
     TemporaryFolder folder_;
     ServiceSettings settings_;
     std::optional<Service> service_;
