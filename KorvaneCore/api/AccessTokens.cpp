@@ -94,7 +94,8 @@ asio::awaitable<void> AccessTokens::setFailureHandler(FailureHandler handler) {
 }
 
 asio::awaitable<void> AccessTokens::report(APIError error) {
-    return on<void>(strand_, [self = shared_from_this(), error = std::move(error)] { return self->reportHere(error); });
+    return on<void>(
+        strand_, [self = shared_from_this(), error = std::move(error)] { return self->reportHere(error); });
 }
 
 asio::awaitable<void> AccessTokens::setFailureHandlerHere(FailureHandler handler) {
