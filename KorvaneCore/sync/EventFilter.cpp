@@ -9,8 +9,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::array names{".DS_Store"sv,       "Icon\r"sv,      ".localized"sv, ".Trash"sv,
-                           ".TemporaryItems"sv, ".fseventsd"sv};
+constexpr std::array names{".DS_Store"sv, "Icon\r"sv,          ".localized"sv,
+                           ".Trash"sv,    ".TemporaryItems"sv, ".fseventsd"sv};
 constexpr std::array beginnings{"._"sv, "~$"sv, ".korvane-"sv};
 constexpr std::array endings{".swp"sv, ".tmp"sv};
 
@@ -25,9 +25,8 @@ bool isNoise(std::string_view path) {
 
 bool callsForReconcile(const std::vector<std::string>& paths, bool rescan,
                        const std::function<bool(const std::string& path)>& isOwnWrite) {
-    return rescan || std::ranges::any_of(paths, [&](const std::string& path) {
-               return !isNoise(path) && !isOwnWrite(path);
-           });
+    return rescan || std::ranges::any_of(
+                         paths, [&](const std::string& path) { return !isNoise(path) && !isOwnWrite(path); });
 }
 
 } // namespace Korvane

@@ -22,7 +22,8 @@ public:
     /// The label of the serial queue.
     static constexpr auto queue = "app.korvane.fsevents";
 
-    /// `paths` are those that changed; with `rescan` they do not tell all, and everything has to be looked at.
+    /// `paths` are those that changed; with `rescan` they do not tell all, and everything has to be looked
+    /// at.
     using Handler = std::function<void(std::vector<std::string> paths, bool rescan)>;
 
     FSEventWatcher(std::vector<std::string> paths, Handler handler,
