@@ -1,12 +1,17 @@
 #include "KorvaneCore/json/KRJSON.hpp"
 
 #include <boost/core/demangle.hpp>
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
+#include <new>
+#include <utility>
 
 namespace Korvane::KRJSON {
 
@@ -73,14 +78,54 @@ bool isRepresentable(std::chrono::year year) {
     return year > std::chrono::year(1677) && year < std::chrono::year(2262);
 }
 
-} // namespace
+/// Memory for parsed texts, any of which may be a token.
+class WipingResource final : public boost::json::memory_resource {
+    void* do_allocate(std::size_t size, std::size_t alignment) override {
+        return ::operator new(size, std::align_val_t(alignment));
+    }
 
-Value parse(std::string_view text) {
+    void do_deallocate(void* memory, std::size_t size, std::size_t alignment) override {
+        ::explicit_bzero(memory, size);
+        ::operator delete(memory, std::align_val_t(alignment));
+    }
+
+    [[nodiscard]] bool do_is_equal(const memory_resource& other) const noexcept override {
+        return this == &other;
+    }
+};
+
+/// Memory for one document: taken in growing blocks, given back all at once.
+boost::json::storage_ptr documentStorage(std::size_t textSize) {
+    static WipingResource wiping;
+    return boost::json::make_shared_resource<boost::json::monotonic_resource>(
+        std::clamp<std::size_t>(textSize, 1 << 10, 1 << 20), &wiping);
+}
+
+Value parseInto(std::string_view text, boost::json::storage_ptr storage) {
     boost::json::error_code error;
-    auto value = boost::json::parse(text, error);
+    auto value = boost::json::parse(text, error, std::move(storage));
     if (error)
         throw JSONError("not JSON: " + error.message());
     return value;
+}
+
+} // namespace
+
+Document::Document(std::string_view text)
+    : storage_(documentStorage(text.size())), value_(parseInto(text, storage_)) {}
+
+void wipe(Value& value) noexcept {
+    if (auto* text = value.if_string())
+        ::explicit_bzero(text->data(), text->size());
+    else if (auto* items = value.if_array())
+        std::for_each(items->begin(), items->end(), [](Value& item) { wipe(item); });
+    else if (auto* members = value.if_object())
+        for (auto& member : *members)
+            wipe(member.value());
+}
+
+Value parse(std::string_view text) {
+    return parseInto(text, {});
 }
 
 std::string serialise(const Value& value) {

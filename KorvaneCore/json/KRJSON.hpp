@@ -5,6 +5,7 @@
 #include "KorvaneCore/json/JSONError.hpp"
 
 #include <boost/describe.hpp>
+#include <boost/json/storage_ptr.hpp>
 #include <boost/json/value.hpp>
 #include <boost/mp11/algorithm.hpp>
 
@@ -21,7 +22,8 @@
 /// The one codec between records and JSON. A record is a struct described with BOOST_DESCRIBE_STRUCT, its
 /// members named like the JSON keys; a described enumeration is written by its enumerators' names. Optional
 /// members are left out when empty, and may be absent or null when read; unknown keys are ignored; integers
-/// are JSON integers; bytes, secret or not, are standard Base64. Reading throws JSONError. Stateless, so callable from any thread.
+/// are JSON integers; bytes, secret or not, are standard Base64. Reading throws JSONError. Stateless, so
+/// callable from any thread.
 ///
 /// A type with a form of its own has functions `boost::json::value encodeJSON(const T&)` and
 /// `void decodeJSON(const boost::json::value&, T&)` beside it.
@@ -33,6 +35,22 @@ using Date = std::chrono::system_clock::time_point;
 /// Parses one JSON text; nesting is bounded at 32 levels. Throws JSONError.
 [[nodiscard]] Value parse(std::string_view text);
 [[nodiscard]] std::string serialise(const Value& value);
+
+/// Overwrites the texts in a value that may hold secrets.
+void wipe(Value& value) noexcept;
+
+/// A parsed text in memory that is wiped before it is given back.
+class Document {
+public:
+    /// As parse().
+    explicit Document(std::string_view text);
+
+    [[nodiscard]] const Value& value() const noexcept { return value_; }
+
+private:
+    boost::json::storage_ptr storage_;
+    Value value_;
+};
 
 /// ISO-8601 in UTC, rounded to the millisecond: "2026-11-21T10:45:07.250Z".
 [[nodiscard]] std::string formatDate(Date date);
@@ -109,13 +127,14 @@ void readMember(const boost::json::object& object, const char* key, Field& field
 
 template <class T>
 [[nodiscard]] std::string write(const T& source) {
-    return serialise(encode(source));
+    auto value = encode(source);
+    auto text = serialise(value);
+    wipe(value);
+    return text;
 }
 
 template <class T>
-[[nodiscard]] T read(std::string_view text) {
-    return decode<T>(parse(text));
-}
+[[nodiscard]] T read(std::string_view text);
 
 } // namespace Korvane::KRJSON
 

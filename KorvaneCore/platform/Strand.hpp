@@ -43,7 +43,7 @@ template <class T, class Operation>
 asio::awaitable<T> on(Strand strand, Operation operation) {
     return asio::async_initiate<const asio::use_awaitable_t<>, typename Detail::OutcomeSignature<T>::Type>(
         [](auto handler, const Strand& target, Operation start) {
-            const auto slot = asio::get_associated_cancellation_slot(handler);
+            auto slot = asio::get_associated_cancellation_slot(handler);
             const auto home = asio::get_associated_executor(handler);
             auto signal = std::make_shared<asio::cancellation_signal>();
             if (slot.is_connected())
