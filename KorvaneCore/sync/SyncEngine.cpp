@@ -175,8 +175,11 @@ void SyncEngine::schedule(const std::string& rootId, Clock::Duration delay) {
 void SyncEngine::cancelTasks(const std::string& rootId) {
     if (const auto pending = take(debounce_, rootId))
         pending->emit(asio::cancellation_type::terminal);
-    if (const auto running = reconciling_.find(rootId); running != reconciling_.end())
-        running->second.cancellation->emit(asio::cancellation_type::terminal);
+    const auto running = reconciling_.find(rootId);
+    if (running == reconciling_.end())
+        return;
+    const auto cancellation = running->second.cancellation; // its end removes it from the map
+    cancellation->emit(asio::cancellation_type::terminal);
 }
 
 asio::awaitable<void> SyncEngine::settle(std::weak_ptr<SyncEngine> engine, std::shared_ptr<Clock> clock,

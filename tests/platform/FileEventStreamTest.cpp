@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <filesystem>
@@ -225,6 +226,8 @@ TEST(FileEventStream, LinksAreToldButNotFollowed) {
 }
 
 TEST(FileEventStream, AFolderIsFollowedOnceItMayBeRead) {
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "this user may read everything";
     FollowedFolder folder([](const fs::path& root) {
         fs::create_directories(root / "closed/sub");
         fs::permissions(root / "closed", fs::perms::none);
@@ -332,10 +335,10 @@ TEST(FileEventStream, WithTooFewWatchesRescansReplaceTheSilenceAndTheSettingIsNa
     const Testing::TemporaryFolder folder;
     for (int i = 0; i < 20; ++i)
         fs::create_directory(folder / std::to_string(i));
-    for (const std::string limit : {"watches", "instances"}) {
+    for (const auto& [limit, value] :
+         {std::pair<std::string, std::string>("watches", "5"), {"instances", "0"}}) {
         SCOPED_TRACE(limit);
-        const auto process = runPrivileged("echo $((5 * " + std::to_string(limit == "watches" ? 1 : 0) +
-                                               ")) > /proc/sys/user/max_inotify_" + limit +
+        const auto process = runPrivileged("echo " + value + " > /proc/sys/user/max_inotify_" + limit +
                                                " && exec \"$0\" watch \"$1\" 2>&1",
                                            folder.path());
         if (process == nullptr)
