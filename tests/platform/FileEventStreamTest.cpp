@@ -71,6 +71,8 @@ public:
         flags_ = 0;
     }
 
+    // In memory: tens of thousands of files are made here.
+    Testing::ScopedEnvironment temporary{"TMPDIR", "/dev/shm"};
     Testing::TemporaryFolder outer;
     const fs::path root = outer / "root";
 
