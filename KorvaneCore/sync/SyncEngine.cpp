@@ -87,10 +87,8 @@ asio::awaitable<void> SyncEngine::stopOnStrand() {
         cancelTasks(id);
     for (auto& [id, watcher] : std::exchange(watchers_, {}))
         co_await release(std::move(watcher));
-    while (!reconciling_.empty()) {
-        boost::system::error_code woken;
-        co_await reconcileEnd_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
-    }
+    while (!reconciling_.empty())
+        co_await reconcileEnds();
 }
 
 asio::awaitable<void> SyncEngine::addOnStrand(Root root) {
@@ -113,10 +111,8 @@ asio::awaitable<void> SyncEngine::removeOnStrand(std::string rootId) {
     cancelTasks(rootId);
     if (auto watcher = take(watchers_, rootId))
         co_await release(std::move(watcher));
-    while (reconciling_.contains(rootId)) {
-        boost::system::error_code woken;
-        co_await reconcileEnd_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
-    }
+    while (reconciling_.contains(rootId))
+        co_await reconcileEnds();
 }
 
 asio::awaitable<void> SyncEngine::scheduleOnStrand(std::string rootId, Clock::Duration delay) {
@@ -153,6 +149,11 @@ asio::awaitable<void> SyncEngine::watch(Root root) {
     if (const auto at = watchers_.find(root.id); at != watchers_.end() && at->second == watcher)
         watchers_.erase(at);
     std::rethrow_exception(failure);
+}
+
+asio::awaitable<void> SyncEngine::reconcileEnds() {
+    boost::system::error_code woken;
+    co_await reconcileEnd_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
 }
 
 void SyncEngine::eventsArrived(const std::string& rootId, const std::vector<std::string>& paths,

@@ -76,6 +76,7 @@ private:
     asio::awaitable<void> removeOnStrand(std::string rootId);
     asio::awaitable<void> scheduleOnStrand(std::string rootId, Clock::Duration delay);
     asio::awaitable<void> watch(Root root);
+    asio::awaitable<void> reconcileEnds();
 
     void eventsArrived(const std::string& rootId, const std::vector<std::string>& paths, bool rescan);
     void schedule(const std::string& rootId, Clock::Duration delay);

@@ -340,9 +340,10 @@ TEST(FileEventStream, WithTooFewWatchesRescansReplaceTheSilenceAndTheSettingIsNa
     for (const auto& [limit, value] :
          {std::pair<std::string, std::string>("watches", "5"), {"instances", "0"}}) {
         SCOPED_TRACE(limit);
-        const auto process = runPrivileged("echo " + value + " > /proc/sys/user/max_inotify_" + limit +
-                                               " && exec \"$0\" watch \"$1\" 2>&1",
-                                           folder.path());
+        auto command = "echo " + value;
+        command += " > /proc/sys/user/max_inotify_" + limit;
+        command += " && exec \"$0\" watch \"$1\" 2>&1";
+        const auto process = runPrivileged(command, folder.path());
         if (process == nullptr)
             GTEST_SKIP() << "no user namespaces here";
         EXPECT_THAT(process->readLine(), testing::HasSubstr("fs.inotify.max_user_" + limit));

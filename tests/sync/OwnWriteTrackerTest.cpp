@@ -15,8 +15,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using Testing::writeFile;
 
-class OwnWrites : public testing::Test {
-protected:
+struct OwnWrites : testing::Test {
     void registerAsIs() { tracker.registerWrite(path, localStat(path).value()); }
 
     Testing::TemporaryFolder folder;

@@ -36,7 +36,7 @@ public:
         };
     }
 
-    void tell(const std::string& root, std::vector<FileEvent> batch) {
+    void tell(const std::string& root, const std::vector<FileEvent>& batch) {
         const MutexLock lock(mutex_);
         for (auto* stream : streams_)
             if (stream->root == root)
@@ -46,6 +46,7 @@ public:
     std::vector<std::string> watched() {
         const MutexLock lock(mutex_);
         std::vector<std::string> roots;
+        roots.reserve(streams_.size());
         for (const auto* stream : streams_)
             roots.push_back(stream->root);
         std::ranges::sort(roots);
@@ -78,11 +79,10 @@ private:
     std::vector<Stream*> streams_;
 };
 
-class Engine : public testing::Test {
-protected:
+struct Engine : testing::Test {
     static constexpr auto settleInterval = 2s;
 
-    ~Engine() override { await(engine->stop()); }
+    void TearDown() override { await(engine->stop()); } // NOLINT(*-identifier-naming)
 
     std::shared_ptr<SyncEngine> makeEngine(const FileEventSource& source) {
         const auto reconcile = [this](SyncEngine::Root root) -> asio::awaitable<void> {
@@ -119,8 +119,8 @@ protected:
         settle();
     }
 
-    void tell(std::vector<FileEvent> batch, const std::string& root = "/r") {
-        events.tell(root, std::move(batch));
+    void tell(const std::vector<FileEvent>& batch, const std::string& root = "/r") {
+        events.tell(root, batch);
         settle();
     }
 
@@ -295,7 +295,7 @@ TEST_F(Engine, AFileWrittenBelowARealRootIsReconciled) {
 
 TEST(FSEventWatcher, OneStreamHoweverOftenStartedAndNoneWithoutPaths) {
     ScriptedEvents events;
-    FSEventWatcher watcher({"/r"}, [](auto, bool) {}, events.source());
+    FSEventWatcher watcher({"/r"}, [](const auto&, bool) {}, events.source());
     watcher.start();
     watcher.start();
     EXPECT_EQ(events.watched().size(), 1U);
@@ -304,7 +304,7 @@ TEST(FSEventWatcher, OneStreamHoweverOftenStartedAndNoneWithoutPaths) {
     watcher.start();
     EXPECT_EQ(events.watched().size(), 1U);
 
-    FSEventWatcher pathless({}, [](auto, bool) {}, events.source());
+    FSEventWatcher pathless({}, [](const auto&, bool) {}, events.source());
     pathless.start();
     EXPECT_EQ(events.watched().size(), 1U);
 }
