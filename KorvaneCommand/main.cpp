@@ -1,4 +1,5 @@
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/IndexCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
@@ -16,6 +17,7 @@ int run(int argc, char** argv) {
                  "korvane");
     app.require_subcommand(1);
     int status = ExitCode::done;
+    addIndexCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);
     try {

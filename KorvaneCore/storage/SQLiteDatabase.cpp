@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::chrono::milliseconds busyTimeout(5000);
 
+constexpr std::size_t rowsTogether = 64; ///< of forEach(), in one result
+
 bool fitsSQLite(std::size_t size) {
     return size <= static_cast<std::size_t>(std::numeric_limits<int>::max());
 }
@@ -160,6 +162,19 @@ std::vector<SQLRow> SQLiteDatabase::query(const std::string& sql, std::span<cons
         rows.emplace_back(result, result->append(statement.get()));
     }
     return rows;
+}
+
+void SQLiteDatabase::forEach(const std::string& sql, std::span<const SQLValue> args,
+                             const std::function<void(const SQLRow&)>& visit) {
+    const Lock lock(*this);
+    Statement statement(handle(), sql, args);
+    std::shared_ptr<SQLResult> result;
+    for (std::size_t row = 0; statement.step(); ++row) {
+        // The names of the columns are copied into each result, so it serves several rows.
+        if (row % rowsTogether == 0)
+            result = std::make_shared<SQLResult>(statement.get());
+        visit(SQLRow(result, result->append(statement.get())));
+    }
 }
 
 int SQLiteDatabase::run(const std::string& sql, std::span<const SQLValue> args) {

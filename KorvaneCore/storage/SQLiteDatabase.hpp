@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -48,6 +49,11 @@ public:
         return query(sql,
                      std::span<const SQLValue>(std::array<SQLValue, sizeof...(Args)>{sqlValue(args)...}));
     }
+
+    /// As query(), giving one row after the other to `visit` instead of keeping them all: for answers that
+    /// may be large. `visit` must not use this database; a row it keeps keeps a few dozen others.
+    void forEach(const std::string& sql, std::span<const SQLValue> args,
+                 const std::function<void(const SQLRow&)>& visit);
 
     /// As query(), passing over any rows; the number of rows changed by the latest INSERT, UPDATE or DELETE.
     int run(const std::string& sql, std::span<const SQLValue> args);

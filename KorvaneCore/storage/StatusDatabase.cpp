@@ -3,39 +3,16 @@
 #include "KorvaneCore/config/KRIdentifiers.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/storage/PathPrefix.hpp"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdint>
 #include <utility>
 
 namespace Korvane {
 
 namespace {
-
-/// What every path below a folder begins with, as arguments of substr(path,1,?)=?.
-struct Below {
-    explicit Below(const std::string& folder) : prefix(folder + "/"), length(characters(prefix)) {}
-
-    /// As SQLite counts them in substr(): a byte from 0xC0 on takes the continuation bytes after it along,
-    /// any other byte stands for itself, valid UTF-8 or not.
-    static std::int64_t characters(const std::string& text) {
-        std::int64_t count = 0;
-        bool open = false;
-        for (const char c : text) {
-            const auto byte = static_cast<unsigned char>(c);
-            if (open && (byte & 0xC0U) == 0x80U)
-                continue;
-            open = byte >= 0xC0U;
-            ++count;
-        }
-        return count;
-    }
-
-    std::string prefix;
-    std::int64_t length;
-};
 
 /// The first of these found in a folder is the folder's.
 constexpr std::array byUrgency{PathStatus::error,  PathStatus::conflict, PathStatus::syncing,
@@ -82,8 +59,8 @@ void StatusDatabase::remove(const std::string& path, bool recursive) {
     database_.transaction([&](SQLiteDatabase& database) {
         database.run("DELETE FROM status WHERE path=?", path);
         if (recursive) {
-            const Below below(path);
-            database.run("DELETE FROM status WHERE substr(path,1,?)=?", below.length, below.prefix);
+            const PathPrefix below(path);
+            database.run("DELETE FROM status WHERE substr(path,1,?)=?", below.length, below.text);
         }
     });
     postChanged();
@@ -97,9 +74,9 @@ std::optional<PathStatus> StatusDatabase::status(const std::string& path) {
 
 std::optional<PathStatus> StatusDatabase::aggregateStatus(const std::string& folder) {
     const MutexLock lock(mutex_);
-    const Below below(folder);
+    const PathPrefix below(folder);
     const auto rows = database_.query("SELECT DISTINCT state FROM status WHERE path=? OR substr(path,1,?)=?",
-                                      folder, below.length, below.prefix);
+                                      folder, below.length, below.text);
     const auto* const first = std::ranges::find_if(byUrgency, [&](PathStatus status) {
         return std::ranges::any_of(
             rows, [&](const SQLRow& row) { return row.string("state") == badgeIdentifier(status); });

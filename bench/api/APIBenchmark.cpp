@@ -42,7 +42,7 @@ const std::string& pageText() {
 }
 
 void report(benchmark::State& state) {
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * pageText().size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(pageText().size()));
 }
 
 void decodePage(benchmark::State& state) {

@@ -20,6 +20,7 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <set>
 
 namespace Korvane::Testing {
 
@@ -43,9 +44,10 @@ public:
         if (holds && holds(entry)) {
             asio::steady_timer never(co_await asio::this_coro::executor,
                                      asio::steady_timer::time_point::max());
-            held = &never;
+            held_.insert(&never);
             boost::system::error_code ended;
             co_await never.async_wait(asio::redirect_error(asio::use_awaitable, ended));
+            held_.erase(&never);
             if ((co_await asio::this_coro::cancellation_state).cancelled() != asio::cancellation_type::none)
                 throw boost::system::system_error(ended);
         }
@@ -54,9 +56,19 @@ public:
 
     std::function<HTTPResponse(const Sent&)> answer;
     std::function<bool(const Sent&)> holds;
-    asio::steady_timer* held =
-        nullptr; ///< of the last caller kept waiting; cancelling it lets the answer come
     std::vector<Sent> sent;
+
+    [[nodiscard]] std::size_t held() const { return held_.size(); }
+
+    /// Lets the answers come.
+    void release() {
+        holds = nullptr;
+        for (auto* timer : held_)
+            timer->cancel();
+    }
+
+private:
+    std::set<asio::steady_timer*> held_;
 };
 
 inline HTTPResponse jsonAnswer(int status, std::string_view body) {

@@ -21,9 +21,11 @@ TEST_F(RefreshProcessesTest, ThreeWithAStaleTokenRefreshItOnceAndAllStaySignedIn
         return "e30." + KRCrypto::base64URLString(KRCrypto::asBytes(claims)) + ".sig";
     };
     const auto fresh = expiring(3600);
-    std::set<std::string> usable{"r1"};
+    Mutex mutex; // the server answers on a thread of its own
+    std::set<std::string> usable;
     int refreshed = 0;
     LoopbackServer server([&](const LoopbackServer::Request& request) -> LoopbackServer::Answer {
+        const MutexLock lock(mutex);
         if (request.target() == "/v1/auth/refresh") {
             ++refreshed;
             const auto token = KRJSON::read<RefreshRequest>(request.body()).refreshToken;
@@ -39,8 +41,11 @@ TEST_F(RefreshProcessesTest, ThreeWithAStaleTokenRefreshItOnceAndAllStaySignedIn
     });
     // Once it is about to expire by its own account, once only the server knows that it is not good any more.
     for (const auto& stale : {expiring(-5), expiring(600)}) {
-        usable = {"r1"};
-        refreshed = 0;
+        {
+            const MutexLock lock(mutex);
+            usable = {"r1"};
+            refreshed = 0;
+        }
         store(stale, "r1");
         const std::vector<std::string> command{Testing::builtProgram("korvane-test-client").string(),
                                                server.url(), (folder_ / "keychain.json").string()};
@@ -54,6 +59,7 @@ TEST_F(RefreshProcessesTest, ThreeWithAStaleTokenRefreshItOnceAndAllStaySignedIn
             EXPECT_EQ(process.readAll(), "signed in as u\nsigned in as u\n");
             EXPECT_EQ(process.wait(), 0);
         }
+        const MutexLock lock(mutex);
         EXPECT_EQ(refreshed, 1);
     }
 }

@@ -1,6 +1,7 @@
-// The second process of tests on databases: `korvane-test-writer add|hold|fill FILE NUMBER`. Prints what it
-// has reached; an SQLiteError is printed and ends it with 1.
+// The second process of tests on databases: `korvane-test-writer add|hold|fill|change FILE NUMBER`. Prints
+// what it has reached; an SQLiteError is printed and ends it with 1.
 
+#include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/SQLiteDatabase.hpp"
 #include "KorvaneCore/storage/SQLiteError.hpp"
 
@@ -9,6 +10,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
+#include <string>
 #include <string_view>
 
 using namespace Korvane;
@@ -53,6 +56,23 @@ void hold(SQLiteDatabase& database, int rows) {
     }
 }
 
+/// Creates, moves and purges items of a local index, so many times, and then creates a last one.
+void change(const char* file, int changes) {
+    LocalIndex index(file);
+    std::minstd_rand random(static_cast<unsigned>(changes));
+    IndexItem item;
+    for (item.seq = 1; item.seq <= changes; ++item.seq) {
+        item.id = std::to_string(random() % 100);
+        item.parentId = "folder " + std::to_string(random() % 3);
+        if (random() % 4 == 0)
+            index.purge(item.id, item.seq);
+        else
+            index.upsert(item);
+    }
+    item.id = "last";
+    index.upsert(item);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -61,6 +81,10 @@ int main(int argc, char** argv) {
     const std::string_view mode = argv[1];
     const int number = std::atoi(argv[3]);
     try {
+        if (mode == "change") {
+            change(argv[2], number);
+            return 0;
+        }
         SQLiteDatabase database(argv[2]);
         if (mode == "add")
             add(database, number);
