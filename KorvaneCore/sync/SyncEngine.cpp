@@ -6,6 +6,7 @@
 
 #include <boost/asio/redirect_error.hpp>
 
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -42,28 +43,25 @@ SyncEngine::SyncEngine(const asio::any_io_executor& executor, std::shared_ptr<Cl
       reconcileEnd_(strand_, asio::steady_timer::time_point::max()) {}
 
 asio::awaitable<void> SyncEngine::start() {
-    return on<void>(strand_, [self = shared_from_this()] { return self->startOnStrand(); });
+    return on<void>(strand_, std::bind_front(&SyncEngine::startOnStrand, shared_from_this()));
 }
 
 asio::awaitable<void> SyncEngine::stop() {
-    return on<void>(strand_, [self = shared_from_this()] { return self->stopOnStrand(); });
+    return on<void>(strand_, std::bind_front(&SyncEngine::stopOnStrand, shared_from_this()));
 }
 
 asio::awaitable<void> SyncEngine::addRoot(Root root) {
-    return on<void>(strand_,
-                    [self = shared_from_this(), root = std::move(root)] { return self->addOnStrand(root); });
+    return on<void>(strand_, std::bind_front(&SyncEngine::addOnStrand, shared_from_this(), std::move(root)));
 }
 
 asio::awaitable<void> SyncEngine::removeRoot(std::string rootId) {
-    return on<void>(strand_, [self = shared_from_this(), rootId = std::move(rootId)] {
-        return self->removeOnStrand(rootId);
-    });
+    return on<void>(strand_,
+                    std::bind_front(&SyncEngine::removeOnStrand, shared_from_this(), std::move(rootId)));
 }
 
 asio::awaitable<void> SyncEngine::scheduleReconcile(std::string rootId, Clock::Duration delay) {
-    return on<void>(strand_, [self = shared_from_this(), rootId = std::move(rootId), delay] {
-        return self->scheduleOnStrand(rootId, delay);
-    });
+    return on<void>(strand_, std::bind_front(&SyncEngine::scheduleOnStrand, shared_from_this(),
+                                             std::move(rootId), delay));
 }
 
 asio::awaitable<void> SyncEngine::startOnStrand() {
