@@ -184,8 +184,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<FileEventStream> openFileEventStream(std::vector<std::string> paths, FileEventOptions options,
-                                                     FileEventHandler handler) {
+std::unique_ptr<FileEventStream> openFileEventStream(const std::vector<std::string>& paths,
+                                                     FileEventOptions options, FileEventHandler handler) {
     return std::make_unique<InotifyStream>(paths, std::move(options), std::move(handler));
 }
 

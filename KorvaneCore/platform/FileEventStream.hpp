@@ -59,7 +59,8 @@ using FileEventHandler = std::function<void(std::vector<FileEvent> batch)>;
 ///
 /// Blocks while the folders below `paths` are visited. Throws std::system_error when the process has no
 /// descriptor or thread left.
-[[nodiscard]] std::unique_ptr<FileEventStream>
-openFileEventStream(std::vector<std::string> paths, FileEventOptions options, FileEventHandler handler);
+[[nodiscard]] std::unique_ptr<FileEventStream> openFileEventStream(const std::vector<std::string>& paths,
+                                                                   FileEventOptions options,
+                                                                   FileEventHandler handler);
 
 } // namespace Korvane

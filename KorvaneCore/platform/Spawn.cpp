@@ -2,6 +2,7 @@
 
 #include "KorvaneCore/platform/Log.hpp"
 
+#include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -28,6 +29,19 @@ void spawn(const asio::any_io_executor& executor, std::string name, asio::awaita
         if (error)
             report(name, error);
     });
+}
+
+void spawn(const asio::any_io_executor& executor, std::string name, asio::awaitable<void> coroutine,
+           std::shared_ptr<asio::cancellation_signal> cancellation) {
+    const auto slot = cancellation->slot();
+    // The signal lives until the coroutine has ended.
+    asio::co_spawn(
+        executor, std::move(coroutine),
+        asio::bind_cancellation_slot(slot, [name = std::move(name), cancellation = std::move(cancellation)](
+                                               const std::exception_ptr& error) {
+            if (error)
+                report(name, error);
+        }));
 }
 
 } // namespace Korvane

@@ -35,8 +35,6 @@ public:
 
     [[nodiscard]] bool isRoot(int watch) const;
 
-    [[nodiscard]] std::size_t size() const noexcept { return places_.size(); }
-
 private:
     struct ByParentAndName {
         using is_transparent = void;

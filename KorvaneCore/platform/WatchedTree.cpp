@@ -36,7 +36,8 @@ bool isFolder(DIR* folder, const dirent& entry) {
     if (entry.d_type != DT_UNKNOWN)
         return entry.d_type == DT_DIR;
     struct stat status{};
-    return ::fstatat(::dirfd(folder), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+    const int fd = ::dirfd(folder);
+    return fd >= 0 && ::fstatat(fd, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(status.st_mode);
 }
 
@@ -133,12 +134,13 @@ void WatchedTree::look(int watch, bool report, std::vector<Place>& folders) {
         refused(*path, errno);
         return;
     }
+    const auto prefix = path->ends_with('/') ? *path : *path + '/';
     while (const dirent* entry = ::readdir(folder.get())) {
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..")
             continue;
         if (report)
-            batch_.add(*folders_.path(watch, name));
+            batch_.add(prefix + entry->d_name);
         if (isFolder(folder.get(), *entry))
             folders.push_back({watch, std::string(name)});
     }

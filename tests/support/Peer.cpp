@@ -1,6 +1,7 @@
 // The second process of tests between processes: does one thing, says so in a line, and ends with its input.
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/config/SharedDefaults.hpp"
+#include "KorvaneCore/platform/FileEventStream.hpp"
 #include "KorvaneCore/platform/NotificationCenter.hpp"
 
 #include <fcntl.h>
@@ -34,6 +35,24 @@ void setDefaults(const std::string& prefix, int count) {
     std::cout << "done" << '\n' << std::flush;
 }
 
+/// Follows a folder and prints the flags and paths of each batch as one line.
+void watch(const std::string& folder) {
+    FileEventOptions options;
+    options.latency = std::chrono::milliseconds(10);
+    options.rescanInterval = std::chrono::milliseconds(200);
+    const auto stream = openFileEventStream({folder}, options, [](const std::vector<FileEvent>& batch) {
+        std::uint32_t flags = 0;
+        std::string paths;
+        for (const auto& event : batch) {
+            flags |= event.flags;
+            paths += " " + event.path;
+        }
+        std::cout << flags << paths << '\n' << std::flush;
+    });
+    std::cout << "watching" << '\n' << std::flush;
+    waitForEndOfInput();
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -44,6 +63,8 @@ int main(int argc, char** argv) {
         setDefaults(argv[2], std::stoi(argv[3]));
     if (command == "post" && argc == 3)
         NotificationCenter(SharedContainer::notificationFolder()).post(argv[2]);
+    if (command == "watch" && argc == 3)
+        watch(argv[2]);
     if (command == "where")
         std::cout << SharedContainer::url().string() << '\n'
                   << SharedDefaults::store().keyPrefix << '\n'

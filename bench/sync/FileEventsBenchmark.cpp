@@ -1,0 +1,97 @@
+// What following a tree of 50,000 folders costs: setting it up, memory, and CPU time while nothing happens;
+// and how long a change takes to arrive.
+
+#include "KorvaneCore/platform/FileEventStream.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sys/resource.h>
+
+#include <fstream>
+#include <semaphore>
+#include <thread>
+
+namespace {
+
+using namespace Korvane;
+using namespace std::chrono_literals;
+
+constexpr int folderCount = 50'000;
+constexpr auto idleTime = 10s;
+
+/// 50 folders in each of 50 folders in each of 20 folders.
+const std::filesystem::path& tree() {
+    static const Testing::TemporaryFolder folder;
+    static const bool isMade = [] {
+        for (int i = 0; i < folderCount; ++i)
+            std::filesystem::create_directories(folder / ("Projects " + std::to_string(i / 2500)) /
+                                                ("module " + std::to_string(i / 50 % 50)) /
+                                                ("sources " + std::to_string(i % 50)));
+        return true;
+    }();
+    (void)isMade;
+    return folder.path();
+}
+
+double cpuSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+/// In MiB.
+double residentMemory() {
+    std::ifstream file("/proc/self/statm");
+    double pages = 0;
+    file >> pages >> pages;
+    return pages * 4096 / (1 << 20);
+}
+
+void setUp(benchmark::State& state) {
+    const std::string root = tree();
+    for (auto _ : state) {
+        auto stream = openFileEventStream({root}, {}, [](const auto&) {});
+        state.PauseTiming();
+        stream.reset();
+        state.ResumeTiming();
+    }
+    state.counters["folders/s"] =
+        benchmark::Counter(folderCount, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void idle(benchmark::State& state) {
+    const std::string root = tree();
+    ::malloc_trim(0);
+    const auto memory = residentMemory();
+    const auto stream = openFileEventStream({root}, {}, [](const auto&) {});
+    state.counters["MiB"] = residentMemory() - memory;
+    const auto cpu = cpuSeconds();
+    for (auto _ : state)
+        std::this_thread::sleep_for(idleTime);
+    state.counters["CPU ms"] = 1000 * (cpuSeconds() - cpu);
+}
+
+void oneChange(benchmark::State& state) {
+    const auto file = tree() / "Projects 7/module 7/sources 7/file";
+    FileEventOptions options;
+    options.latency = 0ms; // each change is the first
+    std::counting_semaphore<> arrived(0);
+    const auto stream = openFileEventStream({tree()}, options, [&](const auto&) { arrived.release(); });
+    const std::ofstream keepOpen(file);
+    for (auto _ : state) {
+        std::filesystem::resize_file(file, 0);
+        arrived.acquire();
+    }
+}
+
+BENCHMARK(setUp)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(idle)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
+BENCHMARK(oneChange)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+} // namespace
+
+BENCHMARK_MAIN();
