@@ -1,5 +1,6 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
+#include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
@@ -19,6 +20,8 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     int status = ExitCode::done;
     addIndexCommand(app, status);
+    addQueueCommand(app, status);
+    addActivityCommand(app, status);
     addServiceCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);
