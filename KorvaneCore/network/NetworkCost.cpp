@@ -22,6 +22,8 @@ struct Release {
 
     void operator()(GMainLoop* loop) const noexcept { g_main_loop_unref(loop); }
 
+    void operator()(GDBusConnection* connection) const noexcept { g_object_unref(connection); }
+
     void operator()(GDBusProxy* proxy) const noexcept { g_object_unref(proxy); }
 
     void operator()(GCancellable* cancellable) const noexcept { g_object_unref(cancellable); }
@@ -82,9 +84,15 @@ private:
 
     Owned<GDBusProxy> connect() {
         GError* error = nullptr;
-        Owned<GDBusProxy> manager(g_dbus_proxy_new_for_bus_sync(
-            G_BUS_TYPE_SYSTEM, G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START, nullptr, managerName, managerPath,
-            managerName, cancelled_.get(), &error));
+        Owned<GDBusProxy> manager;
+        const Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SYSTEM, cancelled_.get(), &error));
+        if (bus) {
+            g_dbus_connection_set_exit_on_close(bus.get(),
+                                                FALSE); // a lost bus is no reason to end the process
+            manager.reset(g_dbus_proxy_new_sync(bus.get(), G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START, nullptr,
+                                                managerName, managerPath, managerName, cancelled_.get(),
+                                                &error));
+        }
         const Owned<GError> failure(error);
         if (failure)
             Log::info("network", failure->message);
