@@ -46,8 +46,8 @@ std::map<std::string, std::optional<std::string>> schemaOf(SQLiteDatabase& datab
 TEST_F(LocalIndexFailure, MigrationStoppedAnywhereIsContinuedByTheNextOpen) {
     const std::string toVersion2 =
         "DROP INDEX items_child; DROP INDEX items_listed; DROP INDEX items_recent; DROP INDEX "
-        "items_seq; DROP INDEX items_blob; DROP INDEX items_received; DROP INDEX transfers_key; PRAGMA "
-        "user_version=2;";
+        "items_seq; DROP INDEX items_blob; DROP INDEX items_received; DROP INDEX transfers_key; DROP INDEX "
+        "transfers_waiting; PRAGMA user_version=2;";
     const std::string toVersion1 = toVersion2 + "DROP TABLE item_journal; PRAGMA user_version=1;";
     const std::string toHalf =
         toVersion1 + "DROP TABLE pinned; DROP INDEX transfers_dedupe; PRAGMA user_version=0;";
@@ -134,17 +134,14 @@ TEST_F(LocalIndexFailure, NewerVersionOpensAndItsTablesAreLeftAlone) {
 
 TEST_F(LocalIndexFailure, DamagedPagesAreReportedNotRead) {
     const auto damaged = folder / "damaged.sqlite";
-    {
-        LocalIndex made(damaged);
-        std::vector<IndexItem> items;
-        for (int number = 0; number < 500; ++number)
-            items.push_back(fileItem("item " + std::to_string(number), "r"));
-        made.upsert(items);
-    }
-    const auto size = std::filesystem::file_size(damaged);
+    LocalIndex(damaged).upsert(fileItem("f", "r"));
+    const auto page = SQLiteDatabase(damaged)
+                          .query("SELECT rootpage FROM sqlite_master WHERE name='items'")
+                          .at(0)
+                          .intValue("rootpage");
     std::fstream file(damaged, std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(static_cast<std::streamoff>(size / 2));
-    file << std::string(size / 2, '\x55');
+    file.seekp((*page - 1) * 4096);
+    file << std::string(4096, '\x55');
     file.close();
     LocalIndex opened(damaged);
     EXPECT_THROW(std::ignore = opened.items(-1, -1), SQLiteError);

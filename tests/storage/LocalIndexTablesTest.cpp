@@ -134,9 +134,8 @@ TEST_F(LocalIndexTables, DueRecordsComeOldestFirst) {
         index.insertTransfer(record(id, pending, seconds(created)));
     index.insertTransfer(record("held", paused));
     const auto ids = [](const std::vector<TransferRecord>& records) {
-        std::vector<std::string> found;
-        for (const auto& each : records)
-            found.push_back(each.id);
+        std::vector<std::string> found(records.size());
+        std::ranges::transform(records, found.begin(), &TransferRecord::id);
         return found;
     };
     EXPECT_THAT(ids(index.runnableTransfers(2, clock->now() + seconds(3))), ElementsAre("a", "b"));
