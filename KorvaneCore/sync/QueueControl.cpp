@@ -40,7 +40,8 @@ public:
         // Even when not paused: an earlier process may have left paused records.
         co_await queue_->setPaused(requests_->isPaused());
         started_ = true;
-        spawnCancelling();
+        cancelling_ = true;
+        co_await cancelRequested(); // before any of them could start
         co_await queue_->start();
         look(); // for what was asked meanwhile
     }
