@@ -67,7 +67,7 @@ public:
 private:
     void run() {
         g_main_context_push_thread_default(context_.get());
-        const auto manager = connect();
+        auto manager = connect();
         tell(manager && isMetered(manager.get()));
         // The second signal: the manager came or went.
         if (manager) {
@@ -79,6 +79,10 @@ private:
         g_main_loop_run(loop_.get());
         if (manager)
             g_signal_handlers_disconnect_by_data(manager.get(), this);
+        manager.reset();
+        while (g_main_context_iteration(context_.get(), FALSE) != 0) {
+            // What the proxy left behind is released from the loop.
+        }
         g_main_context_pop_thread_default(context_.get());
     }
 
