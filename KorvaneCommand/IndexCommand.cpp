@@ -1,7 +1,8 @@
 #include "KorvaneCommand/IndexCommand.hpp"
 
+#include "KorvaneCommand/ExistingIndex.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
-#include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/storage/IndexInspector.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
@@ -45,27 +46,6 @@ struct VerifyReport {
 };
 
 BOOST_DESCRIBE_STRUCT(VerifyReport, (), (ok, problems))
-
-std::filesystem::path existingIndex() {
-    // Who only looks creates nothing, the container included.
-    auto url = SharedContainer::location() / "index.sqlite";
-    if (!std::filesystem::exists(url))
-        throw std::runtime_error("there is no local index yet");
-    return url;
-}
-
-/// Names come from anywhere, and none may steer the terminal.
-std::string printable(const std::string& text) {
-    std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool c1 = byte >= 0x80 && byte < 0xA0 && !shown.empty() && shown.back() == '\xC2';
-        if (c1)
-            shown.pop_back();
-        shown += c1 || byte < 0x20 || byte == 0x7F ? '?' : c;
-    }
-    return shown;
-}
 
 ItemReport reportOf(const IndexItem& item, std::string path) {
     return {item.id, std::move(path), item.isFolder, item.size, item.mime, item.mtime, item.updatedAt};

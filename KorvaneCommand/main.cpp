@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
+#include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
@@ -21,6 +22,8 @@ int run(int argc, char** argv) {
     int status = ExitCode::done;
     addIndexCommand(app, status);
     addAccountCommands(app, status);
+    addQueueCommand(app, status);
+    addActivityCommand(app, status);
     addServiceCommand(app, status);
     addStatusCommand(app, status);
     addWidgetsCommand(app, status);

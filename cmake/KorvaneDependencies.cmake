@@ -16,6 +16,7 @@ find_package(benchmark REQUIRED)
 
 pkg_check_modules(argon2 REQUIRED IMPORTED_TARGET libargon2)
 pkg_check_modules(gdkpixbuf REQUIRED IMPORTED_TARGET gdk-pixbuf-2.0)
+pkg_check_modules(gio REQUIRED IMPORTED_TARGET gio-2.0)
 pkg_check_modules(gtkmm REQUIRED IMPORTED_TARGET gtkmm-4.0)
 pkg_check_modules(libsecret REQUIRED IMPORTED_TARGET libsecret-1)
 pkg_check_modules(magic REQUIRED IMPORTED_TARGET libmagic)

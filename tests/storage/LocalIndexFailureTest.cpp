@@ -46,8 +46,8 @@ std::map<std::string, std::optional<std::string>> schemaOf(SQLiteDatabase& datab
 TEST_F(LocalIndexFailure, MigrationStoppedAnywhereIsContinuedByTheNextOpen) {
     const std::string toVersion2 =
         "DROP INDEX items_child; DROP INDEX items_listed; DROP INDEX items_recent; DROP INDEX "
-        "items_seq; DROP INDEX items_blob; DROP INDEX items_received; DROP INDEX transfers_key; PRAGMA "
-        "user_version=2;";
+        "items_seq; DROP INDEX items_blob; DROP INDEX items_received; DROP INDEX transfers_key; DROP INDEX "
+        "transfers_waiting; PRAGMA user_version=2;";
     const std::string toVersion1 = toVersion2 + "DROP TABLE item_journal; PRAGMA user_version=1;";
     const std::string toHalf =
         toVersion1 + "DROP TABLE pinned; DROP INDEX transfers_dedupe; PRAGMA user_version=0;";

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace Korvane {
+
+/// The text with "?" for control characters: names come from anywhere, and none may steer the terminal.
+[[nodiscard]] std::string printable(const std::string& text);
+
+} // namespace Korvane
