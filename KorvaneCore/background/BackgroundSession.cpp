@@ -152,6 +152,13 @@ void BackgroundSession::cancel(std::int64_t task) {
     });
 }
 
+void BackgroundSession::askForEvents() {
+    asio::post(strand_, [self = shared_from_this()] {
+        if (self->open_)
+            self->channel_->send(KRJSON::write(FromClient{.events = true}));
+    });
+}
+
 void BackgroundSession::close() {
     closed_ = true;
     open_ = false;

@@ -85,6 +85,9 @@ public:
     /// Ends a task without a further event. Callable from any thread.
     void cancel(std::int64_t task);
 
+    /// Has didFinishEvents() told again, after all that is on its way. Callable from any thread.
+    void askForEvents();
+
     /// On the strand: lets go of the helper. Running tasks go on; no further event comes.
     void close();
 

@@ -95,8 +95,9 @@ struct FromClient {
     std::optional<TaskOrder> start{};
     std::optional<std::int64_t> cancel{};    ///< forget this task, whatever becomes of it
     std::optional<std::int64_t> collected{}; ///< this result need not be kept any longer
+    std::optional<bool> events{};            ///< answer with `eventsDelivered`
 };
-BOOST_DESCRIBE_STRUCT(FromClient, (), (hello, start, cancel, collected))
+BOOST_DESCRIBE_STRUCT(FromClient, (), (hello, start, cancel, collected, events))
 
 struct FromHelper {
     std::optional<Welcome> welcome{};
