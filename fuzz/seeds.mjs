@@ -33,3 +33,12 @@ seeds('base64', ['QQ', 'QQ==', 'QUI=', '-_8', '+/8=', '=', '00ab', sharing.link.
 seeds('quickSend', [...devices.items.map(i => i.json), ' https://example.org \n', 'HTTP://x'])
 seeds('linkFragment', [sharing.link.fragment, sharing.link.fragment + '=', sharing.drop.fragment, ' Fotos\u202e '])
 seeds('dropItem', [...metas, '../a/b\\c\u0000.txt', 'x'.repeat(300) + '.tar.gz', 'e/\u0301', ' . ..', 'a\u202egpj.exe'])
+seeds('answer', [
+    '{"changes":[{"seq":1,"entityType":"file","entityId":"f","op":"delete","createdAt":"2026-11-21T10:45:07.250Z","entity":' +
+        '{"id":"f","folderId":"d","metaEnc":"AQI=","blobId":"b","encryptedSize":29,"chunkCount":1,"wrappedFileKey":"","version":1}},' +
+        '{"seq":2,"entityType":"comet","entityId":"c","op":"land","entity":null}],"latestSeq":2,"hasMore":false}',
+    '{"user":{"id":"u","email":"e","rootFolderId":"r","identities":["google"]},"device":{"id":"d","name":"n","platform":"web"},' +
+        '"accessToken":"a","refreshToken":"r","wrappedMasterKey":"AQ=="}',
+    '{"status":"pending","parts":[{"partNumber":1,"url":"http://x/","uploaded":true}],"expiresAt":"2026-11-21T10:45:07+02:00"}',
+    '{"error":{"code":"parts_missing","message":" no ","details":{"missing":[1,2.5,1e300],"reason":"token_expired"}}}',
+    'e30.eyJleHAiOjEuNX0.x', '[[[[[[[['])
