@@ -36,6 +36,12 @@ void send(MessageChannel& client, const FromHelper& message) {
     client.send(KRJSON::write(message));
 }
 
+void tell(MessageChannel& client, const TaskResult& result) {
+    FromHelper finished;
+    finished.finished = result;
+    send(client, finished);
+}
+
 void tellEventsDelivered(MessageChannel& client) {
     FromHelper told;
     told.eventsDelivered = true;
@@ -106,7 +112,7 @@ asio::awaitable<void> TransferHelper::waitUntilIdle() {
 }
 
 bool TransferHelper::isIdle() const {
-    return clients_ == 0 && running_ == 0;
+    return connections_ == 0 && running_ == 0;
 }
 
 void TransferHelper::touch() {
@@ -114,20 +120,18 @@ void TransferHelper::touch() {
 }
 
 asio::awaitable<void> TransferHelper::serve(FileDescriptor connection) {
-    {
-        const Counted counted(clients_);
-        const auto client = std::make_shared<MessageChannel>(context_.get_executor(), std::move(connection));
-        try {
-            co_await converse(client);
-        } catch (const MessageTooLong& error) {
-            send(*client, refusal("tooLarge", error.what()));
-            client->finish();
-        } catch (const boost::system::system_error& error) {
-            Log::debug("transfers", std::string("a client left: ") + error.what());
-            client->close();
-        }
+    const Counted counted(connections_);
+    const auto client = std::make_shared<MessageChannel>(context_.get_executor(), std::move(connection));
+    try {
+        co_await converse(client);
+    } catch (const MessageTooLong& error) {
+        send(*client, refusal("tooLarge", error.what()));
+        client->finish();
+    } catch (const boost::system::system_error& error) {
+        Log::debug("transfers", std::string("a client left: ") + error.what());
+        client->close();
     }
-    touch();
+    leave(client);
 }
 
 /// Until the client leaves, or says something after which nothing can be made of the rest.
@@ -159,18 +163,31 @@ void TransferHelper::greet(const Channel& client, const Hello&) {
     FromHelper answer;
     answer.welcome = Welcome{version, Process::identifier(), ++greeted_ * tasksOfAClient};
     send(*client, answer);
+    clients_.push_back(client);
+    adopt(client);
+}
+
+/// Gives the client every task that has lost its own.
+void TransferHelper::adopt(const Channel& client) {
     for (auto& [number, task] : tasks_) {
-        if (!task.owner.expired())
+        if (task.owner)
             continue;
         task.owner = client;
         task.adopted = true;
-        if (task.result) {
-            FromHelper finished;
-            finished.finished = task.result;
-            send(*client, finished);
-        }
+        if (task.result)
+            tell(*client, *task.result);
     }
     tellEventsDelivered(*client);
+}
+
+void TransferHelper::leave(const Channel& client) {
+    std::erase(clients_, client);
+    for (auto& [number, task] : tasks_)
+        if (task.owner == client)
+            task.owner.reset();
+    if (!clients_.empty())
+        adopt(clients_.back());
+    touch();
 }
 
 void TransferHelper::take(const Channel& client, const FromClient& message) {
@@ -189,11 +206,11 @@ void TransferHelper::take(const Channel& client, const FromClient& message) {
 void TransferHelper::start(const Channel& client, TaskOrder order) {
     const auto number = order.task;
     if (tasks_.size() >= maxTasks || tasks_.contains(number)) {
-        FromHelper finished;
-        finished.finished = TaskResult{
-            number, order.file, Failure{Failure::Kind::malformed, "the task cannot be taken", std::nullopt},
-            {},     {},         {}};
-        send(*client, finished);
+        TaskResult refused;
+        refused.task = number;
+        refused.file = std::move(order.file);
+        refused.failure = Failure{Failure::Kind::malformed, "the task cannot be taken", std::nullopt};
+        tell(*client, refused);
         return;
     }
     auto& task = tasks_[number];
@@ -232,14 +249,11 @@ void TransferHelper::collect(std::int64_t number) {
 void TransferHelper::finish(std::int64_t number, TaskResult result) {
     auto& task = tasks_.at(number);
     task.result = std::move(result);
-    const auto owner = task.owner.lock();
-    if (!owner)
+    if (!task.owner)
         return;
-    FromHelper finished;
-    finished.finished = task.result;
-    send(*owner, finished);
+    tell(*task.owner, *task.result);
     if (task.adopted)
-        tellEventsDelivered(*owner);
+        tellEventsDelivered(*task.owner);
 }
 
 } // namespace Korvane

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Korvane {
 
@@ -22,7 +23,8 @@ namespace Korvane {
 /// the one in run().
 ///
 /// A task belongs to the client that ordered it. When that one goes away, the task goes on, and it and its
-/// result belong to the next client that greets. A result is kept until a client says it has collected it.
+/// result belong to another client, or else to the next that greets. A result is kept until a client says it
+/// has collected it.
 class TransferHelper {
 public:
     /// Most tasks at a time, those with uncollected results included.
@@ -46,7 +48,7 @@ private:
     using Channel = std::shared_ptr<MessageChannel>;
 
     struct Task {
-        std::weak_ptr<MessageChannel> owner;
+        Channel owner;        ///< none while its client is gone
         bool adopted = false; ///< its owner did not order it
         std::optional<TransferMessages::TaskResult> result;
         asio::cancellation_signal cancellation;
@@ -58,6 +60,8 @@ private:
     asio::awaitable<void> waitUntilIdle();
 
     void greet(const Channel& client, const TransferMessages::Hello& hello);
+    void adopt(const Channel& client);
+    void leave(const Channel& client);
     void take(const Channel& client, const TransferMessages::FromClient& message);
     void start(const Channel& client, TransferMessages::TaskOrder order);
     void cancel(std::int64_t number);
@@ -68,11 +72,12 @@ private:
 
     const Settings settings_;
     const std::shared_ptr<HTTPSession> session_;
-    std::size_t clients_ = 0;
+    std::size_t connections_ = 0;
     std::size_t running_ = 0;
     asio::io_context context_{1};
     asio::local::stream_protocol::acceptor acceptor_;
     asio::steady_timer activity_;
+    std::vector<Channel> clients_; ///< that have greeted
     std::map<std::int64_t, Task> tasks_;
     std::int64_t greeted_ = 0;
 };

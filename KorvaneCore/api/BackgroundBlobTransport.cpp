@@ -6,13 +6,13 @@
 #include "KorvaneCore/http/CurlSession.hpp"
 #include "KorvaneCore/platform/Bundle.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/HandOver.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/OpenFile.hpp"
 
 #include <boost/asio/associated_cancellation_slot.hpp>
 #include <boost/asio/associated_executor.hpp>
-#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/system/system_error.hpp>
 #include <boost/uuid/random_generator.hpp>
@@ -229,14 +229,14 @@ BackgroundBlobTransport::run(std::shared_ptr<BackgroundSession> session, HTTPReq
         [this](auto handler, const std::shared_ptr<BackgroundSession>& open, TaskOrder toDo,
                StagedBlob upload) {
             auto slot = asio::get_associated_cancellation_slot(handler);
-            auto home = asio::make_work_guard(asio::get_associated_executor(handler));
             // A std::function must be copyable, which neither a handler nor an answer is.
+            auto home = asio::get_associated_executor(handler);
             auto parked = std::make_shared<decltype(handler)>(std::move(handler));
             park(toDo.task, std::move(upload),
-                 [parked, home](std::exception_ptr error, Answer answer) mutable {
-                     const auto executor = home.get_executor();
-                     asio::post(executor, [parked = std::move(parked), home = std::move(home),
-                                           error = std::move(error), answer = std::move(answer)]() mutable {
+                 [parked = std::move(parked), home = std::move(home)](std::exception_ptr error,
+                                                                      Answer answer) mutable {
+                     handOver(std::move(home), [parked = std::move(parked), error = std::move(error),
+                                                answer = std::move(answer)]() mutable {
                          (*parked)(std::move(error), std::move(answer));
                      });
                  });

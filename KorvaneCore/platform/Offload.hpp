@@ -43,6 +43,7 @@ asio::awaitable<Result> offload(Work work) {
                 // The task moves on too: what it holds must not end on this thread.
                 handOver(std::move(home), [handler = std::move(handler), task = std::move(task),
                                            done = std::move(done)]() mutable {
+                    (void)task;
                     auto error = done->error;
                     handler(std::move(error), std::move(done));
                 });
