@@ -16,24 +16,9 @@ HTTPHeader header(std::string name, std::string_view value) {
     return {std::move(name), KRCrypto::SecretBytes::copyOf(value)};
 }
 
-APIError notTheRange() {
+/// Retryable: the next answer may be another.
+APIError otherLength() {
     return APIError::Transport{"the answer is not the range asked for", true};
-}
-
-asio::awaitable<HTTPResponse> send(std::shared_ptr<HTTPSession> session, HTTPRequest request) {
-    try {
-        auto answer = co_await session->send(std::move(request));
-        co_return answer;
-    } catch (const std::exception& error) {
-        ErrorMapping::rethrow(error, "answer");
-    }
-}
-
-/// The end of a range of so many bytes; throws APIError::BadRequest when there is no such number.
-std::int64_t endOf(std::int64_t first, std::size_t length) {
-    if (first < 0 || length > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - first))
-        throw APIError(APIError::BadRequest{"not a byte range"});
-    return first + static_cast<std::int64_t>(length);
 }
 
 } // namespace
@@ -68,17 +53,44 @@ void requireRange(const HTTPResponse& answer, ByteRange range, std::uint64_t rec
     requireSuccess(answer);
     const bool startsElsewhere = answer.status == wholeFile && range.first != 0;
     if (startsElsewhere || received != static_cast<std::uint64_t>(range.end - range.first))
-        throw notTheRange();
+        throw otherLength();
+}
+
+ByteRange rangeOf(std::int64_t first, std::size_t length) {
+    if (first < 0 || length > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - first))
+        throw APIError(APIError::BadRequest{"not a byte range"});
+    return {first, first + static_cast<std::int64_t>(length)};
+}
+
+std::size_t lengthOf(ByteRange range) {
+    if (range.first < 0 || range.end < range.first)
+        throw APIError(APIError::BadRequest{"not a byte range"});
+    return static_cast<std::size_t>(range.end - range.first);
+}
+
+void rethrow(const std::exception& error) {
+    const auto* failure = dynamic_cast<const HTTPError*>(&error);
+    if (failure != nullptr && failure->kind() == HTTPError::Kind::tooLarge)
+        throw otherLength();
+    ErrorMapping::rethrow(error, "answer");
 }
 
 asio::awaitable<PartUploadResponse> putPart(std::shared_ptr<HTTPSession> session, std::string url,
-                                            KRCrypto::ByteView data) {
+                                            KRCrypto::ByteView data, bool allowsCellular) {
+    HeadSink sink(maxAnswer);
     auto request = putRequest(std::move(url));
     request.body = data;
-    const auto answer = co_await send(std::move(session), std::move(request));
+    request.sink = &sink;
+    request.allowsCellular = allowsCellular;
+    HTTPResponse answer;
+    try {
+        answer = co_await session->send(std::move(request));
+    } catch (const std::exception& error) {
+        rethrow(error);
+    }
     requireSuccess(answer);
     try {
-        co_return KRJSON::read<PartUploadResponse>(KRCrypto::asText(answer.body));
+        co_return KRJSON::read<PartUploadResponse>(KRCrypto::asText(sink.head()));
     } catch (const JSONError&) {
         // A storage server may say anything, or nothing, about a part it took.
         co_return PartUploadResponse{};
@@ -87,28 +99,25 @@ asio::awaitable<PartUploadResponse> putPart(std::shared_ptr<HTTPSession> session
 
 asio::awaitable<KRCrypto::Bytes> getRange(std::shared_ptr<HTTPSession> session, std::string url,
                                           ByteRange range) {
-    if (range.end < range.first)
-        throw APIError(APIError::BadRequest{"not a byte range"});
-    KRCrypto::Bytes bytes(static_cast<std::size_t>(range.end - range.first));
+    KRCrypto::Bytes bytes(lengthOf(range));
     co_await getRangeInto(std::move(session), std::move(url), range.first, bytes);
     co_return bytes;
 }
 
 asio::awaitable<void> getRangeInto(std::shared_ptr<HTTPSession> session, std::string url, std::int64_t first,
-                                   KRCrypto::MutableBytes into) {
-    const ByteRange range{first, endOf(first, into.size())};
+                                   KRCrypto::MutableBytes into, bool allowsCellular) {
+    const auto range = rangeOf(first, into.size());
     if (into.empty())
         co_return;
     BufferSink sink(into);
     auto request = getRequest(std::move(url), range);
     request.sink = &sink;
+    request.allowsCellular = allowsCellular;
     HTTPResponse answer;
     try {
-        answer = co_await send(std::move(session), std::move(request));
-    } catch (const APIError& error) {
-        if (error.is<APIError::Decoding>()) // more than was asked for
-            throw notTheRange();
-        throw;
+        answer = co_await session->send(std::move(request));
+    } catch (const std::exception& error) {
+        rethrow(error);
     }
     requireRange(answer, range, sink.received());
 }

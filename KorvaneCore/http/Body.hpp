@@ -2,6 +2,7 @@
 
 #include "KRCrypto/Bytes.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -55,6 +56,24 @@ public:
 private:
     std::size_t size_;
     KRCrypto::MutableBytes rest_;
+};
+
+/// Keeps the first bytes and lets the rest go.
+class HeadSink final : public BodySink {
+public:
+    explicit HeadSink(std::size_t most) : most_(most) {}
+
+    bool write(KRCrypto::ByteView bytes) override {
+        const auto kept = bytes.first(std::min(bytes.size(), most_ - head_.size()));
+        head_.insert(head_.end(), kept.begin(), kept.end());
+        return true;
+    }
+
+    [[nodiscard]] KRCrypto::Bytes& head() noexcept { return head_; }
+
+private:
+    std::size_t most_;
+    KRCrypto::Bytes head_;
 };
 
 } // namespace Korvane

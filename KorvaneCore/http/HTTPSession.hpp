@@ -30,10 +30,15 @@ struct HTTPRequest {
 
     // Both borrowed like the body.
     BodySource* source = nullptr; ///< sent in place of `body`
-    BodySink* sink = nullptr;     ///< takes the body of a 2xx answer, which then is not in the answer
+    /// Takes the body of a 2xx answer, which then is not in the answer. Of any other, longer than allowed, the
+    /// first part is in the answer.
+    BodySink* sink = nullptr;
 
     /// How long nothing may move; none for the session's own time.
     std::optional<std::chrono::seconds> idle{};
+
+    /// Without it, a request whose way leads over a mobile network fails with HTTPError (connection), unsent.
+    bool allowsCellular = true;
 };
 
 struct HTTPResponse {

@@ -1,5 +1,7 @@
 #include "KorvaneCore/http/Transfer.hpp"
 
+#include "KorvaneCore/platform/MobileNetwork.hpp"
+
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 
@@ -86,6 +88,10 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
     set(curl, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
     set(curl, CURLOPT_WRITEDATA, this);
     set(curl, CURLOPT_PRIVATE, this);
+    if (!request_.allowsCellular) {
+        set(curl, CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
+        set(curl, CURLOPT_PREREQDATA, this);
+    }
     setBody();
     setHeaders();
 }
@@ -168,6 +174,8 @@ HTTPError Transfer::error(CURLcode code) const {
     using Kind = HTTPError::Kind;
     if (tooLarge_)
         return {Kind::tooLarge, "the answer is larger than allowed"};
+    if (mobile_)
+        return {Kind::connection, "the way leads over a mobile network"};
     const std::string text = errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(code);
     switch (code) {
     case CURLE_OPERATION_TIMEDOUT:
@@ -208,6 +216,8 @@ bool Transfer::takeBody(KRCrypto::ByteView bytes) {
         return !tooLarge_;
     }
     auto& body = response_.body;
+    if (request_.sink != nullptr)
+        bytes = bytes.first(std::min(bytes.size(), request_.maxAnswerSize - body.size()));
     if (body.empty()) {
         curl_off_t promised = 0;
         curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &promised);
@@ -237,6 +247,12 @@ std::size_t Transfer::onHeader(const char* data, std::size_t size, std::size_t c
     } catch (const std::exception&) {
         return 0;
     }
+}
+
+int Transfer::onConnected(void* self, char*, char* local, int, int) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    transfer.mobile_ = MobileNetwork::isUsedBy(local);
+    return transfer.mobile_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
 std::size_t Transfer::onBody(const char* data, std::size_t size, std::size_t count, void* self) noexcept {

@@ -48,7 +48,7 @@ private:
     static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept;
     static int onSeek(void* self, curl_off_t offset, int origin) noexcept;
 
-    [[nodiscard]] KRCrypto::ByteView body() const { return request_.body.value_or(KRCrypto::ByteView()); }
+    static int onConnected(void* self, char* remote, char* local, int remotePort, int localPort) noexcept;
 
     void setHeaders();
     void addHeader(const std::string& line);
@@ -66,6 +66,7 @@ private:
     std::uint64_t sent_ = 0;
     std::size_t headerBytes_ = 0;
     bool tooLarge_ = false;
+    bool mobile_ = false;          ///< refused, since the way leads over a mobile network
     std::exception_ptr bodyError_; ///< what a source or sink threw
     HTTPResponse response_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};

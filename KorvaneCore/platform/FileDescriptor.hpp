@@ -32,6 +32,9 @@ public:
 
     [[nodiscard]] bool isOpen() const noexcept { return fd_ >= 0; }
 
+    /// Gives the descriptor up to somebody else.
+    [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
+
     void close() noexcept {
         if (fd_ >= 0)
             ::close(std::exchange(fd_, -1));

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -79,12 +78,6 @@ bool isOwnUser(int socket) noexcept {
     ucred peer{};
     socklen_t size = sizeof peer;
     return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == ::geteuid();
-}
-
-void setPatience(int socket, std::chrono::seconds patience) {
-    const timeval time{.tv_sec = patience.count(), .tv_usec = 0};
-    if (::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) != 0)
-        fail("set a time for", "a socket");
 }
 
 } // namespace Korvane::LocalSocket

@@ -2,7 +2,6 @@
 
 #include "KorvaneCore/platform/FileDescriptor.hpp"
 
-#include <chrono>
 #include <filesystem>
 
 /// Stream sockets in the file system, for processes of one user. The folder must exist; a path of any length
@@ -17,8 +16,5 @@ namespace Korvane::LocalSocket {
 
 /// Whether the process at the other end of a connection runs as this user.
 [[nodiscard]] bool isOwnUser(int socket) noexcept;
-
-/// Makes reads that block end with an error after so long; none for never.
-void setPatience(int socket, std::chrono::seconds patience);
 
 } // namespace Korvane::LocalSocket

@@ -83,6 +83,10 @@ void detach() {
         throw FileError("detach", "the process", {errno, std::generic_category()});
 }
 
+int identifier() noexcept {
+    return ::getpid();
+}
+
 void surviveFailedWrites() noexcept {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);

@@ -16,6 +16,9 @@ int run(const std::filesystem::path& program, const std::vector<std::string>& ar
 /// Only while there is no second thread. Throws FileError.
 void detach();
 
+/// This process's number.
+[[nodiscard]] int identifier() noexcept;
+
 /// From now on a write to a closed connection, or past a limit of size, fails instead of ending the process.
 void surviveFailedWrites() noexcept;
 

@@ -3,6 +3,7 @@
 #include "KRCrypto/B64.hpp"
 #include "KorvaneCore/api/APIClient.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KorvaneCore/http/HTTPError.hpp"
 #include "KorvaneCore/keychain/FileKeychain.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/VirtualClock.hpp"
@@ -21,6 +22,7 @@
 #include <future>
 #include <map>
 #include <set>
+#include <utility>
 
 namespace Korvane::Testing {
 
@@ -51,7 +53,12 @@ public:
             if ((co_await asio::this_coro::cancellation_state).cancelled() != asio::cancellation_type::none)
                 throw boost::system::system_error(ended);
         }
-        co_return answer(entry);
+        auto reply = answer(entry);
+        if (request.sink != nullptr && reply.status >= 200 && reply.status <= 299) {
+            if (!request.sink->write(std::exchange(reply.body, {})))
+                throw HTTPError(HTTPError::Kind::tooLarge, "too large");
+        }
+        co_return reply;
     }
 
     std::function<HTTPResponse(const Sent&)> answer;
