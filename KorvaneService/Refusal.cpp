@@ -26,7 +26,10 @@ Refusal Refusal::invalidPartLayout(std::string message) {
 }
 
 Refusal Refusal::partsMissing(const std::vector<std::int64_t>& missing) {
-    return {409, "parts_missing", "parts are missing", {{"missing", json::array(missing.begin(), missing.end())}}};
+    return {409,
+            "parts_missing",
+            "parts are missing",
+            {{"missing", json::array(missing.begin(), missing.end())}}};
 }
 
 Refusal Refusal::authenticationRequired() {

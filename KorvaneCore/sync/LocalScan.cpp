@@ -1,0 +1,80 @@
+#include "KorvaneCore/sync/LocalScan.hpp"
+
+#include "KRCrypto/KRCryptoError.hpp"
+#include "KRCrypto/UnicodeText.hpp"
+#include "KorvaneCore/platform/FileStatus.hpp"
+#include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/sync/EventFilter.hpp"
+
+#include <algorithm>
+
+namespace Korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class Scanner {
+public:
+    explicit Scanner(fs::path root) : root_(std::move(root)) {}
+
+    LocalScan scan() {
+        std::error_code error;
+        list("", error);
+        if (error)
+            throw FileError("list", root_, error);
+        // By path, so that a folder comes before what is in it.
+        std::ranges::sort(scan_.entries, {}, &LocalScan::Entry::relPath);
+        return std::move(scan_);
+    }
+
+private:
+    void list(const std::string& folder, std::error_code& error) {
+        for (fs::directory_iterator entry(root_ / folder, error), end; !error && entry != end;
+             entry.increment(error)) {
+            const auto name = entry->path().filename().string();
+            if (!isNoise(name))
+                visit(folder.empty() ? name : folder + "/" + name);
+        }
+    }
+
+    void visit(const std::string& relPath) {
+        const auto path = root_ / relPath;
+        const auto status = fileStatus(path);
+        if (!status)
+            return; // gone meanwhile
+        if (!KRCrypto::isUTF8(relPath))
+            return skip(relPath, "Its name is not UTF-8");
+        if (status->kind == FileStatus::Kind::link)
+            return skip(relPath, "Links are not followed");
+        if (status->kind == FileStatus::Kind::other)
+            return skip(relPath, "Only files and folders are synced");
+        const auto stat = localStat(path);
+        if (!stat)
+            return;
+        scan_.entries.push_back({relPath, *stat});
+        if (!stat->isDirectory)
+            return;
+        std::error_code error;
+        list(relPath, error);
+        if (error) {
+            scan_.isComplete = false;
+            skip(relPath, "It cannot be listed: " + error.message());
+        }
+    }
+
+    void skip(const std::string& relPath, std::string reason) {
+        scan_.skipped.push_back({relPath, std::move(reason)});
+    }
+
+    fs::path root_;
+    LocalScan scan_;
+};
+
+} // namespace
+
+LocalScan scanFolder(const fs::path& root) {
+    return Scanner(root).scan();
+}
+
+} // namespace Korvane

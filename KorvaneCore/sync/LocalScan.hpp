@@ -1,0 +1,33 @@
+#pragma once
+
+#include "KorvaneCore/sync/LocalStat.hpp"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Korvane {
+
+/// What lies below a sync root.
+struct LocalScan {
+    struct Entry {
+        std::string relPath; ///< "/"-separated
+        LocalStat stat;
+    };
+
+    struct Skipped {
+        std::string relPath; ///< may be no UTF-8
+        std::string reason;  ///< what users are shown
+    };
+
+    std::vector<Entry> entries; ///< folders before what is in them
+    std::vector<Skipped> skipped;
+    bool isComplete = true; ///< false when a folder could not be listed
+};
+
+/// Lists everything below the folder. Links are not followed; links, special files and names that are no
+/// UTF-8 are skipped, noise is left out without a word. Blocking. Throws FileError when the root itself
+/// cannot be listed.
+[[nodiscard]] LocalScan scanFolder(const std::filesystem::path& root);
+
+} // namespace Korvane

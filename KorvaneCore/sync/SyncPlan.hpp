@@ -1,0 +1,38 @@
+#pragma once
+
+#include "KorvaneCore/storage/LocalIndex.hpp"
+#include "KorvaneCore/sync/LocalScan.hpp"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Korvane {
+
+/// What a scan of a sync root asks for, held against what was last reconciled. A value, without I/O. What is
+/// missing here asks for nothing: deletions are not decided by one look.
+struct SyncPlan {
+    using BaseEntry = LocalIndex::BaseEntry;
+
+    struct Upload {
+        LocalScan::Entry entry;
+        std::optional<BaseEntry> base; ///< the file it is a new version of
+    };
+
+    struct Move {
+        std::string from;
+        LocalScan::Entry entry;
+        BaseEntry base; ///< under its old path
+    };
+
+    std::vector<LocalScan::Entry> newFolders; ///< outer ones first
+    std::vector<Move> moves;                  ///< outer ones first
+    std::vector<Upload> uploads;
+    std::vector<Upload> doubtful; ///< as large as before, dated otherwise: their content decides
+    std::vector<std::string> unchanged;
+};
+
+[[nodiscard]] SyncPlan planSync(const LocalScan& scan,
+                                const std::map<std::string, LocalIndex::BaseEntry>& base);
+
+} // namespace Korvane

@@ -1,0 +1,39 @@
+#include "KorvaneCore/sync/SyncRoots.hpp"
+
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Log.hpp"
+
+namespace Korvane::SyncRoots {
+
+namespace {
+
+const std::string folder = "syncRoots";
+
+std::string keyOf(const std::string& id) {
+    return folder + "/" + id;
+}
+
+} // namespace
+
+std::vector<SyncRoot> all(LocalIndex& index) {
+    std::vector<SyncRoot> roots;
+    for (const auto& [key, json] : index.values(folder)) {
+        try {
+            roots.push_back(KRJSON::read<SyncRoot>(json));
+        } catch (const JSONError& error) {
+            Log::error("sync", key + " cannot be read: " + error.what());
+        }
+    }
+    return roots;
+}
+
+void add(LocalIndex& index, const SyncRoot& root) {
+    index.setValue(KRJSON::write(root), keyOf(root.id));
+}
+
+void remove(LocalIndex& index, const std::string& id) {
+    index.setValue(std::nullopt, keyOf(id));
+    index.clearBase(id);
+}
+
+} // namespace Korvane::SyncRoots

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "KorvaneCore/storage/LocalIndex.hpp"
+
+#include <boost/describe/class.hpp>
+
+#include <string>
+#include <vector>
+
+namespace Korvane {
+
+/// A local folder that is mirrored to a folder of the account.
+struct SyncRoot {
+    std::string id;
+    std::string path;     ///< absolute, without a slash at the end
+    std::string folderId; ///< of the account
+
+    bool operator==(const SyncRoot&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(SyncRoot, (), (id, path, folderId))
+
+/// The sync roots, kept in the local index. Throw SQLiteError.
+namespace SyncRoots {
+
+[[nodiscard]] std::vector<SyncRoot> all(LocalIndex& index);
+
+void add(LocalIndex& index, const SyncRoot& root);
+
+/// With what was last reconciled below it. The folder's content stays, here and in the account.
+void remove(LocalIndex& index, const std::string& id);
+
+} // namespace SyncRoots
+
+} // namespace Korvane
