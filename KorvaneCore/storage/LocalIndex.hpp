@@ -222,9 +222,22 @@ public:
     [[nodiscard]] std::vector<std::string> transferIds(const std::vector<TransferRecord::State>& states,
                                                        std::int64_t limit);
 
-    /// Pending records that are due, oldest first, without the first `offset` of them.
-    [[nodiscard]] std::vector<TransferRecord> runnableTransfers(std::int64_t limit, Date now,
-                                                                std::int64_t offset = 0);
+    /// Where a record stands among those that wait.
+    struct WaitingPosition {
+        double createdAt = 0;   ///< as stored
+        double nextAttempt = 0; ///< as stored
+        std::int64_t row = 0;
+    };
+
+    struct RunnablePage {
+        std::vector<TransferRecord> records;
+        std::vector<WaitingPosition> positions; ///< of each
+    };
+
+    /// Pending records that are due, oldest first; only those after a position, when that is given.
+    [[nodiscard]] std::vector<TransferRecord> runnableTransfers(std::int64_t limit, Date now);
+    [[nodiscard]] RunnablePage runnablePage(std::int64_t limit, Date now,
+                                            const std::optional<WaitingPosition>& after);
 
     /// Makes a record running if it is pending, and gives it; none when it is not.
     [[nodiscard]] std::optional<TransferRecord> takeTransfer(const std::string& id);

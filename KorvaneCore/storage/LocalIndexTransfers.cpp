@@ -102,12 +102,29 @@ std::vector<std::string> LocalIndex::transferIds(const std::vector<TransferRecor
     return ids;
 }
 
-std::vector<TransferRecord> LocalIndex::runnableTransfers(std::int64_t limit, Date now, std::int64_t offset) {
+std::vector<TransferRecord> LocalIndex::runnableTransfers(std::int64_t limit, Date now) {
+    return runnablePage(limit, now, std::nullopt).records;
+}
+
+LocalIndex::RunnablePage LocalIndex::runnablePage(std::int64_t limit, Date now,
+                                                  const std::optional<WaitingPosition>& after) {
+    // The index is named because SQLite, left to itself, reads and sorts all that are due.
+    const std::string due = "SELECT rowid AS row, * FROM transfers INDEXED BY transfers_waiting "
+                            "WHERE state=0 AND next_attempt<=? ";
+    const std::string order = "ORDER BY created_at, next_attempt, rowid LIMIT ?";
     const MutexLock lock(mutex_);
-    // Left to itself SQLite reads and sorts all that are due.
-    return recordsOf(database_.query("SELECT * FROM transfers INDEXED BY transfers_waiting WHERE state=0 AND "
-                                     "next_attempt<=? ORDER BY created_at LIMIT ? OFFSET ?",
-                                     now, limit, offset));
+    const auto rows =
+        after ? database_.query(due + "AND (created_at, next_attempt, rowid) > (?, ?, ?) " + order, now,
+                                after->createdAt, after->nextAttempt, after->row, limit)
+              : database_.query(due + order, now, limit);
+    RunnablePage page;
+    for (const auto& row : rows) {
+        page.records.push_back(transferRecord(row));
+        page.positions.push_back({row.doubleValue("created_at").value_or(0),
+                                  row.doubleValue("next_attempt").value_or(0),
+                                  row.intValue("row").value_or(0)});
+    }
+    return page;
 }
 
 std::optional<TransferRecord> LocalIndex::takeTransfer(const std::string& id) {

@@ -92,11 +92,21 @@ private:
         seen_ = std::move(latest);
         co_await applyMetered();
         const bool paused = requests_->isPaused();
-        if (paused != co_await queue_->isPaused())
+        if (paused != co_await queue_->isPaused()) {
             co_await queue_->setPaused(paused);
+            if (paused)
+                spawn(strand, "queue", tellOnceRunsEnded());
+        }
         spawnCancelling();
         if (started_)
             co_await queue_->start(); // looks for what may start now
+    }
+
+    /// A paused queue makes no pass that would tell.
+    asio::awaitable<void> tellOnceRunsEnded() {
+        const auto self = shared_from_this();
+        co_await queue_->finished();
+        notifications_.post(KRIdentifiers::queueChangedNotification);
     }
 
     asio::awaitable<void> applyMetered() {

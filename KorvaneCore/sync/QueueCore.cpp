@@ -69,7 +69,7 @@ void QueueCore::start() {
         index_->makeTransfersOfTheFutureDue();
         started_ = true;
     }
-    schedulePass();
+    schedulePassOverAll();
 }
 
 void QueueCore::stop() {
@@ -93,24 +93,24 @@ void QueueCore::setPaused(bool paused) {
             run->cancel();
     }
     index_->setTransfersPaused(paused);
-    schedulePass();
+    schedulePassOverAll();
 }
 
 void QueueCore::setExpensiveNetwork(bool expensive) {
     const bool better = expensiveNetwork_ && !expensive;
     expensiveNetwork_ = expensive;
     if (better)
-        schedulePass();
+        schedulePassOverAll();
 }
 
 void QueueCore::nudge() {
     index_->makeTransfersDue();
-    schedulePass();
+    schedulePassOverAll();
 }
 
 void QueueCore::retryFailed() {
     index_->retryFailedTransfers();
-    schedulePass();
+    schedulePassOverAll();
 }
 
 std::string QueueCore::enqueueUpload(UploadJob job, std::string id) {
@@ -166,6 +166,11 @@ void QueueCore::schedulePass() {
     spawn(strand_, "queue", pass());
 }
 
+void QueueCore::schedulePassOverAll() {
+    heldBackTo_.reset();
+    schedulePass();
+}
+
 asio::awaitable<void> QueueCore::pass() {
     const auto self = shared_from_this();
     bool sawEverythingDue = false;
@@ -191,17 +196,20 @@ asio::awaitable<bool> QueueCore::fillSlots() {
     try {
         storeLeftOver();
         noticeClockSetBack();
-        std::size_t passedOver = 0;
+        auto after = heldBackTo_;
+        bool onlyHeldBack = true;
         while (mayLaunch() && freeSlots() > 0) {
             const auto limit = freeSlots() + skippable;
-            const auto due = index_->runnableTransfers(static_cast<std::int64_t>(limit), clock_->now(),
-                                                       static_cast<std::int64_t>(passedOver));
-            const auto chosen = TransferRules::candidates(due, situation());
-            for (const auto& candidate : chosen)
+            const auto due = index_->runnablePage(static_cast<std::int64_t>(limit), clock_->now(), after);
+            const auto selection = TransferRules::candidates(due.records, situation());
+            for (const auto& candidate : selection.chosen)
                 launch(candidate);
-            if (due.size() < limit)
+            if (onlyHeldBack && selection.heldBack > 0)
+                heldBackTo_ = due.positions[selection.heldBack - 1];
+            onlyHeldBack = onlyHeldBack && selection.heldBack == due.records.size();
+            if (due.records.size() < limit && selection.seen == due.records.size())
                 co_return true;
-            passedOver += due.size() - chosen.size();
+            after = due.positions.at(selection.seen - 1);
             co_await yield();
         }
     } catch (const std::exception& error) {
@@ -246,6 +254,7 @@ void QueueCore::noticeClockSetBack() {
         return;
     Log::info("queue", "the clock was set back; waiting times move with it");
     index_->delayTransfers(clock_->now(), clockAhead_ - before);
+    heldBackTo_.reset();
 }
 
 void QueueCore::armWakeUp(bool sawEverythingDue) {
@@ -276,7 +285,7 @@ asio::awaitable<void> QueueCore::sleepThenPass(double seconds) {
     co_await clock_->sleep(
         std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(seconds)));
     wakeTask_ = nullptr; // this one, which must not cancel itself
-    schedulePass();
+    schedulePassOverAll();
 }
 
 asio::awaitable<void> QueueCore::yield() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KorvaneCore/platform/Strand.hpp"
+#include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/sync/JobRunner.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 #include "KorvaneCore/sync/TransferRules.hpp"
@@ -74,6 +75,9 @@ private:
     [[nodiscard]] bool mayLaunch() const noexcept;
     [[nodiscard]] std::size_t freeSlots() const noexcept;
     void schedulePass();
+
+    /// schedulePass() after something that may concern any record, not only new ones.
+    void schedulePassOverAll();
     asio::awaitable<void> pass();
 
     /// Gives whether nothing that is due was left unread.
@@ -110,9 +114,10 @@ private:
     bool paused_ = false;
     bool expensiveNetwork_ = false;
 
-    bool filling_ = false;         // a pass is under way
-    bool refillRequested_ = false; // … and another one is wanted
-    int discarding_ = 0;           // how many cancelAll() are under way
+    bool filling_ = false;                                  // a pass is under way
+    bool refillRequested_ = false;                          // … and another one is wanted
+    std::optional<LocalIndex::WaitingPosition> heldBackTo_; // up to here all wait for another network
+    int discarding_ = 0;                                    // how many cancelAll() are under way
     std::shared_ptr<asio::cancellation_signal> wakeTask_;
     std::chrono::duration<double> clockAhead_; // the wall clock before the monotonic one
 

@@ -66,7 +66,10 @@ asio::awaitable<void> QueueCore::settle(RunPointer run, std::exception_ptr error
     remove(run);
     --unsettled_;
     settled_.cancel();
-    schedulePass();
+    if (error)
+        schedulePassOverAll(); // its record may be the oldest that waits
+    else
+        schedulePass();
 }
 
 asio::awaitable<void> QueueCore::succeeded(RunPointer run, JobRunner::Result result) {

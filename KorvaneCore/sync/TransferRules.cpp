@@ -108,28 +108,32 @@ double wakeUpDelay(TransferRecord::Date now, const std::optional<TransferRecord:
     return std::clamp(seconds(*nextAttempt) - seconds(now), shortest, longest);
 }
 
-std::vector<Candidate> candidates(const std::vector<TransferRecord>& records, const Situation& situation) {
-    std::vector<Candidate> chosen;
+Selection candidates(const std::vector<TransferRecord>& records, const Situation& situation) {
+    Selection selection;
     auto busy = situation.running;
     for (const auto& record : records) {
-        if (chosen.size() >= situation.freeSlots)
+        if (selection.chosen.size() >= situation.freeSlots)
             break;
+        ++selection.seen;
         if (situation.isTaken(record.id))
             continue;
         // What cannot be read starts all the same: the runner says what is wrong with it.
         const auto job = readableJob(record);
         const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
-        if (situation.expensiveNetwork && upload != nullptr && upload->requiresUnmetered)
+        if (situation.expensiveNetwork && upload != nullptr && upload->requiresUnmetered) {
+            if (selection.heldBack + 1 == selection.seen)
+                ++selection.heldBack;
             continue;
+        }
         const auto origin = job ? std::optional(originOf(*job)) : std::nullopt;
         const bool exclusive = origin && origin->namesOneThing();
         if (exclusive && std::ranges::find(busy, *origin) != busy.end())
             continue;
         if (exclusive)
             busy.push_back(*origin);
-        chosen.push_back({record.id, origin});
+        selection.chosen.push_back({record.id, origin});
     }
-    return chosen;
+    return selection;
 }
 
 } // namespace Korvane::TransferRules

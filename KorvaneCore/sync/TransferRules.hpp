@@ -50,8 +50,13 @@ struct Situation {
     std::vector<TransferOrigin> running;                ///< the origins of what runs
 };
 
+struct Selection {
+    std::vector<Candidate> chosen;
+    std::size_t seen = 0;     ///< how many of the records were looked at until the slots were taken
+    std::size_t heldBack = 0; ///< how many of the first records wait for another network, and nothing else
+};
+
 /// Which of the records, oldest first, may start now.
-[[nodiscard]] std::vector<Candidate> candidates(const std::vector<TransferRecord>& records,
-                                                const Situation& situation);
+[[nodiscard]] Selection candidates(const std::vector<TransferRecord>& records, const Situation& situation);
 
 } // namespace Korvane::TransferRules

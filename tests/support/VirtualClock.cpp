@@ -3,6 +3,8 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
 
+#include <algorithm>
+
 namespace Korvane::Testing {
 
 Clock::Time VirtualClock::now() const {
@@ -23,13 +25,13 @@ asio::awaitable<void> VirtualClock::sleep(Duration duration) {
         sleeper = std::make_shared<Sleeper>(
             Sleeper{monotonic_ + duration,
                     asio::steady_timer(executor, asio::steady_timer::time_point::max()), false});
+        std::erase_if(sleepers_, [](const auto& gone) { return gone.expired(); });
         sleepers_.push_back(sleeper);
     }
     boost::system::error_code woken;
     if (duration > Duration::zero())
         co_await sleeper->timer.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     const MutexLock lock(mutex_);
-    std::erase(sleepers_, sleeper);
     if (woken && !sleeper->due)
         throw boost::system::system_error(woken);
 }
@@ -38,8 +40,9 @@ void VirtualClock::advance(Duration duration) {
     const MutexLock lock(mutex_);
     now_ += std::chrono::duration_cast<Time::duration>(duration);
     monotonic_ += duration;
-    for (const auto& sleeper : sleepers_) {
-        if (sleeper->until > monotonic_)
+    for (const auto& each : sleepers_) {
+        const auto sleeper = each.lock();
+        if (!sleeper || sleeper->until > monotonic_)
             continue;
         sleeper->due = true;
         // On its own executor: the sleeper's coroutine may be touching the timer now.
@@ -54,7 +57,8 @@ void VirtualClock::jump(Duration duration) {
 
 std::size_t VirtualClock::sleepers() const {
     const MutexLock lock(mutex_);
-    return sleepers_.size();
+    return static_cast<std::size_t>(
+        std::ranges::count_if(sleepers_, [](const auto& each) { return !each.expired(); }));
 }
 
 } // namespace Korvane::Testing

@@ -34,7 +34,8 @@ private:
     mutable Mutex mutex_;
     Time now_ KR_GUARDED_BY(mutex_) = Time(std::chrono::seconds(1'800'000'000));
     Instant monotonic_ KR_GUARDED_BY(mutex_);
-    std::vector<std::shared_ptr<Sleeper>> sleepers_ KR_GUARDED_BY(mutex_);
+    // Owned by the coroutines that sleep, which may be destroyed with their executor.
+    std::vector<std::weak_ptr<Sleeper>> sleepers_ KR_GUARDED_BY(mutex_);
 };
 
 } // namespace Korvane::Testing
