@@ -30,7 +30,7 @@ bool isHeaderText(std::string_view text) {
                        [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f; });
 }
 
-bool isLoopback(boost::urls::url_view url) {
+bool isLoopback(const boost::urls::url_view& url) {
     const auto host = url.host();
     return host == "localhost" || host == "[::1]" || host.starts_with("127.");
 }

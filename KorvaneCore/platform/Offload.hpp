@@ -50,7 +50,8 @@ asio::awaitable<Result> offload(Work work) {
             });
         },
         asio::use_awaitable, std::move(work));
-    co_return std::move(outcome->result).value();
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): an error would have been thrown
+    co_return std::move(*outcome->result);
 }
 
 } // namespace Korvane

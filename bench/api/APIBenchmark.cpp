@@ -96,7 +96,7 @@ void requestsThroughSession(benchmark::State& state) {
                            });
         context.run();
     }
-    state.SetItemsProcessed(state.iterations() * (requestsEachRound / inFlight * inFlight));
+    state.SetItemsProcessed(state.iterations() * std::int64_t{requestsEachRound / inFlight} * inFlight);
 }
 
 std::size_t ignoreBody(const char*, std::size_t size, std::size_t count, void*) {

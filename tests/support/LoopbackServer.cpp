@@ -67,7 +67,7 @@ asio::awaitable<void> LoopbackServer::serve(tcp::socket socket) {
             co_await http::async_write(socket, response, asio::use_awaitable);
         }
     } catch (const boost::system::system_error&) {
-        // The client closed the connection.
+        co_return; // the client closed the connection
     }
 }
 
