@@ -15,6 +15,7 @@
 #include <boost/system/system_error.hpp>
 
 #include <filesystem>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -74,6 +75,7 @@ TransferHelper::TransferHelper(Settings settings, FileDescriptor listening,
 }
 
 void TransferHelper::run() {
+    const auto socket = SessionFiles::socket(settings_.identifier);
     for (auto& result : KeptResults::take(settings_.identifier))
         tasks_[result.task].result = std::move(result);
     spawn(context_.get_executor(), "transfers", accept());
@@ -81,7 +83,9 @@ void TransferHelper::run() {
     context_.run();
 
     // Nobody can connect any more; whoever just did finds the connection closed and starts another helper.
-    std::filesystem::remove(SessionFiles::socket(settings_.identifier));
+    std::error_code error;
+    if (!std::filesystem::remove(socket, error))
+        Log::warning("transfers", "the socket was gone already");
     std::vector<TaskResult> uncollected;
     for (auto& [number, task] : tasks_)
         uncollected.push_back(std::move(task.result.value()));

@@ -120,8 +120,10 @@ TEST_P(BlobTransportTest, AnythingButTheRangeAskedForIsRetryable) {
 }
 
 TEST_P(BlobTransportTest, StorageThatStallsIsGivenUpAsRetryable) {
-    service->faults().add(putRoute, Fault::Hold{});
-    const auto error = failure(transport->put(partURL(0), partBytes(0)));
+    putBoth();
+    const auto url = complete();
+    service->faults().add(getRoute, Fault::Hold{});
+    const auto error = failure(transport->get(url, {0, 1000}));
     EXPECT_TRUE(error.is<E::Transport>() && error.isRetryable()) << error.what();
 }
 
