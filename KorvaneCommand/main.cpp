@@ -4,6 +4,8 @@
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
+#include "KorvaneCommand/SyncCommands.hpp"
+#include "KorvaneCommand/TransferCommands.hpp"
 #include "KorvaneCommand/WidgetsCommand.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
@@ -20,13 +22,15 @@ int run(int argc, char** argv) {
                  "korvane");
     app.require_subcommand(1);
     int status = ExitCode::done;
-    addIndexCommand(app, status);
     addAccountCommands(app, status);
+    addSyncCommands(app, status);
+    addTransferCommands(app, status);
+    addStatusCommand(app, status);
     addQueueCommand(app, status);
     addActivityCommand(app, status);
-    addServiceCommand(app, status);
-    addStatusCommand(app, status);
+    addIndexCommand(app, status);
     addWidgetsCommand(app, status);
+    addServiceCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

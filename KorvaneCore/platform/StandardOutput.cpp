@@ -1,5 +1,7 @@
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 namespace Korvane {
@@ -9,6 +11,10 @@ int exitStatus(const char* program, int status) {
         return status;
     std::fprintf(stderr, "%s: the answer could not be written to standard output\n", program);
     return 1;
+}
+
+bool isTerminal(std::FILE* stream) noexcept {
+    return ::isatty(::fileno(stream)) == 1;
 }
 
 } // namespace Korvane

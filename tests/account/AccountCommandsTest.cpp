@@ -7,7 +7,6 @@ namespace Korvane::Testing {
 namespace {
 
 TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
-    const TemporaryContainer container;
     LocalService service;
     ChildProcess signUp({"/bin/sh", "-c",
                          "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
@@ -20,7 +19,7 @@ TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
     const auto whoami = runProgram("korvane", {"whoami"});
     EXPECT_EQ(whoami.exitCode, 0);
     EXPECT_TRUE(whoami.output.starts_with("Signed in as ann@example.org")) << whoami.output;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(container.path()))
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(service.container()))
         if (entry.is_regular_file())
             EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(077),
                       std::filesystem::perms::none)

@@ -23,7 +23,6 @@ struct SignedDevice {
 };
 
 TEST(AccountServiceTest, TheMasterKeyComesBackByEveryRoad) {
-    const TemporaryContainer container;
     LocalService service;
     SignedDevice first(service);
     const auto code = first.device.run(first.account.signUp(email, "one"));
@@ -49,7 +48,6 @@ TEST(AccountServiceTest, TheMasterKeyComesBackByEveryRoad) {
 }
 
 TEST(AccountServiceTest, WrongSecretsAreTheirOwnErrors) {
-    const TemporaryContainer container;
     LocalService service;
     SignedDevice signedIn(service);
     auto& [device, account] = signedIn;
@@ -72,7 +70,6 @@ TEST(AccountServiceTest, WrongSecretsAreTheirOwnErrors) {
 }
 
 TEST(AccountServiceTest, NothingIsSentForUnsafePasswordSettings) {
-    const TemporaryContainer container;
     for (const AuthParams::Argon2 unsafe : {AuthParams::Argon2{65535, 3, 1, 32},
                                             {65536, 2, 1, 32},
                                             {65536, 3, 0, 32},
@@ -89,7 +86,6 @@ TEST(AccountServiceTest, NothingIsSentForUnsafePasswordSettings) {
 }
 
 TEST(AccountServiceTest, SigningOutForgetsEverythingEvenOffline) {
-    const TemporaryContainer container;
     LocalService service;
     SignedDevice signedIn(service);
     auto& [device, account] = signedIn;
@@ -120,7 +116,6 @@ private:
 };
 
 TEST(AccountServiceTest, OneAccountsTokensNeverStandBesideAnothersKey) {
-    const TemporaryContainer container;
     LocalService service;
     SignedDevice signedIn(service);
     auto& [device, account] = signedIn;

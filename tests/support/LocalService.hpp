@@ -29,6 +29,9 @@ public:
 
     [[nodiscard]] const std::filesystem::path& folder() const { return folder_.path(); }
 
+    /// The container of this process and of the programs it starts.
+    [[nodiscard]] std::filesystem::path container() const { return container_.path(); }
+
     [[nodiscard]] KRConfiguration configuration() const;
 
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();

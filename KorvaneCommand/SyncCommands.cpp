@@ -1,0 +1,194 @@
+#include "KorvaneCommand/SyncCommands.hpp"
+
+#include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/ProgressDisplay.hpp"
+#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
+
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+namespace Korvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds lookInterval{500};
+
+struct SyncRequest {
+    fs::path folder;
+    std::string to;
+    std::string root;
+    bool json = false;
+    bool once = false;
+};
+
+struct StatsReport {
+    std::int64_t pending = 0;
+    std::int64_t running = 0;
+    std::int64_t failed = 0;
+    std::int64_t paused = 0;
+    std::int64_t bytesDone = 0;
+    std::int64_t bytesTotal = 0;
+
+    bool operator==(const StatsReport&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(StatsReport, (), (pending, running, failed, paused, bytesDone, bytesTotal))
+
+void tellOthers(Workshop& workshop) {
+    std::vector<StatusDatabase::Root> roots;
+    for (const auto& root : SyncRoots::all(*workshop.index))
+        roots.push_back({root.path, root.folderId});
+    workshop.status->setRoots(roots);
+}
+
+bool overlap(const std::string& a, const std::string& b) {
+    return a == b || a.starts_with(b + "/") || b.starts_with(a + "/");
+}
+
+asio::awaitable<SyncRoot> added(Workshop& workshop, const SyncRequest& request) {
+    const auto folder = fs::canonical(request.folder).string();
+    if (!fs::is_directory(folder))
+        throw std::runtime_error(folder + " is no folder");
+    for (const auto& other : SyncRoots::all(*workshop.index))
+        if (overlap(folder, other.path))
+            throw std::runtime_error(other.path + " is synced already");
+    co_await workshop.pull();
+    const auto remote = request.to.empty() ? fs::path(folder).filename().string() : request.to;
+    SyncRoot root{newUUID(), folder, co_await workshop.folderAt(remote)};
+    SyncRoots::add(*workshop.index, root);
+    tellOthers(workshop);
+    co_return root;
+}
+
+int add(const SyncRequest& request) {
+    Workshop workshop;
+    const auto root = workshop.client.run(added(workshop, request));
+    if (request.json)
+        std::puts(KRJSON::write(root).c_str());
+    else
+        std::printf("%s is synced from the next `korvane run` on.\n", printable(root.path).c_str());
+    return ExitCode::done;
+}
+
+int remove(const SyncRequest& request) {
+    Workshop workshop;
+    const auto roots = SyncRoots::all(*workshop.index);
+    const auto path = fs::weakly_canonical(request.root).string();
+    const auto found = std::ranges::find_if(
+        roots, [&](const SyncRoot& root) { return root.id == request.root || root.path == path; });
+    if (found == roots.end())
+        throw std::runtime_error("\"" + request.root + "\" is not synced");
+    SyncRoots::remove(*workshop.index, found->id);
+    workshop.status->clearRoot(found->path);
+    tellOthers(workshop);
+    std::printf("%s is no longer synced; its files stay where they are.\n", printable(found->path).c_str());
+    return ExitCode::done;
+}
+
+int list(const SyncRequest& request) {
+    Workshop workshop;
+    const auto roots = SyncRoots::all(*workshop.index);
+    if (request.json)
+        std::puts(KRJSON::write(roots).c_str());
+    else if (roots.empty())
+        std::puts("No folder is synced.");
+    for (const auto& root : roots)
+        if (!request.json)
+            std::printf("%s  %s\n", root.id.c_str(), printable(root.path).c_str());
+    return ExitCode::done;
+}
+
+/// What the display shows, as events for programs.
+class Events {
+public:
+    void show(const TransferQueueStats& stats) {
+        const StatsReport report{stats.pending, stats.running,   stats.failed,
+                                 stats.paused,  stats.bytesDone, stats.bytesTotal};
+        if (shown_ == report)
+            return;
+        shown_ = report;
+        std::puts(KRJSON::write(report).c_str());
+        std::fflush(stdout);
+    }
+
+private:
+    std::optional<StatsReport> shown_;
+};
+
+asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& request) {
+    const auto executor = co_await asio::this_coro::executor;
+    asio::steady_timer look(executor);
+    bool stopped = false;
+    asio::signal_set signals(executor, SIGINT, SIGTERM);
+    signals.async_wait([&](const boost::system::error_code& error, int) {
+        stopped = !error;
+        look.cancel();
+    });
+    if (!co_await workshop.startTransfers())
+        throw std::runtime_error("another korvane is at work on this account's transfers");
+    co_await workshop.pull();
+    co_await workshop.startSync();
+    ProgressDisplay display;
+    Events events;
+    for (int quiet = 0; !stopped && !(request.once && quiet > 3);) {
+        const auto stats = co_await workshop.queue->stats();
+        if (request.json)
+            events.show(stats);
+        else
+            display.show(stats);
+        quiet = stats.pending + stats.running == 0 && workshop.reconciles() > 0 ? quiet + 1 : 0;
+        look.expires_after(lookInterval);
+        boost::system::error_code woken;
+        co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
+    }
+    display.end();
+    signals.cancel();
+    co_await workshop.stopTransfers();
+}
+
+int run(const SyncRequest& request) {
+    Workshop workshop;
+    workshop.client.run(runUntilStopped(workshop, request));
+    return ExitCode::done;
+}
+
+} // namespace
+
+void addSyncCommands(CLI::App& app, int& status) {
+    auto* sync = app.add_subcommand("sync", "Which folders are mirrored to the account");
+    sync->require_subcommand(1);
+    const auto request = std::make_shared<SyncRequest>();
+
+    auto* adding = sync->add_subcommand("add", "Mirror a folder");
+    adding->add_option("FOLDER", request->folder, "The folder")->required();
+    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)");
+    adding->add_flag("--json", request->json, "Print one line of JSON");
+    adding->callback([request, &status] { status = add(*request); });
+
+    auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
+    removing->add_option("FOLDER", request->root, "The folder, or its identifier")->required();
+    removing->callback([request, &status] { status = remove(*request); });
+
+    auto* listing = sync->add_subcommand("list", "List them");
+    listing->add_flag("--json", request->json, "Print one line of JSON");
+    listing->callback([request, &status] { status = list(*request); });
+
+    auto* running = app.add_subcommand("run", "Mirror the folders and move what waits, until interrupted");
+    running->add_flag("--json", request->json, "Print a line of JSON after each change");
+    running->add_flag("--once", request->once, "End once everything is in the account");
+    running->callback([request, &status] { status = run(*request); });
+}
+
+} // namespace Korvane

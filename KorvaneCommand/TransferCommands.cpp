@@ -1,0 +1,215 @@
+#include "KorvaneCommand/TransferCommands.hpp"
+
+#include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/ProgressDisplay.hpp"
+#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneCore/sync/LocalScan.hpp"
+
+#include <boost/describe/class.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+namespace Korvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds lookInterval{200};
+
+struct TransferRequest {
+    std::vector<fs::path> paths;
+    std::string remote;
+    fs::path destination;
+    bool json = false;
+};
+
+/// What became of one file.
+struct FileReport {
+    std::string name;
+    std::string state; ///< "done", "failed", "dropped" or "queued"
+    std::optional<std::string> error;
+};
+BOOST_DESCRIBE_STRUCT(FileReport, (), (name, state, error))
+
+struct Enqueued {
+    std::string id;
+    std::string name;
+};
+
+using Batch = std::vector<Enqueued>;
+
+void print(const std::vector<FileReport>& reports, bool json) {
+    if (json) {
+        std::puts(KRJSON::write(reports).c_str());
+        return;
+    }
+    for (const auto& report : reports)
+        std::printf("%-8s %s%s%s\n", report.state.c_str(), printable(report.name).c_str(),
+                    report.error ? ": " : "", report.error ? printable(*report.error).c_str() : "");
+}
+
+/// How a record stands now; none while it waits or moves.
+std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
+    const auto record = index.transfer(file.id);
+    if (!record)
+        return FileReport{file.name, "dropped", std::nullopt};
+    if (record->state == TransferRecord::State::done)
+        return FileReport{file.name, "done", std::nullopt};
+    if (record->state == TransferRecord::State::failed)
+        return FileReport{file.name, "failed", record->lastError};
+    return std::nullopt;
+}
+
+/// Runs the queue until every file of the batch has settled.
+asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
+    std::vector<FileReport> reports;
+    if (!co_await workshop.startTransfers()) {
+        for (const auto& file : batch)
+            reports.push_back({file.name, "queued", std::nullopt});
+        co_return reports;
+    }
+    ProgressDisplay display;
+    for (std::size_t next = 0; next < batch.size();) {
+        if (auto report = settled(*workshop.index, batch[next])) {
+            reports.push_back(std::move(*report));
+            ++next;
+            continue;
+        }
+        display.show(co_await workshop.queue->stats());
+        co_await systemClock()->sleep(lookInterval);
+    }
+    display.end();
+    co_await workshop.stopTransfers();
+    co_return reports;
+}
+
+int exitCodeOf(const std::vector<FileReport>& reports) {
+    const auto isBad = [](const FileReport& report) {
+        return report.state == "failed" || report.state == "dropped";
+    };
+    return std::ranges::any_of(reports, isBad) ? ExitCode::failed : ExitCode::done;
+}
+
+asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::string folderId) {
+    UploadJob job;
+    job.sourcePath = file.string();
+    job.folderId = std::move(folderId);
+    job.name = file.filename().string();
+    job.clientFileId = newUUID();
+    auto name = job.name;
+    batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
+}
+
+asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
+    const auto stat = localStat(path);
+    if (!stat)
+        throw std::runtime_error(path.string() + " does not exist");
+    if (!stat->isDirectory) {
+        co_await enqueueFile(workshop, batch, path, co_await workshop.folderAt(to));
+        co_return;
+    }
+    const auto target = to + "/" + path.filename().string();
+    co_await workshop.folderAt(target);
+    const auto scan = scanFolder(path);
+    for (const auto& skipped : scan.skipped)
+        std::fprintf(stderr, "korvane: skipped %s: %s.\n", printable(skipped.relPath).c_str(),
+                     skipped.reason.c_str());
+    for (const auto& entry : scan.entries) {
+        const auto parent = fs::path(entry.relPath).parent_path().string();
+        if (entry.stat.isDirectory)
+            co_await workshop.folderAt(target + "/" + entry.relPath);
+        else
+            co_await enqueueFile(workshop, batch, path / entry.relPath,
+                                 co_await workshop.folderAt(target + "/" + parent));
+    }
+}
+
+asio::awaitable<std::vector<FileReport>> uploadAll(Workshop& workshop, const TransferRequest& request) {
+    co_await workshop.pull();
+    Batch batch;
+    for (const auto& path : request.paths) {
+        const auto absolute = fs::absolute(path).lexically_normal();
+        co_await enqueuePath(workshop, batch, absolute.has_filename() ? absolute : absolute.parent_path(),
+                             request.remote);
+    }
+    co_return co_await carryOut(workshop, std::move(batch));
+}
+
+/// Names come from other devices; none may lead out of the folder they belong to.
+void requireSafe(const std::string& relPath) {
+    for (const auto& part : fs::path(relPath))
+        if (part == ".." || part == "." || part.empty() || part == "/" ||
+            relPath.find('\0') != std::string::npos)
+            throw std::runtime_error("\"" + printable(relPath) + "\" is no name a file can have here");
+}
+
+asio::awaitable<void> enqueueDownload(Workshop& workshop, Batch& batch, IndexItem item,
+                                      fs::path destination) {
+    DownloadJob job;
+    job.fileId = item.id;
+    job.destinationPath = destination.string();
+    batch.push_back(
+        {co_await workshop.queue->enqueueDownload(std::move(job), item.name, item.size), item.name});
+}
+
+asio::awaitable<std::vector<FileReport>> downloadAll(Workshop& workshop, const TransferRequest& request) {
+    co_await workshop.pull();
+    const auto item = workshop.itemAt(request.remote);
+    if (!item)
+        throw std::runtime_error("\"" + request.remote + "\" is not in the account");
+    auto destination = fs::absolute(request.destination.empty() ? fs::path(".") : request.destination);
+    requireSafe(item->name.empty() ? "root" : item->name);
+    if (fs::is_directory(destination) && !item->name.empty())
+        destination /= item->name;
+    Batch batch;
+    if (!item->isFolder) {
+        co_await enqueueDownload(workshop, batch, *item, destination);
+        co_return co_await carryOut(workshop, std::move(batch));
+    }
+    fs::create_directories(destination);
+    for (const auto& [relPath, child] : workshop.index->descendants(item->id)) {
+        if (child.deletedAt)
+            continue;
+        requireSafe(relPath);
+        if (child.isFolder)
+            fs::create_directories(destination / relPath);
+        else
+            co_await enqueueDownload(workshop, batch, child, destination / relPath);
+    }
+    co_return co_await carryOut(workshop, std::move(batch));
+}
+
+int transfer(const TransferRequest& request,
+             asio::awaitable<std::vector<FileReport>> (*work)(Workshop&, const TransferRequest&)) {
+    Workshop workshop;
+    const auto reports = workshop.client.run(work(workshop, request));
+    print(reports, request.json);
+    return exitCodeOf(reports);
+}
+
+} // namespace
+
+void addTransferCommands(CLI::App& app, int& status) {
+    auto* upload = app.add_subcommand("upload", "Upload files and folders");
+    const auto up = std::make_shared<TransferRequest>();
+    upload->add_option("PATH", up->paths, "Files and folders")->required();
+    upload->add_option("--to", up->remote, "Folder of the account, made if missing (default: its root)");
+    upload->add_flag("--json", up->json, "Print one line of JSON");
+    upload->callback([up, &status] { status = transfer(*up, uploadAll); });
+
+    auto* download = app.add_subcommand("download", "Download a file or folder");
+    const auto down = std::make_shared<TransferRequest>();
+    download->add_option("REMOTE", down->remote, "Path in the account")->required();
+    download->add_option("DEST", down->destination, "Where to put it (default: here)");
+    download->add_flag("--json", down->json, "Print one line of JSON");
+    download->callback([down, &status] { status = transfer(*down, downloadAll); });
+}
+
+} // namespace Korvane
