@@ -9,7 +9,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
+#include <iterator>
 #include <utility>
 
 namespace KRCrypto {
@@ -43,17 +43,26 @@ std::uint8_t* input(ByteView bytes) {
 
 struct Limit {
     std::int64_t value;
+    std::int64_t floor;
     std::int64_t ceiling;
     int tooSmall;
     int tooLarge;
 };
 
-std::array<Limit, 4> limitsOf(const Argon2Params& params) {
+// In the order in which the library looks at them.
+std::array<Limit, 5> limitsOf(ByteView salt, const Argon2Params& params) {
+    constexpr std::int64_t blocksPerLane = 8;
+    const std::int64_t lanes = std::clamp<std::int64_t>(params.parallelism, 0, ARGON2_MAX_LANES);
+    const std::int64_t leastMemory = std::max<std::int64_t>(ARGON2_MIN_MEMORY, blocksPerLane * lanes);
+    const Argon2Params& most = ceilingParams;
     return {{
-        {params.outputLength, ceilingParams.outputLength, ARGON2_OUTPUT_TOO_SHORT, ARGON2_OUTPUT_TOO_LONG},
-        {params.memoryKib, ceilingParams.memoryKib, ARGON2_MEMORY_TOO_LITTLE, ARGON2_MEMORY_TOO_MUCH},
-        {params.iterations, ceilingParams.iterations, ARGON2_TIME_TOO_SMALL, ARGON2_TIME_TOO_LARGE},
-        {params.parallelism, ceilingParams.parallelism, ARGON2_LANES_TOO_FEW, ARGON2_LANES_TOO_MANY},
+        {params.outputLength, ARGON2_MIN_OUTLEN, most.outputLength, ARGON2_OUTPUT_TOO_SHORT,
+         ARGON2_OUTPUT_TOO_LONG},
+        {std::ssize(salt), ARGON2_MIN_SALT_LENGTH, ARGON2_MAX_SALT_LENGTH, ARGON2_SALT_TOO_SHORT,
+         ARGON2_SALT_TOO_LONG},
+        {params.memoryKib, leastMemory, most.memoryKib, ARGON2_MEMORY_TOO_LITTLE, ARGON2_MEMORY_TOO_MUCH},
+        {params.iterations, ARGON2_MIN_TIME, most.iterations, ARGON2_TIME_TOO_SMALL, ARGON2_TIME_TOO_LARGE},
+        {params.parallelism, ARGON2_MIN_LANES, most.parallelism, ARGON2_LANES_TOO_FEW, ARGON2_LANES_TOO_MANY},
     }};
 }
 
@@ -107,12 +116,9 @@ void requireSafeServerParams(const Argon2Params& params) {
 }
 
 SecretBytes argon2idUntrusted(std::string_view password, ByteView salt, const Argon2Params& params) {
-    for (const Limit& limit : limitsOf(params)) {
-        if (limit.value < 0) {
-            fail(limit.tooSmall);
-        }
-        if (limit.value > limit.ceiling) {
-            fail(limit.tooLarge);
+    for (const Limit& limit : limitsOf(salt, params)) {
+        if (limit.value < limit.floor || limit.value > limit.ceiling) {
+            fail(limit.value < limit.floor ? limit.tooSmall : limit.tooLarge);
         }
     }
     return argon2id(password, salt, params);

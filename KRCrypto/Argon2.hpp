@@ -34,8 +34,9 @@ SecretBytes argon2idRaw(ByteView password, ByteView salt, ByteView secret, ByteV
 // iterations and 64 lanes. Throws ServerKDFError. Called before anything is derived from a password.
 void requireSafeServerParams(const Argon2Params& params);
 
-// argon2id for parameters of a link or a drop, which their maker chose: the same ceilings hold, before any
-// memory is taken. Throws Argon2 with the library's code and text for the value out of range.
+// argon2id for salt and parameters of a link or a drop, which their maker chose: the same ceilings hold,
+// before any memory is taken, but no floors beyond the library's. Throws Argon2 with the library's code and
+// text for the first value out of range, in the library's order: output, salt, memory, iterations, lanes.
 SecretBytes argon2idUntrusted(std::string_view password, ByteView salt, const Argon2Params& params);
 
 } // namespace KRCrypto

@@ -8,6 +8,7 @@
 #include "KRCrypto/SealedBox.hpp"
 #include "KRCrypto/internal/AesGcm.hpp"
 #include "KRCrypto/internal/ChunkCipher.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
 #include "KRCrypto/internal/SourceFile.hpp"
 
 #include <algorithm>
@@ -25,13 +26,6 @@ constexpr auto tagSize = static_cast<std::int64_t>(gcmTagSize);
 
 // What is read, hashed and encrypted at a time: small enough to stay in the processor's cache in between.
 constexpr std::size_t blockSize = 262144;
-
-// A key is checked before anything else about a chunk.
-void requireKey(ByteView fk) {
-    if (fk.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{fk.size()});
-    }
-}
 
 void requireSize(bool fits) {
     if (!fits) {
@@ -75,7 +69,7 @@ SecretBytes generateFileKey() {
 }
 
 std::int64_t chunkCount(std::int64_t forPlainSize, std::int64_t chunkSize) {
-    Internal::requireChunkSize(chunkSize);
+    requireSize(chunkSize > 0);
     return forPlainSize < 1 ? 1 : (forPlainSize - 1) / chunkSize + 1;
 }
 
@@ -85,17 +79,21 @@ std::int64_t encryptedSize(std::int64_t forPlainSize, std::int64_t chunkSize) {
 
 ByteRange encryptedRange(std::int64_t index, std::int64_t chunkCount, std::int64_t encryptedSize,
                          std::int64_t chunkSize) {
-    Internal::requireChunkSize(chunkSize);
-    const ChunkPosition inRange(index, chunkCount);
-    const std::int64_t stride = chunkSize + tagSize;
-    const std::int64_t start = index * stride; // below 2^32 * 2^24
-    requireSize(start < encryptedSize);
-    return {.start = start, .end = std::min(start + stride, encryptedSize)};
+    requireSize(chunkSize > 0);
+    if (index < 0 || index >= chunkCount) {
+        throw KRCryptoError(KRCryptoError::InvalidChunkIndex{});
+    }
+    std::int64_t stride = 0;
+    std::int64_t start = 0;
+    requireSize(!__builtin_add_overflow(chunkSize, tagSize, &stride) &&
+                !__builtin_mul_overflow(index, stride, &start));
+    const std::int64_t left = encryptedSize > start ? encryptedSize - start : 0;
+    return {.start = start, .end = start + std::min(stride, left)};
 }
 
 Bytes encryptChunk(ByteView fk, std::int64_t index, std::int64_t chunkCount, ByteView plain) {
     // Sizes are checked before memory is taken for them.
-    requireKey(fk);
+    Internal::requireKeySize(fk);
     const ChunkPosition inRange(index, chunkCount);
     requireSize(std::cmp_less_equal(plain.size(), chunkSize));
     Bytes out(plain.size() + gcmTagSize);
@@ -104,7 +102,7 @@ Bytes encryptChunk(ByteView fk, std::int64_t index, std::int64_t chunkCount, Byt
 }
 
 Bytes decryptChunk(ByteView fk, std::int64_t index, std::int64_t chunkCount, ByteView cipher) {
-    requireKey(fk);
+    Internal::requireKeySize(fk);
     const ChunkPosition inRange(index, chunkCount);
     requireSize(std::cmp_less_equal(cipher.size(), encChunkSize));
     Bytes out(cipher.size() - std::min(cipher.size(), gcmTagSize));
@@ -114,18 +112,18 @@ Bytes decryptChunk(ByteView fk, std::int64_t index, std::int64_t chunkCount, Byt
 
 ByteView encryptChunkInto(ByteView fk, std::int64_t index, std::int64_t chunkCount, ByteView plain,
                           MutableBytes out) {
-    requireKey(fk);
+    Internal::requireKeySize(fk);
     const ChunkPosition position(index, chunkCount);
     requireSize(std::cmp_less_equal(plain.size(), chunkSize) && out.size() >= plain.size() + gcmTagSize);
     const MutableBytes chunk = out.first(plain.size() + gcmTagSize);
-    AesGcm(fk).seal(position.nonce(), position.associatedData(), plain, chunk.data(),
-                    chunk.last<gcmTagSize>());
+    AesGcm::sealOnce(fk, position.nonce(), position.associatedData(), plain, chunk.data(),
+                     chunk.last<gcmTagSize>());
     return chunk;
 }
 
 ByteView decryptChunkInto(ByteView fk, std::int64_t index, std::int64_t chunkCount, ByteView cipher,
                           MutableBytes out) {
-    requireKey(fk);
+    Internal::requireKeySize(fk);
     const ChunkPosition position(index, chunkCount);
     requireSize(std::cmp_less_equal(cipher.size(), encChunkSize));
     if (cipher.size() < gcmTagSize) {
@@ -134,21 +132,21 @@ ByteView decryptChunkInto(ByteView fk, std::int64_t index, std::int64_t chunkCou
     const ByteView ciphertext = cipher.first(cipher.size() - gcmTagSize);
     requireSize(out.size() >= ciphertext.size());
     const MutableBytes plain = out.first(ciphertext.size());
-    AesGcm(fk).open(position.nonce(), position.associatedData(), ciphertext, cipher.last<gcmTagSize>(),
-                    plain);
+    AesGcm::openOnce(fk, position.nonce(), position.associatedData(), ciphertext, cipher.last<gcmTagSize>(),
+                     plain);
     return plain;
 }
 
 EncryptSummary encryptFile(const std::filesystem::path& at, ByteView fk, std::int64_t chunkSize,
                            const EncryptedChunkSink& sink, const std::stop_token& stop) {
-    AesGcm cipher(fk);
     const Internal::SourceFile file(at);
     const std::int64_t plainSize = file.size();
     const std::int64_t count = chunkCount(plainSize, chunkSize);
-    requireSize(count <= maxParts);
+    const auto largest = static_cast<std::size_t>(std::min(chunkSize, plainSize));
+    requireSize(count <= maxParts && std::cmp_less_equal(largest, KRCrypto::chunkSize));
+    AesGcm cipher(fk);
 
     Sha256 hasher;
-    const auto largest = static_cast<std::size_t>(std::min(chunkSize, plainSize));
     Bytes block(std::min(blockSize, largest));
     Bytes encrypted(largest + gcmTagSize);
     for (std::int64_t index = 0; index < count; ++index) {
@@ -172,10 +170,18 @@ EncryptSummary encryptFile(const std::filesystem::path& at, ByteView fk, std::in
 std::string decryptChunks(ByteView fk, std::int64_t chunkCount,
                           std::optional<std::string_view> expectedSHA256, const EncryptedChunkSource& source,
                           const PlainChunkSink& sink) {
+    return decryptChunks(
+        fk, chunkCount, expectedSHA256,
+        EncryptedChunkFiller([&source](std::int64_t index, Bytes& chunk) { chunk = source(index); }), sink);
+}
+
+std::string decryptChunks(ByteView fk, std::int64_t chunkCount,
+                          std::optional<std::string_view> expectedSHA256, const EncryptedChunkFiller& filler,
+                          const PlainChunkSink& sink) {
     ChunkDecryptor decryptor(fk, chunkCount);
     Bytes chunk;
     for (std::int64_t index = 0; index < chunkCount; ++index) {
-        source(index, chunk);
+        filler(index, chunk);
         sink(decryptor.decryptInto(index, chunk, chunk)); // in place: one chunk is held, not two
     }
     return decryptor.finish(expectedSHA256);

@@ -38,9 +38,11 @@ struct ByteRange {
 using EncryptedChunkSink = std::function<void(std::int64_t index, ByteView encryptedChunk)>;
 using PlainChunkSink = std::function<void(ByteView plain)>;
 
-// Puts encrypted chunk `index` into `chunk`, resizing it as needed; the same buffer comes again for every
-// chunk.
-using EncryptedChunkSource = std::function<void(std::int64_t index, Bytes& chunk)>;
+// Returns encrypted chunk `index`.
+using EncryptedChunkSource = std::function<Bytes(std::int64_t index)>;
+
+// Puts it into `chunk`, resizing it as needed; the same buffer comes again for every chunk.
+using EncryptedChunkFiller = std::function<void(std::int64_t index, Bytes& chunk)>;
 
 // Files are encrypted in chunks under a key of their own, each chunk with AES-256-GCM:
 //
@@ -50,8 +52,8 @@ using EncryptedChunkSource = std::function<void(std::int64_t index, Bytes& chunk
 //
 // Nonces repeat with the key, so a file key is never used for two contents. Every chunk is bound to its place
 // and to the number of chunks: dropped, swapped and foreign chunks do not open. Sizes are in bytes. A chunk
-// size other than `chunkSize` is for tests; outside 1 to `chunkSize` it throws SizeMismatch. File errors are
-// std::system_error.
+// size other than `chunkSize` is for tests; below 1 it throws SizeMismatch, and what has to be encrypted in
+// one chunk throws it above `chunkSize` bytes. File errors are std::system_error.
 namespace ChunkCrypto {
 
 SecretBytes generateFileKey();
@@ -62,8 +64,8 @@ std::int64_t chunkCount(std::int64_t forPlainSize, std::int64_t chunkSize = KRCr
 // Throws SizeMismatch when it exceeds 64 bits.
 std::int64_t encryptedSize(std::int64_t forPlainSize, std::int64_t chunkSize = KRCrypto::chunkSize);
 
-// Where chunk `index` lies in the blob. Throws InvalidChunkIndex, and SizeMismatch when the blob ends before
-// it.
+// Where chunk `index` lies in the blob; empty when the blob ends before it. Throws InvalidChunkIndex unless
+// 0 ≤ index < chunkCount, and SizeMismatch when the place exceeds 64 bits.
 ByteRange encryptedRange(std::int64_t index, std::int64_t chunkCount, std::int64_t encryptedSize,
                          std::int64_t chunkSize = KRCrypto::chunkSize);
 
@@ -81,9 +83,9 @@ ByteView decryptChunkInto(ByteView fk, std::int64_t index, std::int64_t chunkCou
                           MutableBytes out);
 
 // Encrypts a file chunk by chunk, in order. Holds one encrypted chunk and a small part of its plaintext.
-// Throws FileChangedDuringRead when the file shrinks or grows meanwhile, SizeMismatch before reading when it
-// takes more than `maxParts` chunks, std::system_error with std::errc::operation_canceled when stopped, and
-// what the sink throws.
+// Opens the file before it looks at anything else. Throws FileChangedDuringRead when the file shrinks or
+// grows meanwhile, SizeMismatch before reading when it takes more than `maxParts` chunks, InvalidKeyLength,
+// std::system_error with std::errc::operation_canceled when stopped, and what the sink throws.
 EncryptSummary encryptFile(const std::filesystem::path& at, ByteView fk, std::int64_t chunkSize,
                            const EncryptedChunkSink& sink, const std::stop_token& stop = {});
 
@@ -92,6 +94,9 @@ EncryptSummary encryptFile(const std::filesystem::path& at, ByteView fk, std::in
 // the hash is known.
 std::string decryptChunks(ByteView fk, std::int64_t chunkCount,
                           std::optional<std::string_view> expectedSHA256, const EncryptedChunkSource& source,
+                          const PlainChunkSink& sink);
+std::string decryptChunks(ByteView fk, std::int64_t chunkCount,
+                          std::optional<std::string_view> expectedSHA256, const EncryptedChunkFiller& filler,
                           const PlainChunkSink& sink);
 
 // Hash and size of a file, read through a buffer of `bufferSize` bytes (at least 1, else SizeMismatch).

@@ -9,6 +9,8 @@
 #include "KRCrypto/SealedBox.hpp"
 #include "KRCrypto/internal/JsonText.hpp"
 #include "KRCrypto/internal/KeyAgreement.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
+#include "KRCrypto/internal/SealedRecord.hpp"
 
 #include <algorithm>
 
@@ -18,6 +20,7 @@ namespace {
 
 using Internal::appendQuoted;
 
+constexpr std::int64_t linkVersion = 1;
 constexpr std::size_t fingerprintBytes = 16;
 constexpr std::size_t fingerprintGroup = 4;
 
@@ -27,10 +30,22 @@ void requirePublicKeySize(ByteView publicKey) {
     }
 }
 
+struct WipedText {
+    std::string text;
+
+    WipedText() = default;
+
+    ~WipedText() { wipe(text); }
+
+    WipedText(const WipedText&) = delete;
+    WipedText& operator=(const WipedText&) = delete;
+};
+
 // The record holds a token, so its text never moves while it is written, and is wiped.
 SecretBytes encodeLink(const LinkSecret& link) {
     constexpr std::size_t mostOther = 80; // braces, keys, version
-    std::string json;
+    WipedText wiped;
+    std::string& json = wiped.text;
     json.reserve(mostOther + Internal::mostQuoted(link.token.size()) +
                  Internal::mostQuoted(link.label.size()) + Internal::mostQuoted(link.folderId.size()));
     json.append("{\"v\":").append(std::to_string(link.v)).append(",\"token\":");
@@ -40,9 +55,7 @@ SecretBytes encodeLink(const LinkSecret& link) {
     json += ",\"folderId\":";
     appendQuoted(json, link.folderId);
     json += '}';
-    SecretBytes bytes = SecretBytes::copyOf(json);
-    wipe(json);
-    return bytes;
+    return SecretBytes::copyOf(json);
 }
 
 } // namespace
@@ -52,21 +65,22 @@ bool isReceivedBlob(std::string_view id) noexcept {
 }
 
 Bytes sealLink(const MasterKey& mk, const LinkSecret& link) {
-    return seal(mk.bytes(), encodeLink(link), CryptoContext::dropLink);
+    return Internal::sealRecord(mk.bytes(), encodeLink(link), CryptoContext::dropLink);
 }
 
 LinkSecret openLink(const MasterKey& mk, ByteView sealed) {
-    const Internal::JsonRecord record(openSecret(mk.bytes(), sealed, CryptoContext::dropLink));
-    return {.v = record.integer("v"),
+    const Internal::JsonRecord record(Internal::openRecord(mk.bytes(), sealed, CryptoContext::dropLink));
+    if (record.integer("v") != linkVersion) {
+        throw KRCryptoError(KRCryptoError::InvalidMeta{});
+    }
+    return {.v = linkVersion,
             .token = record.secretText("token"),
             .label = record.text("label"),
             .folderId = record.text("folderId")};
 }
 
 Bytes wrapPrivateKey(const MasterKey& mk, ByteView privateKey) {
-    if (privateKey.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{privateKey.size()});
-    }
+    Internal::requireKeySize(privateKey);
     return seal(mk.bytes(), privateKey, CryptoContext::dropPrivate);
 }
 
@@ -88,7 +102,7 @@ OpenedItem openItem(const PairingKeyPair& owner, ByteView ephemeralPublicKey, By
     const SecretBytes key =
         dropKey(owner.privateKey(), ephemeralPublicKey, ephemeralPublicKey, owner.publicKey());
     SecretBytes fileKey = openFileKey(key, wrappedKey, CryptoContext::dropWrap);
-    const EntryMeta meta = MetaJSON::decodeValid(open(key, metaEnc, CryptoContext::dropMeta));
+    const EntryMeta meta = MetaJSON::decodeValid(Internal::openRecord(key, metaEnc, CryptoContext::dropMeta));
     if (meta.file() == nullptr) {
         throw KRCryptoError(KRCryptoError::InvalidMeta{});
     }

@@ -33,7 +33,8 @@ struct LinkSecret {
     bool operator==(const LinkSecret&) const = default;
 };
 
-// Sealing throws InvalidEncoding when a text is not UTF-8; opening as KRCrypto::open, and InvalidMeta.
+// Sealing throws InvalidEncoding when a text is not UTF-8, and SizeMismatch beyond 256 KiB; opening as
+// KRCrypto::open, and InvalidMeta, also for another version than 1.
 Bytes sealLink(const MasterKey& mk, const LinkSecret& link);
 LinkSecret openLink(const MasterKey& mk, ByteView sealed);
 
@@ -52,7 +53,7 @@ struct OpenedItem {
 };
 
 // A received item's file key and metadata. Throws InvalidPublicKey, as KRCrypto::open, InvalidKeyLength when
-// the file key has not 32 bytes, and InvalidMeta.
+// the file key has not 32 bytes, InvalidMeta, and InvalidEncoding for a name that does not compose.
 OpenedItem openItem(const PairingKeyPair& owner, ByteView ephemeralPublicKey, ByteView wrappedKey,
                     ByteView metaEnc);
 
@@ -68,18 +69,18 @@ std::string fragment(ByteView publicKey, std::string_view label);
 // link, are out of bounds.
 SecretBytes derivePasswordKey(std::string_view password, ByteView salt, const Argon2Params& params);
 
-// Cleaning of texts from senders. Each gives its own result back unchanged and throws InvalidEncoding when
-// the text is not UTF-8.
+// Cleaning of texts from senders. Each gives its own result back unchanged. Names and labels throw
+// InvalidEncoding when they are not UTF-8 or do not compose (toNFC).
 
-// A file name: NFC, without control characters, line separators, characters that turn the direction of
-// writing, "/" and "\", white space at the ends, dots at the end; at most 255 bytes, the extension kept;
-// "file" when nothing is left.
+// A file name: NFC, without control characters (category Cc), "/" and "\", white space at the ends, dots at
+// the end; at most 255 bytes, cut before the extension; "file" when nothing is left.
 std::string sanitizeName(std::string_view name);
 
-// type "/" subtype in lower case, or "application/octet-stream".
+// type "/" subtype of at most 127 token characters (RFC 9110), ASCII letters in lower case; for anything else
+// "application/octet-stream".
 std::string sanitizeMime(std::string_view mime);
 
-// One line of at most labelMax characters: NFC, cleaned like a name but for the slashes and dots.
+// NFC, without control characters and white space at the ends; at most labelMax characters.
 std::string sanitizeLabel(std::string_view label);
 
 // Both, and a modification time only in the form yyyy-MM-ddTHH:mm:ssZ, with up to three decimals.

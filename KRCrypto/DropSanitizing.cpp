@@ -2,6 +2,7 @@
 #include "KRCrypto/UnicodeText.hpp"
 
 #include <algorithm>
+#include <optional>
 
 namespace KRCrypto::DropCrypto {
 
@@ -12,18 +13,24 @@ constexpr std::size_t mostMimeBytes = 127;
 constexpr std::string_view nameless = "file";
 constexpr std::string_view unknownMime = "application/octet-stream";
 
-// Control characters, line separators, and what turns the direction of writing, by which a name could hide
-// its extension.
-bool isDeceptive(char32_t c) {
-    const auto within = [c](char32_t first, char32_t last) { return c >= first && c <= last; };
-    return c < 0x20 || within(0x7F, 0x9F) || c == 0x061C || within(0x200E, 0x200F) ||
-           within(0x2028, 0x202E) || within(0x2066, 0x2069);
+// General category Cc.
+bool isControl(char32_t c) {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F);
 }
 
 bool isSeparator(char32_t c) {
     return c == U'/' || c == U'\\';
 }
 
+std::size_t characterCount(std::string_view text) {
+    std::size_t count = 0;
+    for (CodePoints points(text); !points.atEnd(); ++count) {
+        points.next();
+    }
+    return count;
+}
+
+// Composed before or after is the same, except for marks that come to stand behind a letter: they join it.
 template <class Unwanted>
 std::string composedWithout(std::string_view text, Unwanted unwanted) {
     std::string kept;
@@ -39,15 +46,18 @@ std::string composedWithout(std::string_view text, Unwanted unwanted) {
 
 // Without white space at the ends and dots at the end.
 std::string_view bare(std::string_view name) {
-    std::string_view before;
-    do {
-        before = name;
-        name = trimmed(name);
-        while (name.ends_with('.')) {
-            name.remove_suffix(1);
+    std::optional<std::size_t> start;
+    std::size_t end = 0;
+    for (CodePoints points(name); !points.atEnd();) {
+        const std::size_t at = points.offset();
+        const char32_t c = points.next();
+        if (isWhiteSpace(c)) {
+            continue;
         }
-    } while (name != before);
-    return name;
+        start = start.value_or(at);
+        end = c == U'.' ? end : points.offset();
+    }
+    return end == 0 ? std::string_view{} : name.substr(*start, end - *start);
 }
 
 // The longest start of at most `bytes` bytes that ends between code points.
@@ -61,25 +71,39 @@ std::string_view cut(std::string_view text, std::size_t bytes) {
     return text.substr(0, bytes);
 }
 
-// The extension stays as long as it leaves room for a character before it.
+// As for files that are moved aside: from the last dot, unless the name begins with it, 2 to 16 characters
+// without a space; else nothing.
+std::string_view extensionOf(std::string_view name) {
+    constexpr std::size_t mostCharacters = 16;
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0) {
+        return {};
+    }
+    const std::string_view extension = name.substr(dot);
+    const std::size_t characters = characterCount(extension);
+    const bool plausible =
+        characters >= 2 && characters <= mostCharacters && extension.find(' ') == std::string_view::npos;
+    return plausible ? extension : std::string_view{};
+}
+
 std::string shortened(std::string_view name) {
-    constexpr std::size_t longestCharacter = 4;
     if (name.size() <= mostNameBytes) {
         return std::string(name);
     }
-    const std::size_t dot = name.rfind('.');
-    const std::string_view extension =
-        dot == std::string_view::npos || dot == 0 ? std::string_view{} : name.substr(dot);
-    if (extension.empty() || extension.size() > mostNameBytes - longestCharacter) {
+    const std::string_view extension = extensionOf(name);
+    if (extension.empty()) {
         return std::string(bare(cut(name, mostNameBytes)));
     }
-    return std::string(cut(name.substr(0, dot), mostNameBytes - extension.size())).append(extension);
+    const std::string_view stem = name.substr(0, name.size() - extension.size());
+    return std::string(cut(stem, mostNameBytes - extension.size())).append(extension);
 }
 
 bool isToken(std::string_view text) {
     static constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
     return !text.empty() && std::ranges::all_of(text, [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || marks.find(c) != std::string_view::npos;
+        const char lower = asciiLower(c);
+        return (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') ||
+               marks.find(c) != std::string_view::npos;
     });
 }
 
@@ -104,8 +128,7 @@ bool isTime(std::string_view text) {
 } // namespace
 
 std::string sanitizeName(std::string_view name) {
-    const std::string kept =
-        composedWithout(name, [](char32_t c) { return isDeceptive(c) || isSeparator(c); });
+    const std::string kept = composedWithout(name, [](char32_t c) { return isControl(c) || isSeparator(c); });
     std::string clean = shortened(bare(kept));
     if (clean.empty()) { // as "." and ".." are by now
         clean = nameless;
@@ -114,16 +137,18 @@ std::string sanitizeName(std::string_view name) {
 }
 
 std::string sanitizeMime(std::string_view mime) {
-    const std::string lower = toLower(mime);
-    const std::size_t slash = lower.find('/');
-    const bool usable = lower.size() <= mostMimeBytes && slash != std::string::npos &&
-                        isToken(std::string_view(lower).substr(0, slash)) &&
-                        isToken(std::string_view(lower).substr(slash + 1));
-    return usable ? lower : std::string(unknownMime);
+    const std::size_t slash = mime.find('/');
+    if (mime.size() > mostMimeBytes || slash == std::string_view::npos || !isToken(mime.substr(0, slash)) ||
+        !isToken(mime.substr(slash + 1))) {
+        return std::string(unknownMime);
+    }
+    std::string lower(mime);
+    std::ranges::transform(lower, lower.begin(), asciiLower);
+    return lower;
 }
 
 std::string sanitizeLabel(std::string_view label) {
-    const std::string kept = composedWithout(label, isDeceptive);
+    const std::string kept = composedWithout(label, isControl);
     const std::string_view clean = trimmed(kept);
     CodePoints points(clean);
     for (std::size_t seen = 0; seen < labelMax && !points.atEnd(); ++seen) {

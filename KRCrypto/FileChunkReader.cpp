@@ -2,6 +2,8 @@
 
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
+#include "KRCrypto/SecretBytes.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
 #include "KRCrypto/internal/SourceFile.hpp"
 
 #include <algorithm>
@@ -9,9 +11,30 @@
 
 namespace KRCrypto {
 
+namespace {
+
+MutableBytes fitting(MutableBytes out, std::size_t size) {
+    if (out.size() < size) {
+        throw KRCryptoError(KRCryptoError::SizeMismatch{});
+    }
+    return out.first(size);
+}
+
+// Plaintext bytes of a chunk, once it is sure that it can be encrypted: before anything is read.
+std::size_t encryptableSize(const FileChunkReader& reader, std::int64_t index, ByteView fk) {
+    const std::size_t size = reader.plainSizeOf(index);
+    Internal::requireKeySize(fk);
+    if (std::cmp_greater(size, chunkSize)) {
+        throw KRCryptoError(KRCryptoError::SizeMismatch{});
+    }
+    return size;
+}
+
+} // namespace
+
 FileChunkReader::FileChunkReader(std::filesystem::path url, std::int64_t chunkSize)
     : url_(std::move(url)),
-      plainSize_(static_cast<std::int64_t>(std::filesystem::file_size(url_))),
+      plainSize_(Internal::sizeAttribute(url_)),
       chunkCount_(ChunkCrypto::chunkCount(plainSize_, chunkSize)),
       chunkSize_(chunkSize) {}
 
@@ -29,23 +52,25 @@ Bytes FileChunkReader::plain(std::int64_t index) const {
 }
 
 Bytes FileChunkReader::encrypted(std::int64_t index, ByteView fk) const {
-    Bytes out(plainSizeOf(index) + gcmTagSize);
+    Bytes out(encryptableSize(*this, index, fk) + gcmTagSize);
     encryptedInto(index, fk, out);
     return out;
 }
 
 ByteView FileChunkReader::plainInto(std::int64_t index, MutableBytes out) const {
-    const std::size_t size = plainSizeOf(index);
-    if (out.size() < size) {
-        throw KRCryptoError(KRCryptoError::SizeMismatch{});
-    }
-    const MutableBytes plain = out.first(size);
+    const MutableBytes plain = fitting(out, plainSizeOf(index));
     Internal::SourceFile(url_).readExactlyAt(index * chunkSize_, plain);
     return plain;
 }
 
 ByteView FileChunkReader::encryptedInto(std::int64_t index, ByteView fk, MutableBytes out) const {
-    return ChunkCrypto::encryptChunkInto(fk, index, chunkCount_, plainInto(index, out), out);
+    const MutableBytes chunk = fitting(out, encryptableSize(*this, index, fk) + gcmTagSize);
+    try {
+        return ChunkCrypto::encryptChunkInto(fk, index, chunkCount_, plainInto(index, chunk), chunk);
+    } catch (...) {
+        wipe(chunk);
+        throw;
+    }
 }
 
 } // namespace KRCrypto

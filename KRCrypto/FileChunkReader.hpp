@@ -13,7 +13,8 @@ namespace KRCrypto {
 // comes short: callers compare the file's attributes. Const operations may be called from any thread.
 class FileChunkReader {
 public:
-    // Throws std::system_error, and SizeMismatch for a chunk size outside 1 to KRCrypto::chunkSize.
+    // Takes the size from the path's attributes, whatever kind of file it names; reading anything but a
+    // regular file fails later. Throws std::system_error, and SizeMismatch for a chunk size below 1.
     explicit FileChunkReader(std::filesystem::path url, std::int64_t chunkSize = KRCrypto::chunkSize);
 
     const std::filesystem::path& url() const noexcept { return url_; }
@@ -33,7 +34,8 @@ public:
     Bytes encrypted(std::int64_t index, ByteView fk) const;
 
     // Into memory the caller keeps; return the part of `out` that was written. An encrypted chunk takes 16
-    // bytes more than its plaintext. Throw SizeMismatch when `out` is too small.
+    // bytes more than its plaintext. Throw SizeMismatch when `out` is too small. When encrypting fails, `out`
+    // holds nothing of the plaintext.
     ByteView plainInto(std::int64_t index, MutableBytes out) const;
     ByteView encryptedInto(std::int64_t index, ByteView fk, MutableBytes out) const;
 

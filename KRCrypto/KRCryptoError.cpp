@@ -1,5 +1,7 @@
 #include "KRCrypto/KRCryptoError.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
+
 #include <type_traits>
 
 namespace KRCrypto {
@@ -8,16 +10,16 @@ namespace {
 
 constexpr std::size_t shownHashCharacters = 12;
 
-// The first characters of a text. Expected hashes come from outside, so a character may be several bytes.
-std::string_view start(std::string_view text, std::size_t characters) {
-    std::size_t end = 0;
-    for (std::size_t seen = 0; end < text.size(); ++end) {
-        const bool continues = (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U;
-        if (!continues && ++seen > characters) {
-            break;
-        }
+// The first characters of a text. Expected hashes come from outside, so a character may be several bytes, and
+// bytes that are no character are shown as U+FFFD.
+std::string start(std::string_view text) {
+    constexpr char32_t replacement = 0xFFFD;
+    std::string shown;
+    CodePoints points(text);
+    for (std::size_t seen = 0; seen < shownHashCharacters && !points.atEnd(); ++seen) {
+        appendUTF8(shown, points.tryNext().value_or(replacement));
     }
-    return text.substr(0, end);
+    return shown;
 }
 
 struct Describe {
@@ -35,9 +37,9 @@ struct Describe {
 
     std::string operator()(const KRCryptoError::HashMismatch& c) const {
         return std::string("Integrity check failed (expected ")
-            .append(start(c.expected, shownHashCharacters))
+            .append(start(c.expected))
             .append("…, got ")
-            .append(start(c.actual, shownHashCharacters))
+            .append(start(c.actual))
             .append("…)");
     }
 

@@ -69,8 +69,8 @@ public:
 
     const char* what() const noexcept override { return description_.c_str(); }
 
-    // Same case, same payload; each case has exactly one sentence per payload shown, payloads are compared
-    // whole.
+    // Same case, same payload. Two hash mismatches that say the same sentence can differ, since it shows the
+    // start of the hashes only.
     friend bool operator==(const KRCryptoError& a, const KRCryptoError& b);
 
 private:

@@ -8,6 +8,8 @@
 #include "KRCrypto/MetaJSON.hpp"
 #include "KRCrypto/Random.hpp"
 #include "KRCrypto/SealedBox.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
+#include "KRCrypto/internal/SealedRecord.hpp"
 
 #include <utility>
 
@@ -55,9 +57,7 @@ SecretBytes LinkKey::entryKey(std::optional<std::string_view> password, std::opt
 }
 
 Bytes wrapLinkKey(ByteView entryKey, ByteView fk) {
-    if (fk.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{fk.size()});
-    }
+    Internal::requireKeySize(fk);
     return seal(entryKey, fk, CryptoContext::linkWrap);
 }
 
@@ -66,11 +66,11 @@ SecretBytes unwrapLinkKey(ByteView entryKey, ByteView wrapped) {
 }
 
 Bytes sealLinkMeta(ByteView entryKey, const EntryMeta& meta) {
-    return seal(entryKey, MetaJSON::encode(meta), CryptoContext::linkMeta);
+    return Internal::sealRecord(entryKey, MetaJSON::encode(meta), CryptoContext::linkMeta);
 }
 
 EntryMeta openLinkMeta(ByteView entryKey, ByteView sealed) {
-    return MetaJSON::decodeValid(open(entryKey, sealed, CryptoContext::linkMeta));
+    return MetaJSON::decodeValid(Internal::openRecord(entryKey, sealed, CryptoContext::linkMeta));
 }
 
 } // namespace KRCrypto

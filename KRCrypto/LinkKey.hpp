@@ -41,7 +41,7 @@ private:
 Bytes wrapLinkKey(ByteView entryKey, ByteView fk);
 SecretBytes unwrapLinkKey(ByteView entryKey, ByteView wrapped);
 
-// A shared entry's metadata. Sealing throws InvalidEncoding; opening as KRCrypto::open, and InvalidMeta.
+// A shared entry's metadata. Throw as MasterKey::sealMeta and openMeta.
 Bytes sealLinkMeta(ByteView entryKey, const EntryMeta& meta);
 EntryMeta openLinkMeta(ByteView entryKey, ByteView sealed);
 

@@ -9,6 +9,8 @@
 #include "KRCrypto/Random.hpp"
 #include "KRCrypto/SealedBox.hpp"
 #include "KRCrypto/UnicodeText.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
+#include "KRCrypto/internal/SealedRecord.hpp"
 
 #include <utility>
 
@@ -16,10 +18,8 @@ namespace KRCrypto {
 
 namespace {
 
-SecretBytes requireKeySize(SecretBytes key) {
-    if (key.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{key.size()});
-    }
+SecretBytes ofKeySize(SecretBytes key) {
+    Internal::requireKeySize(key);
     return key;
 }
 
@@ -30,7 +30,7 @@ std::string appDataLabel(std::string_view name) {
 } // namespace
 
 MasterKey::MasterKey(SecretBytes bytes)
-    : bytes_(requireKeySize(std::move(bytes))),
+    : bytes_(ofKeySize(std::move(bytes))),
       blindKey_(subkey(bytes_, CryptoContext::blind)),
       dedupeKey_(subkey(bytes_, CryptoContext::dedupe)) {}
 
@@ -67,9 +67,7 @@ MasterKey MasterKey::unwrapWithRecovery(ByteView rk, ByteView wrapped) {
 }
 
 Bytes MasterKey::wrapFileKey(ByteView fk) const {
-    if (fk.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{fk.size()});
-    }
+    Internal::requireKeySize(fk);
     return seal(bytes_, fk, CryptoContext::fkWrap);
 }
 
@@ -78,11 +76,11 @@ SecretBytes MasterKey::unwrapFileKey(ByteView wrapped) const {
 }
 
 Bytes MasterKey::sealMeta(const EntryMeta& meta) const {
-    return seal(bytes_, MetaJSON::encode(meta), CryptoContext::meta);
+    return Internal::sealRecord(bytes_, MetaJSON::encode(meta), CryptoContext::meta);
 }
 
 EntryMeta MasterKey::openMeta(ByteView sealed) const {
-    return MetaJSON::decodeValid(open(bytes_, sealed, CryptoContext::meta));
+    return MetaJSON::decodeValid(Internal::openRecord(bytes_, sealed, CryptoContext::meta));
 }
 
 std::string MasterKey::blindIndexInput(std::string_view name) {
@@ -117,11 +115,11 @@ Bytes MasterKey::sealQuickSend(const QuickSendPayload& payload) const {
 }
 
 QuickSendPayload MasterKey::openQuickSend(ByteView sealed) const {
-    return QuickSendJSON::decode(open(quickSendKey(), sealed, CryptoContext::quickSend));
+    return QuickSendJSON::decode(Internal::openRecord(quickSendKey(), sealed, CryptoContext::quickSend));
 }
 
 SecretBytes openFileKey(ByteView key, ByteView wrapped, std::string_view label) {
-    return requireKeySize(openSecret(key, wrapped, label));
+    return ofKeySize(openSecret(key, wrapped, label));
 }
 
 } // namespace KRCrypto

@@ -40,13 +40,13 @@ public:
     Bytes wrapFileKey(ByteView fk) const;
     SecretBytes unwrapFileKey(ByteView wrapped) const;
 
-    // Sealing throws InvalidEncoding when a text is not UTF-8; opening throws InvalidMeta when the metadata
-    // does not decode or is not valid (MetaJSON).
+    // Sealing throws as MetaJSON::encode, and SizeMismatch beyond 256 KiB; opening throws InvalidMeta when
+    // the metadata is longer, does not decode or is not valid (MetaJSON).
     Bytes sealMeta(const EntryMeta& meta) const;
     EntryMeta openMeta(ByteView sealed) const;
 
     // What the server compares instead of a name: 64 hex digits, equal for names that differ in case or
-    // composition only. Throw InvalidEncoding.
+    // composition only. Throw InvalidEncoding (toNFC).
     static std::string blindIndexInput(std::string_view name);
     std::string nameBlindIndex(std::string_view name) const;
 

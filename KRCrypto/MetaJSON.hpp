@@ -10,10 +10,10 @@
 //   present
 namespace KRCrypto::MetaJSON {
 
-// Throws InvalidEncoding when a text is not UTF-8.
+// Throws InvalidEncoding when a text is not UTF-8 or the name does not compose (toNFC).
 Bytes encode(const EntryMeta& meta);
 
-// An object with a key "mime" is a file. Unknown keys are ignored. Throws InvalidMeta.
+// An object with a key "mime" is a file. Unknown keys are ignored. Throws InvalidMeta, also beyond 256 KiB.
 EntryMeta decode(ByteView json);
 
 // What must hold of opened metadata: version 1; for a file a size that is not negative and a hash of 64 hex

@@ -3,6 +3,7 @@
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/Random.hpp"
 #include "KRCrypto/Sizes.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
 #include "KRCrypto/internal/OpenSSL.hpp"
 
 #include <utility>
@@ -15,9 +16,7 @@ using Internal::owned;
 using Internal::require;
 
 auto privateKeyOf(ByteView bytes) {
-    if (bytes.size() != keySize) {
-        throw KRCryptoError(KRCryptoError::InvalidKeyLength{bytes.size()});
-    }
+    Internal::requireKeySize(bytes);
     return owned(EVP_PKEY_new_raw_private_key_ex(nullptr, "X25519", nullptr, bytes.data(), bytes.size()));
 }
 

@@ -13,7 +13,7 @@ namespace KRCrypto::QuickSendJSON {
 // Throws InvalidEncoding when a text is not UTF-8.
 Bytes encode(const QuickSendPayload& payload);
 
-// Wants version 1 and a known kind, ignores other keys. Throws InvalidMeta.
+// Wants version 1 and a known kind, ignores other keys. Throws InvalidMeta, also beyond 256 KiB.
 QuickSendPayload decode(ByteView json);
 
 } // namespace KRCrypto::QuickSendJSON

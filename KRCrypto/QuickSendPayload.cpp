@@ -11,18 +11,15 @@ namespace KRCrypto {
 namespace {
 
 bool startsWithScheme(std::string_view text, std::string_view scheme) {
-    const auto same = [](char c, char lower) {
-        return c == lower || (c >= 'A' && c <= 'Z' && static_cast<char>(c - 'A' + 'a') == lower);
-    };
-    return text.size() > scheme.size() && std::ranges::equal(text.substr(0, scheme.size()), scheme, same);
+    const auto same = [](char c, char lower) { return asciiLower(c) == lower; };
+    return text.size() >= scheme.size() && std::ranges::equal(text.substr(0, scheme.size()), scheme, same);
 }
 
-bool isUnbroken(std::string_view text) {
-    constexpr char32_t firstPrintable = 0x20;
-    constexpr char32_t del = 0x7F;
+// False also for what is not UTF-8.
+bool isUnbroken(std::string_view text) noexcept {
     for (CodePoints points(text); !points.atEnd();) {
-        const char32_t c = points.next();
-        if (isWhiteSpace(c) || c < firstPrintable || c == del) {
+        const auto c = points.tryNext();
+        if (!c || isWhiteSpace(*c)) {
             return false;
         }
     }
@@ -39,9 +36,8 @@ QuickSendPayload QuickSendPayload::fromText(std::string_view text, std::string s
     return {.sentAt = std::move(sentAt), .content = Text{std::move(kept)}};
 }
 
-bool isOpenableQuickSendLink(std::string_view text) {
-    return (startsWithScheme(text, "http://") || startsWithScheme(text, "https://")) && isUTF8(text) &&
-           isUnbroken(text);
+bool isOpenableQuickSendLink(std::string_view text) noexcept {
+    return (startsWithScheme(text, "http://") || startsWithScheme(text, "https://")) && isUnbroken(text);
 }
 
 } // namespace KRCrypto

@@ -39,7 +39,7 @@ struct QuickSendPayload {
     bool operator==(const QuickSendPayload&) const = default;
 };
 
-// Something after "http://" or "https://" in either case, without white space or control characters.
-bool isOpenableQuickSendLink(std::string_view text);
+// Begins with "http://" or "https://", in either case, and has no white space (Unicode's) in it.
+bool isOpenableQuickSendLink(std::string_view text) noexcept;
 
 } // namespace KRCrypto

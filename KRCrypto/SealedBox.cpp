@@ -2,6 +2,7 @@
 
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/internal/AesGcm.hpp"
+#include "KRCrypto/internal/KeySize.hpp"
 #include "KRCrypto/internal/SystemRandom.hpp"
 
 namespace KRCrypto {
@@ -16,7 +17,7 @@ constexpr std::size_t ciphertextAt = nonceAt + gcmIVSize;
 struct Parts {
     Internal::Nonce nonce;
     ByteView ciphertext;
-    std::span<const std::uint8_t, gcmTagSize> tag;
+    Internal::ConstTag tag;
 };
 
 // The version comes before the length, so that a box of a later version says so however short it is.
@@ -41,60 +42,67 @@ MutableBytes fitting(MutableBytes out, std::size_t size) {
     return out.first(size);
 }
 
-ByteView sealWith(AesGcm& cipher, ByteView plaintext, std::string_view aad, MutableBytes out) {
-    const MutableBytes box = fitting(out, plaintext.size() + sealedOverhead);
+// A box in the making: version and nonce are written.
+struct Blank {
+    MutableBytes box;
+    Internal::Nonce nonce;
+    std::uint8_t* ciphertext;
+    Internal::Tag tag;
+};
+
+Blank blankIn(MutableBytes out, std::size_t plaintextSize) {
+    const MutableBytes box = fitting(out, plaintextSize + sealedOverhead);
     const auto nonce = box.subspan<nonceAt, gcmIVSize>();
     box[0] = keyVersion;
     Internal::fillNonce(nonce);
-    cipher.seal(nonce, asBytes(aad), plaintext, box.subspan(ciphertextAt).data(), box.last<gcmTagSize>());
-    return box;
+    return {box, nonce, box.subspan(ciphertextAt).data(), box.last<gcmTagSize>()};
 }
 
-ByteView openWith(AesGcm& cipher, const Parts& parts, std::string_view aad, MutableBytes out) {
-    const MutableBytes plaintext = fitting(out, parts.ciphertext.size());
-    cipher.open(parts.nonce, asBytes(aad), parts.ciphertext, parts.tag, plaintext);
-    return plaintext;
+void openParts(ByteView key, const Parts& parts, std::string_view aad, MutableBytes plaintext) {
+    AesGcm::openOnce(key, parts.nonce, asBytes(aad), parts.ciphertext, parts.tag, plaintext);
 }
 
 } // namespace
 
 Bytes seal(ByteView key, ByteView plaintext, std::string_view aad) {
-    AesGcm cipher(key);
+    Internal::requireKeySize(key);
     Bytes box(plaintext.size() + sealedOverhead);
-    sealWith(cipher, plaintext, aad, box);
+    sealInto(key, plaintext, aad, box);
     return box;
 }
 
 Bytes open(ByteView key, ByteView sealed, std::string_view aad) {
     const Parts parts = partsOf(sealed);
-    AesGcm cipher(key);
+    Internal::requireKeySize(key);
     Bytes plaintext(parts.ciphertext.size());
-    openWith(cipher, parts, aad, plaintext);
+    openParts(key, parts, aad, plaintext);
     return plaintext;
 }
 
 SecretBytes openSecret(ByteView key, ByteView sealed, std::string_view aad) {
     const Parts parts = partsOf(sealed);
-    AesGcm cipher(key);
+    Internal::requireKeySize(key);
     SecretBytes plaintext(parts.ciphertext.size());
-    openWith(cipher, parts, aad, plaintext.bytes());
+    openParts(key, parts, aad, plaintext.bytes());
     return plaintext;
 }
 
 ByteView sealInto(ByteView key, ByteView plaintext, std::string_view aad, MutableBytes out) {
-    AesGcm cipher(key);
-    return sealWith(cipher, plaintext, aad, out);
+    Internal::requireKeySize(key);
+    const Blank blank = blankIn(out, plaintext.size());
+    AesGcm::sealOnce(key, blank.nonce, asBytes(aad), plaintext, blank.ciphertext, blank.tag);
+    return blank.box;
 }
 
 ByteView openInto(ByteView key, ByteView sealed, std::string_view aad, MutableBytes out) {
     const Parts parts = partsOf(sealed);
-    AesGcm cipher(key);
-    return openWith(cipher, parts, aad, out);
+    Internal::requireKeySize(key);
+    const MutableBytes plaintext = fitting(out, parts.ciphertext.size());
+    openParts(key, parts, aad, plaintext);
+    return plaintext;
 }
 
-SealingKey::SealingKey(ByteView key) : cipher_(std::make_unique<AesGcm>(key)) {
-    cipher_->expandKey();
-}
+SealingKey::SealingKey(ByteView key) : cipher_(std::make_unique<AesGcm>(key)) {}
 
 SealingKey::SealingKey(SealingKey&&) noexcept = default;
 SealingKey& SealingKey::operator=(SealingKey&&) noexcept = default;
@@ -102,23 +110,28 @@ SealingKey::~SealingKey() = default;
 
 Bytes SealingKey::seal(ByteView plaintext, std::string_view aad) {
     Bytes box(plaintext.size() + sealedOverhead);
-    sealWith(*cipher_, plaintext, aad, box);
+    sealInto(plaintext, aad, box);
     return box;
 }
 
 Bytes SealingKey::open(ByteView sealed, std::string_view aad) {
     const Parts parts = partsOf(sealed);
     Bytes plaintext(parts.ciphertext.size());
-    openWith(*cipher_, parts, aad, plaintext);
+    cipher_->open(parts.nonce, asBytes(aad), parts.ciphertext, parts.tag, plaintext);
     return plaintext;
 }
 
 ByteView SealingKey::sealInto(ByteView plaintext, std::string_view aad, MutableBytes out) {
-    return sealWith(*cipher_, plaintext, aad, out);
+    const Blank blank = blankIn(out, plaintext.size());
+    cipher_->seal(blank.nonce, asBytes(aad), plaintext, blank.ciphertext, blank.tag);
+    return blank.box;
 }
 
 ByteView SealingKey::openInto(ByteView sealed, std::string_view aad, MutableBytes out) {
-    return openWith(*cipher_, partsOf(sealed), aad, out);
+    const Parts parts = partsOf(sealed);
+    const MutableBytes plaintext = fitting(out, parts.ciphertext.size());
+    cipher_->open(parts.nonce, asBytes(aad), parts.ciphertext, parts.tag, plaintext);
+    return plaintext;
 }
 
 } // namespace KRCrypto

@@ -8,8 +8,8 @@
 #include <unicode/utf8.h>
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace KRCrypto {
 
@@ -23,24 +23,49 @@ bool isASCII(std::string_view text) noexcept {
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-char asciiLower(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+[[noreturn]] void refuse() {
+    throw KRCryptoError(KRCryptoError::InvalidEncoding{});
+}
+
+// Whether what the code point stands for begins with a combining mark that composing may move.
+bool beginsWithMark(char32_t c) {
+    constexpr char32_t firstMark = 0x300;
+    return c >= firstMark &&
+           u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_LEAD_CANONICAL_COMBINING_CLASS) != 0;
+}
+
+void requireComposable(std::string_view text) {
+    if (!std::in_range<int32_t>(text.size())) { // as the library counts
+        refuse();
+    }
+    std::size_t marks = 0;
+    for (CodePoints points(text); !points.atEnd();) {
+        marks = beginsWithMark(points.next()) ? marks + 1 : 0;
+        if (marks > mostMarks) {
+            refuse();
+        }
+    }
 }
 
 } // namespace
 
-char32_t CodePoints::next() {
+std::optional<char32_t> CodePoints::tryNext() noexcept {
     constexpr std::size_t longest = 4;
     const auto left = static_cast<int32_t>(std::min(text_.size() - next_, longest));
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text_.data()) + next_;
     int32_t used = 0;
     UChar32 codePoint = 0;
     U8_NEXT(bytes, used, left, codePoint); // NOLINT(bugprone-inc-dec-in-conditions): the macro's own
-    if (codePoint < 0) {
-        throw KRCryptoError(KRCryptoError::InvalidEncoding{});
-    }
     next_ += static_cast<std::size_t>(used);
-    return static_cast<char32_t>(codePoint);
+    return codePoint < 0 ? std::nullopt : std::optional(static_cast<char32_t>(codePoint));
+}
+
+char32_t CodePoints::next() {
+    const auto codePoint = tryNext();
+    if (!codePoint) {
+        refuse();
+    }
+    return *codePoint;
 }
 
 void appendUTF8(std::string& text, char32_t codePoint) {
@@ -51,28 +76,25 @@ void appendUTF8(std::string& text, char32_t codePoint) {
 }
 
 void requireUTF8(std::string_view text) {
-    for (CodePoints points(text); !points.atEnd();) {
-        points.next();
+    if (!isUTF8(text)) {
+        refuse();
     }
 }
 
 bool isUTF8(std::string_view text) noexcept {
-    try {
-        requireUTF8(text);
-        return true;
-    } catch (const KRCryptoError&) {
-        return false;
+    for (CodePoints points(text); !points.atEnd();) {
+        if (!points.tryNext()) {
+            return false;
+        }
     }
+    return true;
 }
 
 std::string toNFC(std::string_view text) {
     if (isASCII(text)) {
         return std::string(text);
     }
-    requireUTF8(text);
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())) {
-        throw std::length_error("A text of more than 2 GiB cannot be composed");
-    }
+    requireComposable(text);
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* composer = icu::Normalizer2::getNFCInstance(status);
     std::string composed;
@@ -82,9 +104,13 @@ std::string toNFC(std::string_view text) {
                                 nullptr, status);
     }
     if (U_FAILURE(status)) {
-        throw std::runtime_error("The Unicode library cannot compose text");
+        throw std::runtime_error("The Unicode library failed"); // out of memory, or its data are missing
     }
     return composed;
+}
+
+char asciiLower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 std::string toLower(std::string_view text) {

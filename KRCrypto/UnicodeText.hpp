@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,13 +13,18 @@ namespace KRCrypto {
 bool isUTF8(std::string_view text) noexcept;
 void requireUTF8(std::string_view text);
 
-// Canonical composition (Unicode NFC).
+// Canonical composition (Unicode NFC). Also throws InvalidEncoding for more than mostMarks combining marks in
+// a row, since sorting them takes time that grows with the square of their number.
+inline constexpr std::size_t mostMarks = 256;
 std::string toNFC(std::string_view text);
 
 // Lower case by Unicode's full mapping of each code point by itself, in no language: sigma is always U+03C3,
 // and U+0130 becomes two code points. Stored blind indexes and `name_lower` columns depend on every detail of
 // it.
 std::string toLower(std::string_view text);
+
+// The letters A to Z only.
+char asciiLower(char c) noexcept;
 
 // Without the white space (Unicode's White_Space, line breaks included) at both ends.
 std::string_view trimmed(std::string_view text);
@@ -37,6 +43,9 @@ public:
 
     // Throws InvalidEncoding where the text is not UTF-8.
     char32_t next();
+
+    // The same, with nothing for bytes that are not UTF-8.
+    std::optional<char32_t> tryNext() noexcept;
 
 private:
     std::string_view text_;

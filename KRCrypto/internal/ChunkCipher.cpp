@@ -47,10 +47,4 @@ void requireChunkCount(std::int64_t chunkCount) {
     }
 }
 
-void requireChunkSize(std::int64_t chunkSize) {
-    if (chunkSize < 1 || chunkSize > KRCrypto::chunkSize) {
-        throw KRCryptoError(KRCryptoError::SizeMismatch{});
-    }
-}
-
 } // namespace KRCrypto::Internal

@@ -24,7 +24,4 @@ private:
 // Throws InvalidChunkIndex unless 0 < chunkCount < 2^32.
 void requireChunkCount(std::int64_t chunkCount);
 
-// Throws SizeMismatch unless 1 ≤ chunkSize ≤ KRCrypto::chunkSize.
-void requireChunkSize(std::int64_t chunkSize);
-
 } // namespace KRCrypto::Internal

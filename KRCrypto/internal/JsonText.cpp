@@ -36,6 +36,9 @@ class WipingResource final : public boost::json::memory_resource {
 };
 
 boost::json::object parsed(ByteView json) {
+    if (json.size() > mostRecordBytes) {
+        refuse();
+    }
     boost::json::parse_options options;
     options.max_depth = deepestNesting;
     const auto memory = boost::json::make_shared_resource<WipingResource>();

@@ -15,6 +15,9 @@
 // same bytes.
 namespace KRCrypto::Internal {
 
+// Most bytes of a record: four times the largest Quick Send item.
+inline constexpr std::size_t mostRecordBytes = 262144;
+
 // Appends a JSON string. Escaped are `"`, `\` and what lies below U+0020; all else stays UTF-8. Throws
 // InvalidEncoding when the text is not UTF-8.
 void appendQuoted(std::string& json, std::string_view text);
@@ -25,9 +28,9 @@ constexpr std::size_t mostQuoted(std::size_t size) noexcept {
 }
 
 // Reads a record. Everything that is not as asked for throws InvalidMeta: text that is not one JSON object
-// (nested at most 512 deep, valid UTF-8, nothing before or after it), missing keys, other types, numbers that
-// are not integers of 64 bits. Of equal keys the last one counts; keys not asked for are ignored. What it
-// allocates is wiped.
+// (at most mostRecordBytes long and 512 deep, valid UTF-8, nothing before or after it), missing keys, other
+// types, numbers that are not integers of 64 bits. Of equal keys the last one counts; keys not asked for are
+// ignored. What it allocates is wiped.
 class JsonRecord {
 public:
     explicit JsonRecord(ByteView json);

@@ -27,4 +27,9 @@ EVP_MAC* hmac() {
     return algorithm;
 }
 
+EVP_KDF* hkdfAlgorithm() {
+    static EVP_KDF* const algorithm = found(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
+    return algorithm;
+}
+
 } // namespace KRCrypto::Internal

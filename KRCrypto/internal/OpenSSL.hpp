@@ -2,6 +2,7 @@
 
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/kdf.h>
 
 #include <memory>
 #include <stdexcept>
@@ -15,6 +16,8 @@ struct OpenSSLDeleter {
     void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
 
     void operator()(EVP_MAC_CTX* context) const noexcept { EVP_MAC_CTX_free(context); }
+
+    void operator()(EVP_KDF_CTX* context) const noexcept { EVP_KDF_CTX_free(context); }
 
     void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
 
@@ -53,5 +56,6 @@ public:
 EVP_CIPHER* aes256Gcm();
 EVP_MD* sha256Digest();
 EVP_MAC* hmac();
+EVP_KDF* hkdfAlgorithm();
 
 } // namespace KRCrypto::Internal

@@ -11,8 +11,32 @@
 
 namespace KRCrypto::Internal {
 
-SourceFile::SourceFile(const std::filesystem::path& path)
-    : path_(path), descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+namespace {
+
+int openedForReading(const std::filesystem::path& path) {
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+}
+
+[[noreturn]] void failAt(const std::filesystem::path& path, int code) {
+    throw std::filesystem::filesystem_error("cannot read file", path,
+                                            std::error_code(code, std::system_category()));
+}
+
+} // namespace
+
+std::int64_t sizeAttribute(const std::filesystem::path& path) {
+    struct stat status{};
+    if (::stat(path.c_str(), &status) != 0) {
+        failAt(path, errno);
+    }
+    return status.st_size;
+}
+
+SourceFile::SourceFile(const std::filesystem::path& path) : path_(path), descriptor_(openedForReading(path)) {
     if (descriptor_ < 0) {
         fail(errno);
     }
@@ -63,8 +87,7 @@ void SourceFile::readExactlyAt(std::int64_t offset, MutableBytes out) const {
 }
 
 void SourceFile::fail(int code) const {
-    throw std::filesystem::filesystem_error("cannot read file", path_,
-                                            std::error_code(code, std::system_category()));
+    failAt(path_, code);
 }
 
 } // namespace KRCrypto::Internal

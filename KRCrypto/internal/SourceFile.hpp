@@ -7,6 +7,10 @@
 
 namespace KRCrypto::Internal {
 
+// What the file system says of the path's size in bytes, whatever kind of file it names. Throws
+// std::system_error.
+std::int64_t sizeAttribute(const std::filesystem::path& path);
+
 // A regular file open for reading. Failures are std::system_error with the system's code, directories and
 // devices included; nothing waits for a pipe's other end.
 class SourceFile {

@@ -12,56 +12,68 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 namespace KRCrypto::Internal {
 
 namespace {
 
+// Nonces are used soon after they are drawn, so that a snapshot of the machine or a checkpoint of the
+// process, should it be resumed twice, holds unused ones only when it was taken in the midst of sealing.
+constexpr std::int64_t longestKeptMs = 10;
+
 struct Stock {
     std::size_t left; // unused bytes, at the end of `bytes`; 0 in a forked child
-    std::array<std::uint8_t, 340 * gcmIVSize> bytes;
+    std::int64_t drawnAtMs;
+    std::array<std::uint8_t, 64 * gcmIVSize> bytes;
 };
 
-class NonceStock {
-public:
-    NonceStock() noexcept {
-        void* page = mmap(nullptr, sizeof(Stock), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (page == MAP_FAILED) { // NOLINT(performance-no-int-to-ptr): the system's own constant
-            return;
-        }
-        if (madvise(page, sizeof(Stock), MADV_WIPEONFORK) != 0) {
-            munmap(page, sizeof(Stock));
-            return;
-        }
-        stock_ = static_cast<Stock*>(page);
+// Trivially destroyed, so that other thread-local objects may still seal at the thread's end.
+thread_local Stock* threadStock = nullptr;
+thread_local bool withoutStock = false; // the thread ends, or the kernel cannot empty its stock on fork
+
+struct StockEnd {
+    StockEnd() = default;
+
+    ~StockEnd() {
+        munmap(threadStock, sizeof(Stock));
+        threadStock = nullptr;
+        withoutStock = true;
     }
 
-    ~NonceStock() {
-        if (stock_ != nullptr) {
-            munmap(stock_, sizeof(Stock));
-        }
-    }
-
-    NonceStock(const NonceStock&) = delete;
-    NonceStock& operator=(const NonceStock&) = delete;
-
-    void take(std::span<std::uint8_t, gcmIVSize> out) {
-        if (stock_ == nullptr) {
-            KRCrypto::fillRandom(out);
-            return;
-        }
-        if (stock_->left == 0) {
-            KRCrypto::fillRandom(stock_->bytes);
-            stock_->left = stock_->bytes.size();
-        }
-        const auto start = stock_->bytes.size() - stock_->left;
-        std::ranges::copy(MutableBytes(stock_->bytes).subspan(start, gcmIVSize), out.begin());
-        stock_->left -= gcmIVSize;
-    }
-
-private:
-    Stock* stock_ = nullptr; // null when the kernel cannot empty it on fork
+    StockEnd(const StockEnd&) = delete;
+    StockEnd& operator=(const StockEnd&) = delete;
 };
+
+Stock* newStock() noexcept {
+    void* page = mmap(nullptr, sizeof(Stock), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) { // NOLINT(performance-no-int-to-ptr): the system's own constant
+        return nullptr;
+    }
+    if (madvise(page, sizeof(Stock), MADV_WIPEONFORK) != 0) {
+        munmap(page, sizeof(Stock));
+        return nullptr;
+    }
+    return static_cast<Stock*>(page);
+}
+
+// The calling thread's stock, or null when it has to do without.
+Stock* stockOfThread() {
+    if (threadStock == nullptr && !withoutStock) {
+        threadStock = newStock();
+        withoutStock = threadStock == nullptr;
+        if (!withoutStock) {
+            static thread_local const StockEnd end;
+        }
+    }
+    return threadStock;
+}
+
+std::int64_t milliseconds() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now); // a few milliseconds coarse, and read without a system call
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
 
 } // namespace
 
@@ -90,8 +102,20 @@ void fillRandom(MutableBytes out, RandomSource system, RandomSource generator) {
 }
 
 void fillNonce(std::span<std::uint8_t, gcmIVSize> out) {
-    thread_local NonceStock stock;
-    stock.take(out);
+    Stock* stock = stockOfThread();
+    if (stock == nullptr) {
+        KRCrypto::fillRandom(out);
+        return;
+    }
+    const std::int64_t now = milliseconds();
+    if (stock->left == 0 || now - stock->drawnAtMs > longestKeptMs) {
+        KRCrypto::fillRandom(stock->bytes);
+        stock->left = stock->bytes.size();
+        stock->drawnAtMs = now;
+    }
+    const auto nonce = MutableBytes(stock->bytes).last(stock->left).first<gcmIVSize>();
+    std::ranges::copy(nonce, out.begin());
+    stock->left -= gcmIVSize;
 }
 
 } // namespace KRCrypto::Internal

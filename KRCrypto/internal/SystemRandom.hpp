@@ -14,9 +14,10 @@ bool generatedRandom(MutableBytes out); // the generator OpenSSL takes private k
 // From the first source that delivers; stops the process when neither does.
 void fillRandom(MutableBytes out, RandomSource system, RandomSource generator);
 
-// A nonce for one box: 12 bytes drawn from a stock of system random bytes that each thread keeps, since a
-// system call costs more than sealing a short text. The stock lies in memory that the kernel empties in a
-// forked child, so parent and child never hand out the same nonce.
+// A nonce for one box: 12 bytes from a small stock of system random bytes that each thread keeps for some
+// milliseconds, since a system call costs more than sealing a short text. The stock lies in memory that the
+// kernel empties in a forked child, so parent and child never hand out the same nonce. At a thread's end,
+// after its stock is gone, nonces come straight from the system.
 void fillNonce(std::span<std::uint8_t, gcmIVSize> out);
 
 } // namespace KRCrypto::Internal

@@ -23,11 +23,14 @@ inline constexpr std::size_t list = 64 << 20; ///< pages, and the parts of an up
 
 /// One call to the API, before a token is on it.
 struct APICall {
+    // The initialisers let designated ones leave members out.
+    // NOLINTBEGIN(readability-redundant-member-init)
     std::string method{};
     std::string path{}; ///< begins with "/"; identifiers in it are segments
     std::vector<std::pair<std::string, std::string>> query{};
     std::optional<KRCrypto::SecretBytes> body{};
     std::vector<HTTPHeader> headers{};
+    // NOLINTEND(readability-redundant-member-init)
     std::string contentType = "application/json"; ///< of the body
     std::string accept = "application/json";
     std::size_t maxAnswerSize = AnswerLimit::record;

@@ -26,7 +26,8 @@ namespace Korvane {
 /// calls made on it. A cancelled caller gets APIError::Cancelled.
 ///
 /// They throw APIError; the whole APIErrorInfo where an operation says so; and KeychainError when the tokens
-/// cannot be read. An access token is refreshed when it is about to expire and when the server refuses it.
+/// cannot be read. An identifier that is none is refused by the call itself, before it is awaited, or by the
+/// first await. An access token is refreshed when it is about to expire and when the server refuses it.
 class APIClient {
 public:
     using AuthFailureHandler = AccessTokens::FailureHandler;

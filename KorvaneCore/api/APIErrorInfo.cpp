@@ -44,7 +44,8 @@ std::string describe(const APIErrorInfo& info) {
 
 APIErrorInfo::APIErrorInfo(APIError mapped, int httpStatus, std::string machineCode,
                            std::optional<std::string> message, std::optional<Details> furtherDetails)
-    : error(std::move(mapped)),
+    : error(std::move(mapped)), // NOLINT(bugprone-throw-keyword-missing): a member
+
       status(httpStatus),
       code(std::move(machineCode)),
       serverMessage(std::move(message)),

@@ -88,19 +88,25 @@ asio::awaitable<bool> AccessTokens::exist() {
 }
 
 asio::awaitable<void> AccessTokens::setFailureHandler(FailureHandler handler) {
-    return on<void>(strand_,
-                    [self = shared_from_this(), handler = std::move(handler)]() -> asio::awaitable<void> {
-                        self->failureHandler_ = handler;
-                        co_return;
-                    });
+    return on<void>(strand_, [self = shared_from_this(), handler = std::move(handler)] {
+        return self->setFailureHandlerHere(handler);
+    });
 }
 
 asio::awaitable<void> AccessTokens::report(APIError error) {
-    return on<void>(strand_,
-                    [self = shared_from_this(), error = std::move(error)]() -> asio::awaitable<void> {
-                        self->notify(error);
-                        co_return;
-                    });
+    return on<void>(
+        strand_, [self = shared_from_this(), error = std::move(error)] { return self->reportHere(error); });
+}
+
+asio::awaitable<void> AccessTokens::setFailureHandlerHere(FailureHandler handler) {
+    failureHandler_ = std::move(handler);
+    co_return;
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a coroutine's own
+asio::awaitable<void> AccessTokens::reportHere(APIError error) {
+    notify(error);
+    co_return;
 }
 
 asio::awaitable<SecretText> AccessTokens::currentHere() {

@@ -52,6 +52,8 @@ private:
     asio::awaitable<void> setHere(TokenPair pair);
     asio::awaitable<void> clearHere();
     asio::awaitable<bool> existHere();
+    asio::awaitable<void> setFailureHandlerHere(FailureHandler handler);
+    asio::awaitable<void> reportHere(APIError error);
     asio::awaitable<TokenPair> refresh();
     asio::awaitable<void> run(std::shared_ptr<Refresh> refresh);
     asio::awaitable<TokenPair> renew();

@@ -4,6 +4,9 @@ namespace Korvane {
 
 using Call = APICall;
 
+// Every operation takes its arguments by value, whether or not it is a coroutine itself.
+// NOLINTBEGIN(performance-unnecessary-value-param)
+
 asio::awaitable<AuthParams> APIClient::authParams(std::string email) {
     return call<AuthParams>({.method = "GET",
                              .path = "/auth/params",
@@ -114,5 +117,7 @@ asio::awaitable<IdentitiesResponse> APIClient::unlinkIdentity(SSOProvider provid
 asio::awaitable<RecoveryWrappedKeyResponse> APIClient::recoveryWrappedKey() {
     return call<RecoveryWrappedKeyResponse>({.method = "GET", .path = "/account/recovery-wrapped-key"});
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace Korvane

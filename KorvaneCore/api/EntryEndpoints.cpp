@@ -8,6 +8,9 @@ namespace Korvane {
 
 using Call = APICall;
 
+// Every operation takes its arguments by value, whether or not it is a coroutine itself.
+// NOLINTBEGIN(performance-unnecessary-value-param)
+
 namespace {
 
 Call page(std::string path, std::optional<std::string> cursor, int limit) {
@@ -176,5 +179,7 @@ asio::awaitable<ChangesPage> APIClient::changes(std::int64_t since, int limit) {
                               .query = {{"since", std::to_string(since)}, {"limit", std::to_string(limit)}},
                               .maxAnswerSize = AnswerLimit::list});
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace Korvane

@@ -1,6 +1,7 @@
 #include "KorvaneCore/api/ErrorMapping.hpp"
 
 #include "KRCrypto/Bytes.hpp"
+#include "KorvaneCore/api/ErrorEnvelope.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 
 #include <algorithm>
@@ -48,16 +49,19 @@ APIError notFound(const Details& details) {
                                    trashed != nullptr && *trashed};
 }
 
-APIError versionConflict(const Details& details) {
-    APIError::VersionConflict error;
-    if (details && details->contains("file")) {
-        try {
-            error.file = KRJSON::decode<RemoteFile>(KRJSON::encode(details->at("file")));
-        } catch (const JSONError&) {
-            // A file that does not read is as good as none: the conflict itself is certain.
-        }
+/// A file that does not read is as good as none: the conflict itself is certain.
+std::optional<RemoteFile> remoteFile(const JSONValue& value) {
+    try {
+        return KRJSON::decode<RemoteFile>(KRJSON::encode(value));
+    } catch (const JSONError&) {
+        return std::nullopt;
     }
-    return error;
+}
+
+APIError versionConflict(const Details& details) {
+    if (!details || !details->contains("file"))
+        return APIError::VersionConflict{};
+    return APIError::VersionConflict{remoteFile(details->at("file"))};
 }
 
 /// A wait must be a number of seconds; one into the past, or for ever, is none.
@@ -119,6 +123,22 @@ std::optional<T> member(const boost::json::object& object, const char* key) {
     }
 }
 
+/// What reads as an error envelope; the rest, or all of it, is absent.
+ErrorEnvelope::Body errorBody(std::string_view text) {
+    try {
+        const KRJSON::Document document(text);
+        const auto* envelope = document.value().if_object();
+        const auto* inner = envelope == nullptr ? nullptr : envelope->if_contains("error");
+        const auto* error = inner == nullptr ? nullptr : inner->if_object();
+        if (error == nullptr)
+            return {};
+        return {member<std::string>(*error, "code").value_or(""), member<std::string>(*error, "message"),
+                member<APIErrorInfo::Details>(*error, "details")};
+    } catch (const JSONError&) {
+        return {};
+    }
+}
+
 } // namespace
 
 APIError map(int status, const std::string& code, const std::optional<std::string>& message,
@@ -144,21 +164,7 @@ APIError map(int status, const std::string& code, const std::optional<std::strin
 }
 
 APIErrorInfo errorInfo(const HTTPResponse& answer) {
-    std::string code;
-    std::optional<std::string> message;
-    Details details;
-    try {
-        const KRJSON::Document document(KRCrypto::asText(answer.body));
-        const auto* envelope = document.value().if_object();
-        const auto* inner = envelope == nullptr ? nullptr : envelope->if_contains("error");
-        if (const auto* error = inner == nullptr ? nullptr : inner->if_object()) {
-            code = member<std::string>(*error, "code").value_or("");
-            message = member<std::string>(*error, "message");
-            details = member<APIErrorInfo::Details>(*error, "details");
-        }
-    } catch (const JSONError&) {
-        // No error envelope: the status alone says what went wrong.
-    }
+    auto [code, message, details] = errorBody(KRCrypto::asText(answer.body));
     const auto header = answer.header("Retry-After");
     const auto retryAfter = header ? std::optional(std::string(*header)) : std::nullopt;
     auto error = map(answer.status, code, message, details, retryAfter);

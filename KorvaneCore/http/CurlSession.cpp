@@ -1,13 +1,12 @@
 #include "KorvaneCore/http/CurlSession.hpp"
 
 #include "KorvaneCore/http/Transfer.hpp"
+#include "KorvaneCore/platform/HandOver.hpp"
 #include "KorvaneCore/platform/Mutex.hpp"
 
 #include <boost/asio/associated_cancellation_slot.hpp>
 #include <boost/asio/associated_executor.hpp>
 #include <boost/asio/error.hpp>
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/system/system_error.hpp>
 #include <curl/curl.h>
 
@@ -178,19 +177,16 @@ asio::awaitable<HTTPResponse> CurlSession::send(HTTPRequest request) {
         [](auto handler, const std::weak_ptr<Loop>& target, HTTPRequest toSend) {
             const auto loop = target.lock();
             auto slot = asio::get_associated_cancellation_slot(handler);
-            auto home = asio::make_work_guard(asio::get_associated_executor(handler));
-            // A std::function must be copyable, which no coroutine's handler is. All of it moves on with the
-            // answer: nothing of the caller's may end on this thread.
+            // A std::function must be copyable, which no coroutine's handler is.
+            auto home = asio::get_associated_executor(handler);
             auto waiting = std::make_shared<decltype(handler)>(std::move(handler));
             auto transfer = std::make_shared<Transfer>(
                 std::move(toSend), [waiting = std::move(waiting), home = std::move(home)](
                                        std::exception_ptr error, HTTPResponse response) mutable {
-                    const auto executor = home.get_executor();
-                    asio::post(executor,
-                               [waiting = std::move(waiting), home = std::move(home),
-                                error = std::move(error), response = std::move(response)]() mutable {
-                                   (*waiting)(std::move(error), std::move(response));
-                               });
+                    handOver(std::move(home), [waiting = std::move(waiting), error = std::move(error),
+                                               response = std::move(response)]() mutable {
+                        (*waiting)(std::move(error), std::move(response));
+                    });
                 });
             if (slot.is_connected())
                 slot.assign([target, order = std::weak_ptr(transfer)](asio::cancellation_type) {

@@ -16,7 +16,8 @@ public:
         std::chrono::seconds idle{60};    ///< how long nothing may move, the connection included
         std::chrono::seconds total{3600}; ///< how long one request may take
         /// The certificates to trust, a PEM file; empty for the system's.
-        std::filesystem::path trustedCertificates;
+        // NOLINTNEXTLINE(readability-redundant-member-init): lets designated initialisers leave it out
+        std::filesystem::path trustedCertificates{};
     };
 
     CurlSession();

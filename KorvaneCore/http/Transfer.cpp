@@ -27,7 +27,7 @@ bool isHeaderText(std::string_view text) {
                        [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f; });
 }
 
-bool isLoopback(boost::urls::url_view url) {
+bool isLoopback(const boost::urls::url_view& url) {
     const auto host = url.host();
     return host == "localhost" || host == "[::1]" || host.starts_with("127.");
 }
@@ -232,7 +232,7 @@ std::size_t Transfer::onBody(const char* data, std::size_t size, std::size_t cou
 
 std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    const auto rest = transfer.request_.body->subspan(transfer.sent_);
+    const auto rest = transfer.body().subspan(transfer.sent_);
     const auto length = std::min(rest.size(), size * count);
     if (length > 0)
         std::memcpy(buffer, rest.data(), length);
@@ -242,7 +242,7 @@ std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, 
 
 int Transfer::onSeek(void* self, curl_off_t offset, int origin) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    if (origin != SEEK_SET || offset < 0 || static_cast<std::size_t>(offset) > transfer.request_.body->size())
+    if (origin != SEEK_SET || offset < 0 || static_cast<std::size_t>(offset) > transfer.body().size())
         return CURL_SEEKFUNC_FAIL;
     transfer.sent_ = static_cast<std::size_t>(offset);
     return CURL_SEEKFUNC_OK;

@@ -47,6 +47,8 @@ private:
     static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept;
     static int onSeek(void* self, curl_off_t offset, int origin) noexcept;
 
+    [[nodiscard]] KRCrypto::ByteView body() const { return request_.body.value_or(KRCrypto::ByteView()); }
+
     void setHeaders();
     void addHeader(const std::string& line);
     void setBody();

@@ -134,10 +134,7 @@ template <class T>
 }
 
 template <class T>
-[[nodiscard]] T read(std::string_view text) {
-    const Document document(text);
-    return decode<T>(document.value());
-}
+[[nodiscard]] T read(std::string_view text);
 
 } // namespace Korvane::KRJSON
 

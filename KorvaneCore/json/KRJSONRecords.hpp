@@ -177,4 +177,14 @@ T decode(const Value& json) {
     }
 }
 
+template <class T>
+T read(std::string_view text) {
+    try {
+        const Document document(text);
+        return decodeNested<T>(document.value());
+    } catch (const JSONError& error) {
+        throw error.within(Detail::recordName(typeid(T).name()));
+    }
+}
+
 } // namespace Korvane::KRJSON

@@ -4,6 +4,7 @@
 
 #include <boost/json/value.hpp>
 
+#include <string>
 #include <string_view>
 
 namespace Korvane {
@@ -18,6 +19,9 @@ public:
         : bytes_(KRCrypto::SecretBytes::copyOf(text)) {}
 
     SecretText(const char* text) // NOLINT(google-explicit-constructor)
+        : SecretText(std::string_view(text)) {}
+
+    SecretText(const std::string& text) // NOLINT(google-explicit-constructor)
         : SecretText(std::string_view(text)) {}
 
     [[nodiscard]] std::string_view text() const noexcept { return bytes_.text(); }

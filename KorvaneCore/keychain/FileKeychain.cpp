@@ -44,9 +44,9 @@ void FileKeychain::remove(const std::vector<Key>& keys) {
 FileKeychain::Items FileKeychain::load() const {
     try {
         auto text = readFile(file_, maxFileBytes);
-        auto items = KRJSON::read<Items>(text);
+        const KRJSON::Document document(text);
         KRCrypto::wipe(text);
-        return items;
+        return KRJSON::decodeNested<Items>(document.value());
     } catch (const FileError& error) {
         if (error.code() == std::errc::no_such_file_or_directory)
             return {};

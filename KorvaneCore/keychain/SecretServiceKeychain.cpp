@@ -85,7 +85,6 @@ SecretServiceKeychain::SecretServiceKeychain(std::string accessGroup, std::strin
     : accessGroup_(std::move(accessGroup)), container_(std::move(container)) {}
 
 bool SecretServiceKeychain::isOffered() {
-    constexpr auto* service = "org.freedesktop.secrets";
     const Owned<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
     if (!bus)
         return false;
@@ -100,7 +99,7 @@ bool SecretServiceKeychain::isOffered() {
         const Owned<GVariant> names(g_variant_get_child_value(answer.get(), 0));
         const std::unique_ptr<const char*, decltype(&g_free)> list(g_variant_get_strv(names.get(), nullptr),
                                                                    g_free);
-        return g_strv_contains(list.get(), service) != 0;
+        return g_strv_contains(list.get(), "org.freedesktop.secrets") != 0;
     };
     return lists("ListNames") || lists("ListActivatableNames");
 }

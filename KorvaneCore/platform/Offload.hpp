@@ -1,10 +1,9 @@
 #pragma once
 
 #include "KorvaneCore/platform/Async.hpp"
+#include "KorvaneCore/platform/HandOver.hpp"
 
 #include <boost/asio/associated_executor.hpp>
-#include <boost/asio/dispatch.hpp>
-#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 
@@ -20,8 +19,8 @@ namespace Korvane {
 [[nodiscard]] asio::thread_pool& workers();
 
 /// Runs `work` on one of the workers and brings its result, or what it throws, back to the caller's executor.
-/// Work that began is never interrupted: a cancelled caller still waits for its end. The result must not be
-/// void.
+/// Work that began is never interrupted: a cancelled caller still waits for its end, and the caller's
+/// context must not be destroyed before. The result must not be void.
 template <class Work, class Result = std::invoke_result_t<Work>>
 asio::awaitable<Result> offload(Work work) {
     struct Outcome {
@@ -32,7 +31,7 @@ asio::awaitable<Result> offload(Work work) {
     const auto outcome = co_await asio::async_initiate<const asio::use_awaitable_t<>,
                                                        void(std::exception_ptr, std::shared_ptr<Outcome>)>(
         [](auto handler, Work task) {
-            auto home = asio::make_work_guard(asio::get_associated_executor(handler));
+            auto home = asio::get_associated_executor(handler);
             asio::post(workers(), [handler = std::move(handler), task = std::move(task),
                                    home = std::move(home)]() mutable {
                 auto done = std::make_shared<Outcome>();
@@ -41,16 +40,16 @@ asio::awaitable<Result> offload(Work work) {
                 } catch (...) {
                     done->error = std::current_exception();
                 }
-                // The guard moves on too: nothing of the caller's may end on this thread.
-                const auto executor = home.get_executor();
-                asio::dispatch(executor, [handler = std::move(handler), home = std::move(home),
-                                          done = std::move(done)]() mutable {
+                // The task moves on too: what it holds must not end on this thread.
+                handOver(std::move(home), [handler = std::move(handler), task = std::move(task),
+                                           done = std::move(done)]() mutable {
                     auto error = done->error;
                     handler(std::move(error), std::move(done));
                 });
             });
         },
         asio::use_awaitable, std::move(work));
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): an error would have been thrown
     co_return std::move(*outcome->result);
 }
 

@@ -4,12 +4,15 @@
 
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 // Full chunks on kept buffers, and a file of 2 GiB (KORVANE_BENCH_MIB another size) from the page cache.
 namespace {
@@ -104,8 +107,14 @@ void fileBareHashAndSeal(benchmark::State& state) {
 
 class BenchFile {
 public:
-    explicit BenchFile(std::int64_t mebibytes)
-        : path_(std::filesystem::temp_directory_path() / "korvane-bench-file") {
+    explicit BenchFile(std::int64_t mebibytes) {
+        std::string name = (std::filesystem::temp_directory_path() / "korvane-bench-XXXXXX").string();
+        const int descriptor = mkstemp(name.data());
+        if (descriptor < 0) {
+            throw std::system_error(errno, std::system_category(), name);
+        }
+        close(descriptor);
+        path_ = name;
         const Bytes chunk = someChunk();
         std::ofstream file(path_, std::ios::binary);
         for (std::int64_t at = 0; at < mebibytes; ++at) {

@@ -12,11 +12,7 @@
 namespace KRCrypto::Tests {
 namespace {
 
-MasterKey goldenKey() {
-    return MasterKey::fromBytes(bytes(vectors("golden/account"), "masterKey"));
-}
-
-EntryMeta metaOf(const boost::json::value& v) {
+EntryMeta metaOf(const Value& v) {
     if (!v.as_object().contains("mime")) {
         return FolderMeta(text(v, "name"));
     }
@@ -39,93 +35,24 @@ TEST(Metadata, EncodesToTheGoldenTextAndComesBack) {
         if (v.as_object().contains("sealed")) {
             EXPECT_EQ(mk.openMeta(bytes(v, "sealed")), back);
         }
-        EXPECT_EQ(firstUnnoticedFlip(mk.sealMeta(meta), [&](ByteView b) { return mk.openMeta(b); }), "");
     }
-    EXPECT_EQ(failureOf([&] { return mk.sealMeta(FolderMeta("bad\xc3")); }), "Invalid encoding");
-    EXPECT_EQ(failureOf([&] { return mk.sealMeta(FileMeta("a", "\xff", 0, "")); }), "Invalid encoding");
+    EXPECT_EQ(failureOf([&] { return mk.sealMeta(FolderMeta("bad\xc3")); }), invalidEncoding);
+    EXPECT_EQ(failureOf([&] { return mk.sealMeta(FileMeta("a", "\xff", 0, "")); }), invalidEncoding);
+    EXPECT_EQ(failureOf([&] { return mk.sealMeta(FolderMeta(std::string(262144, 'x'))); }), sizeMismatch);
+    EXPECT_EQ(failureOf([&] { return mk.openMeta(Bytes(262144 + 30, 1)); }), invalidMeta);
 }
 
-std::string nested(int depth) {
-    const auto times = static_cast<std::size_t>(depth);
-    return R"({"v":1,"name":"n","x":)" + std::string(times, '[') + std::string(times, ']') + "}";
-}
-
-TEST(Metadata, DecodesRecordsOfNewerWritersAndRefusesBrokenOnes) {
-    const std::string file = R"({"v":1,"name":"n","mime":"m","sha256":"s","size":)";
-    const std::pair<std::string, bool> table[] = {
-        {R"({"v":1,"name":"n"})", true},
-        {R"( { "name" : "n" , "x" : {"y":[1.5,null]}, "v" : 2 } )", true},
-        {R"({"v":1,"name":""})", true},
-        {R"({"v":"x","v":1,"name":"n"})", true}, // of equal keys the last one counts
-        {R"({"v":1,"v":"x","name":"n"})", false},
-        {R"({"v":1,"name":"\u0000\ud83d\ude00"})", true},
-        {file + "9223372036854775807}", true},
-        {file + "-9223372036854775808}", true},
-        {file + R"(1,"mtime":null})", true},
-        {file + R"(1,"mtime":"t"})", true},
-        {nested(400), true},
-        {nested(600), false},
-        {nested(1000000), false},
-        {std::string(1000000, '['), false},
-        {file + "9223372036854775808}", false},
-        {file + "-9223372036854775809}", false},
-        {file + "18446744073709551616}", false},
-        {file + "1.0}", false},
-        {file + "1e2}", false},
-        {file + "\"1\"}", false},
-        {file + "null}", false},
-        {file + "1,\"mtime\":5}", false},
-        {R"({"v":1,"name":"n","mime":null,"size":1,"sha256":"s"})", false},
-        {R"({"v":1,"name":"n","mime":"m","size":1})", false},
-        {R"({"v":1,"name":"n","mime":"m","sha256":"s"})", false},
-        {"", false},
-        {"null", false},
-        {"[]", false},
-        {R"("v")", false},
-        {"{}", false},
-        {R"({"v":1})", false},
-        {R"({"name":"n"})", false},
-        {R"({"v":1.0,"name":"n"})", false},
-        {R"({"v":true,"name":"n"})", false},
-        {R"({"v":1,"name":1})", false},
-        {R"({"v":1,"name":null})", false},
-        {R"({"v":1,"name":"n"}x)", false},
-        {R"({"v":1,"name":"n"}{})", false},
-        {R"({"v":1,"name":"n",})", false},
-        {R"({"v":1,"name":"n")", false},
-        {"{'v':1,'name':'n'}", false},
-        {"/**/{\"v\":1,\"name\":\"n\"}", false},
-        {"\xef\xbb\xbf{\"v\":1,\"name\":\"n\"}", false},
-        {"{\"v\":1,\"name\":\"\xff\"}", false},
-        {"{\"v\":1,\"name\":\"\xed\xa0\x80\"}", false},
-        {"{\"v\":1,\"name\":\"a\nb\"}", false},
-        {R"({"v":1,"name":"\ud800"})", false},
-        {R"({"v":1,"name":"\udc00x"})", false},
-        {R"({"v":01,"name":"n"})", false},
-        {std::string("{\"v\":1,\"name\":\"n\"}\0", 19), false},
-    };
-    for (const auto& [json, fine] : table) {
-        EXPECT_EQ(failureOf([&] { return MetaJSON::decode(asBytes(json)); }), fine ? "" : "Invalid metadata")
+TEST(Metadata, OfNewerWritersDecodesAndInvalidOneDoesNotOpen) {
+    const MasterKey mk = goldenKey();
+    for (const auto& v : rows("cases/metadata")) {
+        const std::string json = text(v, "json");
+        const Bytes sealed = seal(mk.bytes(), asBytes(json), CryptoContext::meta);
+        EXPECT_EQ(failureOf([&] { return MetaJSON::decode(asBytes(json)); }),
+                  flag(v, "decodes") ? "" : invalidMeta)
+            << json.substr(0, 100);
+        EXPECT_EQ(failureOf([&] { return mk.openMeta(sealed); }), flag(v, "opens") ? "" : invalidMeta)
             << json.substr(0, 100);
     }
-}
-
-TEST(Metadata, IsValidatedAfterEveryOpening) {
-    const MasterKey mk = goldenKey();
-    const std::string hash(62, 'a');
-    const std::tuple<std::int64_t, std::int64_t, std::string, bool> table[] = {
-        {1, 0, hash + "09", true},   {1, 0, hash + "AF", true},   {2, 0, hash + "09", false},
-        {0, 0, hash + "09", false},  {1, -1, hash + "09", false}, {1, 0, hash + "0", false},
-        {1, 0, hash + "009", false}, {1, 0, hash + "0g", false},  {1, 0, hash + "é", false},
-    };
-    for (const auto& [v, size, sha256, fine] : table) {
-        FileMeta meta("n", "m", size, sha256);
-        meta.v = v;
-        EXPECT_EQ(failureOf([&] { return mk.openMeta(mk.sealMeta(meta)); }), fine ? "" : "Invalid metadata");
-    }
-    FolderMeta folder("n");
-    folder.v = 2;
-    EXPECT_EQ(failureOf([&] { return mk.openMeta(mk.sealMeta(folder)); }), "Invalid metadata");
 }
 
 TEST(BlindIndex, MatchesTheGoldenNames) {
@@ -134,10 +61,13 @@ TEST(BlindIndex, MatchesTheGoldenNames) {
         EXPECT_EQ(MasterKey::blindIndexInput(text(v, "name")), text(v, "input"));
         EXPECT_EQ(mk.nameBlindIndex(text(v, "name")), text(v, "blindIndex"));
     }
-    EXPECT_EQ(mk.nameBlindIndex("E\u0301TE"), mk.nameBlindIndex("éte"));
-    EXPECT_NE(mk.nameBlindIndex("été"), mk.nameBlindIndex("éte"));
-    for (const std::string_view bad : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80"}) {
-        EXPECT_EQ(failureOf([&] { return MasterKey::blindIndexInput(bad); }), "Invalid encoding");
+    std::string endless = "a";
+    for (int i = 0; i < 400000; ++i) {
+        endless += "\u0316\u0301";
+    }
+    for (const std::string_view bad :
+         {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80", endless.c_str()}) {
+        EXPECT_EQ(failureOf([&] { return MasterKey::blindIndexInput(bad); }), invalidEncoding);
     }
 }
 
@@ -156,11 +86,10 @@ TEST(LowerCase, IsUnicodesFullMappingForEveryCodePoint) {
 }
 
 TEST(BlobIds, FollowTheContentNotItsHexText) {
-    const MasterKey mk = goldenKey();
     const auto v = vectors("golden/entries").at("blob");
-    EXPECT_EQ(mk.blobId(bytes(v, "sha256")), text(v, "blobId"));
+    EXPECT_EQ(goldenKey().blobId(bytes(v, "sha256")), text(v, "blobId"));
     EXPECT_NE(MasterKey::generate().blobId(bytes(v, "sha256")), text(v, "blobId"));
-    EXPECT_EQ(failureOf([&] { return mk.blobId(asBytes(text(v, "sha256"))); }), "Size mismatch");
+    EXPECT_EQ(failureOf([&] { return goldenKey().blobId(asBytes(text(v, "sha256"))); }), sizeMismatch);
 }
 
 TEST(AppData, IsBoundToItsName) {

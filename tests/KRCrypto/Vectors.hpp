@@ -1,8 +1,10 @@
 #pragma once
 
+#include "KRCrypto/Argon2.hpp"
 #include "KRCrypto/Bytes.hpp"
 #include "KRCrypto/Hex.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
+#include "KRCrypto/MasterKey.hpp"
 
 #include <boost/json.hpp>
 
@@ -12,22 +14,36 @@
 
 namespace KRCrypto::Tests {
 
-// A vector file, "published/…" or "golden/…". One that is missing, broken or empty is an exception.
-boost::json::value vectors(std::string_view name);
+using Value = boost::json::value;
+
+// A vector file, "published/…", "golden/…" or "cases/…". One that is missing, broken or empty is an
+// exception.
+Value vectors(std::string_view name);
 
 // The rows of a file, or of one of its members; none is an exception.
 boost::json::array rows(std::string_view name, std::string_view member = {});
 
-inline std::string text(const boost::json::value& record, std::string_view key) {
-    return std::string(record.at(key).as_string());
-}
+// A text; an array of texts and [text, times] stands for all of them in a row, {"hex": …} for bytes.
+std::string text(const Value& record, std::string_view key);
 
-inline Bytes bytes(const boost::json::value& record, std::string_view key) {
+Argon2Params paramsOf(const Value& record);
+
+MasterKey goldenKey();
+
+inline Bytes bytes(const Value& record, std::string_view key) {
     return Hex::decode(text(record, key));
 }
 
-inline std::int64_t number(const boost::json::value& record, std::string_view key) {
+inline SecretBytes secret(const Value& record, std::string_view key) {
+    return SecretBytes::copyOf(bytes(record, key));
+}
+
+inline std::int64_t number(const Value& record, std::string_view key) {
     return record.at(key).as_int64();
+}
+
+inline bool flag(const Value& record, std::string_view key) {
+    return record.at(key).as_bool();
 }
 
 // The sentence of the KRCryptoError that a call throws, "" when it returns.
@@ -57,20 +73,9 @@ inline Bytes copyOf(std::string_view text) {
 }
 
 inline constexpr std::string_view authenticationFailed = "Decryption failed (wrong key or tampered data)";
-
-// Every single flipped byte of a sealed box must be found, the version by its own error.
-template <class Open>
-std::string firstUnnoticedFlip(ByteView sealed, Open open) {
-    for (std::size_t at = 0; at < sealed.size(); ++at) {
-        const Bytes tampered = flipped(sealed, at);
-        const std::string expected =
-            at == 0 ? "Unsupported sealed-box version 0" : std::string(authenticationFailed);
-        const std::string actual = failureOf([&] { return open(ByteView(tampered)); });
-        if (actual != expected) {
-            return "byte " + std::to_string(at) + ": " + actual;
-        }
-    }
-    return "";
-}
+inline constexpr std::string_view invalidMeta = "Invalid metadata";
+inline constexpr std::string_view invalidEncoding = "Invalid encoding";
+inline constexpr std::string_view invalidPublicKey = "Invalid public key";
+inline constexpr std::string_view sizeMismatch = "Size mismatch";
 
 } // namespace KRCrypto::Tests

@@ -179,12 +179,20 @@ TEST(WipedMemory, OperationsLeaveNoKeysBehind) {
         {"unwrapping a file key", fk, [&] { key.unwrapFileKey(key.wrapFileKey(fk)); }},
         {"a link's key", bytes(link, "key"),
          [&] { LinkKey::fromFragment(fragment).entryKey("p", salt, params); }},
+        {"a link's password, what Argon2 makes of it", copyOf(argon2id("p", salt, params)),
+         [&] { LinkKey::fromFragment(fragment).entryKey("p", salt, params); }},
         {"a link's fragment", copyOf(fragment), [&] { LinkKey::fromFragment(fragment).fragment(); }},
         {"a drop's private key", bytes(drop, "owner"),
          [&] { DropCrypto::openKeyPair(key, bytes(drop, "wrappedPrivateKey"), bytes(drop, "ownerPublic")); }},
         {"a drop's token, opening", copyOf(token), [&] { DropCrypto::openLink(key, sealedLink); }},
         {"a drop's token, sealing", copyOf(token),
          [&] { DropCrypto::sealLink(key, {1, SecretBytes::copyOf(token), "label", "folder"}); }},
+        {"a drop's token, failing to seal", copyOf(token),
+         [&] {
+             failureOf([&] {
+                 return DropCrypto::sealLink(key, {1, SecretBytes::copyOf(token), "\xff", "folder"});
+             });
+         }},
         {"pairing, the master key", mk,
          [&] {
              PairingCrypto::pairOpen(SecretBytes::copyOf(bytes(devices, "device")),

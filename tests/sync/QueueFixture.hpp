@@ -116,12 +116,6 @@ private:
     std::map<std::string, std::shared_ptr<Gate>> gates_;
 };
 
-/// One for all tests: a worker may still let go of its executor after the test has ended.
-inline asio::io_context& testContext() {
-    static asio::io_context context;
-    return context;
-}
-
 /// A queue over an index of the test's own, in virtual time, on the test's thread.
 struct QueueTest : testing::Test {
     TemporaryFolder folder;
@@ -132,7 +126,7 @@ struct QueueTest : testing::Test {
     std::shared_ptr<ScriptedRunner> runner = std::make_shared<ScriptedRunner>();
     std::vector<TransferOutcome> outcomes;
     double jitter = 1;
-    asio::io_context& context = testContext();
+    asio::io_context context;
     TransferQueue queue{context.get_executor(), index, runner, clock, [this] { return jitter; }};
 
     void SetUp() override {
