@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -13,6 +14,14 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+
+#if __has_feature(thread_sanitizer)
+// GLib is not built for ThreadSanitizer, which sees its memory but not its locks.
+extern "C" const char* __tsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
+    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\ncalled_from_lib:libgobject-2.0."
+           "so\n";
+}
+#endif
 
 namespace Korvane::Testing {
 namespace {
