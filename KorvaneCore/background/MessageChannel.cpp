@@ -43,7 +43,7 @@ asio::awaitable<std::string> MessageChannel::receive() {
     co_return text;
 }
 
-void MessageChannel::send(std::string text) {
+void MessageChannel::send(const std::string& text) {
     waiting_.push_back(framed(text));
     if (writing_)
         return;

@@ -30,8 +30,8 @@ struct HTTPRequest {
 
     // Both borrowed like the body.
     BodySource* source = nullptr; ///< sent in place of `body`
-    /// Takes the body of a 2xx answer, which then is not in the answer. Of any other, longer than allowed, the
-    /// first part is in the answer.
+    /// Takes the body of a 2xx answer, which then is not in the answer. Of any other, longer than allowed,
+    /// the first part is in the answer.
     BodySink* sink = nullptr;
 
     /// How long nothing may move; none for the session's own time.
