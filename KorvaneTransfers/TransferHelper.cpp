@@ -87,8 +87,10 @@ void TransferHelper::run() {
     if (!std::filesystem::remove(socket, error))
         Log::warning("transfers", "the socket was gone already");
     std::vector<TaskResult> uncollected;
+    uncollected.reserve(tasks_.size());
     for (auto& [number, task] : tasks_)
-        uncollected.push_back(std::move(task.result.value()));
+        if (task.result)
+            uncollected.push_back(*std::move(task.result));
     KeptResults::leave(settings_.identifier, std::move(uncollected));
 }
 
@@ -139,7 +141,7 @@ asio::awaitable<void> TransferHelper::serve(FileDescriptor connection) {
 }
 
 /// Until the client leaves, or says something after which nothing can be made of the rest.
-asio::awaitable<void> TransferHelper::converse(const Channel& client) {
+asio::awaitable<void> TransferHelper::converse(Channel client) {
     bool greeted = false;
     for (;;) {
         const auto text = co_await client->receive();

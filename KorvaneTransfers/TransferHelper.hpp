@@ -56,7 +56,7 @@ private:
 
     asio::awaitable<void> accept();
     asio::awaitable<void> serve(FileDescriptor connection);
-    asio::awaitable<void> converse(const Channel& client);
+    asio::awaitable<void> converse(Channel client);
     asio::awaitable<void> waitUntilIdle();
 
     void greet(const Channel& client, const TransferMessages::Hello& hello);

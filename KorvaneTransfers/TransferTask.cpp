@@ -40,6 +40,9 @@ class FileSink final : public BodySink {
 public:
     FileSink(OpenFile file, std::uint64_t most) : file_(std::move(file)), rest_(most) {}
 
+    FileSink(const FileSink&) = delete;
+    FileSink& operator=(const FileSink&) = delete;
+
     ~FileSink() override {
         std::error_code error;
         if (!kept_ && !std::filesystem::remove(file_.path(), error))
@@ -88,8 +91,8 @@ void take(TaskResult& result, HTTPResponse answer, bool inFile) {
         result.body = std::move(answer.body);
 }
 
-asio::awaitable<void> carryOut(std::shared_ptr<HTTPSession> session, const TaskOrder& order,
-                               TaskResult& result) {
+asio::awaitable<TaskResult> carryOut(std::shared_ptr<HTTPSession> session, TaskOrder order) {
+    TaskResult result;
     if (!SessionFiles::isName(order.file))
         throw HTTPError(HTTPError::Kind::malformed, "the file is not named");
     const auto file = SessionFiles::staged(order.file);
@@ -103,7 +106,7 @@ asio::awaitable<void> carryOut(std::shared_ptr<HTTPSession> session, const TaskO
         if (isSuccess(answer.status))
             answer.body = std::move(sink.head());
         take(result, std::move(answer), false);
-        co_return;
+        co_return result;
     }
     FileSink sink(OpenFile::create(file), static_cast<std::uint64_t>(order.maxBytes));
     request.sink = &sink;
@@ -112,16 +115,15 @@ asio::awaitable<void> carryOut(std::shared_ptr<HTTPSession> session, const TaskO
     take(result, std::move(answer), inFile);
     if (inFile)
         sink.keep();
+    co_return result;
 }
 
 } // namespace
 
 asio::awaitable<TaskResult> run(std::shared_ptr<HTTPSession> session, TaskOrder order) {
     TaskResult result;
-    result.task = order.task;
-    result.file = order.file;
     try {
-        co_await carryOut(std::move(session), order, result);
+        result = co_await carryOut(std::move(session), order);
     } catch (const boost::system::system_error& error) {
         if (error.code() == asio::error::operation_aborted)
             throw;
@@ -129,6 +131,8 @@ asio::awaitable<TaskResult> run(std::shared_ptr<HTTPSession> session, TaskOrder 
     } catch (const std::exception& error) {
         result.failure = TaskFailure::from(error);
     }
+    result.task = order.task;
+    result.file = order.file;
     co_return result;
 }
 

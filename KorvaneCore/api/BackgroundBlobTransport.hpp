@@ -48,6 +48,8 @@ public:
 
     BackgroundBlobTransport(std::string identifier, bool allowsCellular);
     BackgroundBlobTransport(std::string identifier, bool allowsCellular, Options options);
+    BackgroundBlobTransport(const BackgroundBlobTransport&) = delete;
+    BackgroundBlobTransport& operator=(const BackgroundBlobTransport&) = delete;
     ~BackgroundBlobTransport() override;
 
     /// The process's one for "app.korvane.transfers".

@@ -83,7 +83,9 @@ Welcome greet(FileDescriptor& connection, std::chrono::seconds patience) {
     asio::co_spawn(
         context,
         [&]() -> asio::awaitable<void> {
-            channel->send(KRJSON::write(FromClient{.hello = Hello{}}));
+            FromClient hello;
+            hello.hello = Hello{};
+            channel->send(KRJSON::write(hello));
             const auto text = co_await channel->receive();
             answer = KRJSON::read<FromHelper>(text);
         },
@@ -135,11 +137,18 @@ BackgroundSession::BackgroundSession(const Strand& strand, FileDescriptor connec
       helper_(welcome.process),
       nextTask_(welcome.firstTask) {}
 
+template <class Content>
+void BackgroundSession::tell(std::optional<Content> FromClient::* member, const Content& content) {
+    FromClient message;
+    message.*member = content;
+    channel_->send(KRJSON::write(message));
+}
+
 void BackgroundSession::resume(TaskOrder order) {
     asio::post(strand_, [self = shared_from_this(), order = std::move(order)] {
         self->running_.emplace(order.task, order.file);
         if (self->open_)
-            self->channel_->send(KRJSON::write(FromClient{.start = order}));
+            self->tell(&FromClient::start, order);
         else
             self->lose();
     });
@@ -148,14 +157,14 @@ void BackgroundSession::resume(TaskOrder order) {
 void BackgroundSession::cancel(std::int64_t task) {
     asio::post(strand_, [self = shared_from_this(), task] {
         if (self->running_.erase(task) != 0 && self->open_)
-            self->channel_->send(KRJSON::write(FromClient{.cancel = task}));
+            self->tell(&FromClient::cancel, task);
     });
 }
 
 void BackgroundSession::askForEvents() {
     asio::post(strand_, [self = shared_from_this()] {
         if (self->open_)
-            self->channel_->send(KRJSON::write(FromClient{.events = true}));
+            self->tell(&FromClient::events, true);
     });
 }
 
@@ -204,7 +213,7 @@ void BackgroundSession::finish(const TaskResult& result) {
             delegate_.didFinishDownloading(result.task, completion.file);
     }
     delegate_.didComplete(std::move(completion));
-    channel_->send(KRJSON::write(FromClient{.collected = result.task}));
+    tell(&FromClient::collected, result.task);
 }
 
 /// The helper is gone, and the running tasks with it.

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Korvane {
@@ -94,6 +95,9 @@ public:
 private:
     BackgroundSession(const Strand& strand, FileDescriptor connection,
                       const TransferMessages::Welcome& welcome, Delegate& delegate);
+
+    template <class Content>
+    void tell(std::optional<Content> TransferMessages::FromClient::* member, const Content& content);
 
     asio::awaitable<void> listen();
     void take(const TransferMessages::FromHelper& message);

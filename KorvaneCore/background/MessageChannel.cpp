@@ -43,7 +43,7 @@ asio::awaitable<std::string> MessageChannel::receive() {
     co_return text;
 }
 
-void MessageChannel::send(std::string text) {
+void MessageChannel::send(const std::string& text) {
     waiting_.push_back(framed(text));
     if (writing_)
         return;
@@ -60,9 +60,9 @@ asio::awaitable<void> MessageChannel::write() {
             co_await asio::async_write(socket_, asio::buffer(text), asio::use_awaitable);
         }
     } catch (const boost::system::system_error& error) {
-        Log::debug("transfers", error.what()); // whoever receives sees the end too
+        // Not closed: what the other side said before it left can still be received.
+        Log::debug("transfers", error.what());
         waiting_.clear();
-        finishing_ = true;
     }
     writing_ = false;
     if (finishing_)

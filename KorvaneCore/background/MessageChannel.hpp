@@ -36,7 +36,7 @@ public:
 
     /// Sends after all that was sent before; never waits. What cannot be sent any more is dropped: receive()
     /// tells that the connection has ended.
-    void send(std::string text);
+    void send(const std::string& text);
 
     /// Sends what is waiting, then closes.
     void finish();

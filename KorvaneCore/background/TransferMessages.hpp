@@ -91,19 +91,19 @@ struct Refusal {
 BOOST_DESCRIBE_STRUCT(Refusal, (), (code, message))
 
 struct FromClient {
-    std::optional<Hello> hello{};
-    std::optional<TaskOrder> start{};
-    std::optional<std::int64_t> cancel{};    ///< forget this task, whatever becomes of it
-    std::optional<std::int64_t> collected{}; ///< this result need not be kept any longer
-    std::optional<bool> events{};            ///< answer with `eventsDelivered`
+    std::optional<Hello> hello;
+    std::optional<TaskOrder> start;
+    std::optional<std::int64_t> cancel;    ///< forget this task, whatever becomes of it
+    std::optional<std::int64_t> collected; ///< this result need not be kept any longer
+    std::optional<bool> events;            ///< answer with `eventsDelivered`
 };
 BOOST_DESCRIBE_STRUCT(FromClient, (), (hello, start, cancel, collected, events))
 
 struct FromHelper {
-    std::optional<Welcome> welcome{};
-    std::optional<TaskResult> finished{};
-    std::optional<bool> eventsDelivered{}; ///< all that was kept for a client that comes back has been sent
-    std::optional<Refusal> refused{};
+    std::optional<Welcome> welcome;
+    std::optional<TaskResult> finished;
+    std::optional<bool> eventsDelivered; ///< all that was kept for a client that comes back has been sent
+    std::optional<Refusal> refused;
 };
 BOOST_DESCRIBE_STRUCT(FromHelper, (), (welcome, finished, eventsDelivered, refused))
 

@@ -98,14 +98,15 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
 
 void Transfer::setBody() {
     auto* curl = handle_.get();
-    if (const auto size = bodySize()) {
+    if (request_.source != nullptr || request_.body) {
+        const auto size = bodySize();
         set(curl, CURLOPT_UPLOAD, 1L);
-        set(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*size));
+        set(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
         set(curl, CURLOPT_READFUNCTION, &Transfer::onRead);
         set(curl, CURLOPT_READDATA, this);
         set(curl, CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
         set(curl, CURLOPT_SEEKDATA, this);
-        if (*size > static_cast<std::uint64_t>(uploadBufferBytes))
+        if (size > static_cast<std::uint64_t>(uploadBufferBytes))
             set(curl, CURLOPT_UPLOAD_BUFFERSIZE, uploadBufferBytes);
     } else if (request_.method == "POST" || request_.method == "PUT" || request_.method == "PATCH") {
         set(curl, CURLOPT_POSTFIELDSIZE, 0L);
@@ -116,10 +117,10 @@ void Transfer::setBody() {
     set(curl, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
 }
 
-std::optional<std::uint64_t> Transfer::bodySize() const {
+std::uint64_t Transfer::bodySize() const {
     if (request_.source != nullptr)
         return request_.source->size();
-    return request_.body ? std::optional<std::uint64_t>(request_.body->size()) : std::nullopt;
+    return request_.body ? request_.body->size() : 0;
 }
 
 void Transfer::setHeaders() {
@@ -267,7 +268,7 @@ std::size_t Transfer::onBody(const char* data, std::size_t size, std::size_t cou
 
 std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    const auto rest = *transfer.bodySize() - transfer.sent_;
+    const auto rest = transfer.bodySize() - transfer.sent_;
     const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(rest, size * count));
     if (length == 0)
         return 0;
@@ -287,7 +288,7 @@ std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, 
 
 int Transfer::onSeek(void* self, curl_off_t offset, int origin) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
-    if (origin != SEEK_SET || offset < 0 || static_cast<std::uint64_t>(offset) > *transfer.bodySize())
+    if (origin != SEEK_SET || offset < 0 || static_cast<std::uint64_t>(offset) > transfer.bodySize())
         return CURL_SEEKFUNC_FAIL;
     transfer.sent_ = static_cast<std::uint64_t>(offset);
     return CURL_SEEKFUNC_OK;

@@ -9,7 +9,6 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace Korvane {
@@ -53,7 +52,7 @@ private:
     void setHeaders();
     void addHeader(const std::string& line);
     void setBody();
-    [[nodiscard]] std::optional<std::uint64_t> bodySize() const;
+    [[nodiscard]] std::uint64_t bodySize() const;
     void takeHeader(std::string_view line);
     bool takeBody(KRCrypto::ByteView bytes);
     [[nodiscard]] int status() const;
