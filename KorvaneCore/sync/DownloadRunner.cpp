@@ -36,10 +36,13 @@ DownloadRunner::DownloadRunner(const JobContext& context, TransferRun& run, Down
 asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
     co_await findVersion();
     auto partial = co_await fetch();
+    // Before the rename as well as after it: its event may be here before this coroutine is.
+    const auto fetched = co_await offload([path = partial.path()] { return localStat(path); });
+    co_await run_.reportOwnWrite(destination_, fetched.value());
     const auto movedAside = co_await place(std::move(partial));
-    const auto stat = co_await offload([this] { return localStat(destination_); });
-    if (stat)
-        co_await run_.reportOwnWrite(destination_, *stat);
+    const auto placed = co_await offload([this] { return localStat(destination_); });
+    if (placed)
+        co_await run_.reportOwnWrite(destination_, *placed);
     co_return TransferOutcome::Downloaded{job_, file_, movedAside};
 }
 

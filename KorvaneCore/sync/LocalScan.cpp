@@ -44,11 +44,11 @@ private:
         if (!status)
             return; // gone meanwhile
         if (!KRCrypto::isUTF8(relPath))
-            return skip(relPath, "Its name is not UTF-8");
+            return skip(relPath, "its name is not UTF-8");
         if (status->kind == FileStatus::Kind::link)
-            return skip(relPath, "Links are not followed");
+            return skip(relPath, "links are not followed");
         if (status->kind == FileStatus::Kind::other)
-            return skip(relPath, "Only files and folders are synced");
+            return skip(relPath, "it is neither a file nor a folder");
         const auto stat = localStat(path);
         if (!stat)
             return;
@@ -59,7 +59,7 @@ private:
         list(relPath, error);
         if (error) {
             scan_.isComplete = false;
-            skip(relPath, "It cannot be listed: " + error.message());
+            skip(relPath, "it cannot be listed: " + error.message());
         }
     }
 

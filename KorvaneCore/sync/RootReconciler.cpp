@@ -42,10 +42,7 @@ asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
     for (const auto& [relPath, entry] : base)
         if (entry.isFolder)
             folders[relPath] = entry.itemId;
-    for (const auto& skipped : scan.skipped) {
-        Log::warning("sync", "skipped " + skipped.relPath + ": " + skipped.reason);
-        mark(root, skipped.relPath, PathStatus::excluded);
-    }
+    markSkipped(root, scan);
     for (const auto& step : plan.moves)
         co_await move(root, step, folders);
     for (const auto& folder : plan.newFolders)
@@ -67,6 +64,17 @@ asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
             synced.push_back({absolute(root, relPath), PathStatus::synced, {}});
     if (!synced.empty())
         parts_.status->setMany(synced);
+}
+
+// Names are the user's own and stay out of the log; the status says which entries are meant.
+void RootReconciler::markSkipped(const SyncRoot& root, const LocalScan& scan) {
+    for (const auto& skipped : scan.skipped) {
+        const auto path = absolute(root, skipped.relPath);
+        if (parts_.status->status(path) == PathStatus::excluded)
+            continue;
+        Log::warning("sync", "an entry is not synced: " + skipped.reason);
+        parts_.status->set(PathStatus::excluded, path);
+    }
 }
 
 // Files of a folder in the Trash have nowhere to go; it is made anew, and they with it.

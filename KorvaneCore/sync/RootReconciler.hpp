@@ -49,6 +49,7 @@ private:
                                    const TransferOutcome::Uploaded& outcome);
     void setBase(const SyncRoot& root, const LocalScan::Entry& entry, const std::string& itemId,
                  std::int64_t version, const std::optional<std::string>& sha256);
+    void markSkipped(const SyncRoot& root, const LocalScan& scan);
     void forgetTrashedFolders(const SyncRoot& root);
     [[nodiscard]] static const std::string& parentId(const Folders& folders, const std::string& relPath);
     void mark(const SyncRoot& root, const std::string& relPath, PathStatus status,
