@@ -26,6 +26,8 @@ public:
     [[nodiscard]] std::string page(std::int64_t since, std::int64_t limit) const;
 
 private:
+    [[nodiscard]] std::int64_t latestSeq() const;
+
     ServiceState* state_;
     SQLiteDatabase* database_;
     Session session_;

@@ -4,6 +4,7 @@
 #include "KRCrypto/Derivation.hpp"
 #include "KRCrypto/Random.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Schema.hpp"
 
 #include <utility>
@@ -26,7 +27,7 @@ KRCrypto::SecretBytes rootKey(SQLiteDatabase& database) {
     database.run("INSERT OR IGNORE INTO service_keys (name, value) VALUES ('root', ?)",
                  KRCrypto::Bytes(key.view().begin(), key.view().end()));
     auto stored =
-        database.query("SELECT value FROM service_keys WHERE name = 'root'").at(0).data("value").value();
+        Columns::bytes(database.query("SELECT value FROM service_keys WHERE name = 'root'").at(0), "value");
     auto result = KRCrypto::SecretBytes::copyOf(stored);
     KRCrypto::wipe(stored);
     return result;

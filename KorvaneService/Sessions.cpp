@@ -6,6 +6,7 @@
 #include "KRCrypto/Sha256.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/ChangeFeed.hpp"
+#include "KorvaneService/Columns.hpp"
 
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/predicate.hpp>
@@ -66,9 +67,9 @@ bool isRevoked(SQLiteDatabase& database, const Session& session) {
 
 Device deviceOf(const SQLRow& row, const std::string& current) {
     Device device;
-    device.id = row.string("id").value();
-    device.name = row.string("name").value();
-    device.platform = row.string("platform").value();
+    device.id = Columns::text(row, "id");
+    device.name = Columns::text(row, "name");
+    device.platform = Columns::text(row, "platform");
     device.createdAt = row.date("created_at");
     device.lastSeenAt = row.date("last_seen_at");
     device.revokedAt = row.date("revoked_at");
@@ -111,7 +112,7 @@ Rotation rotate(ServiceState& state, SQLiteDatabase& database, const SecretText&
                                      hash);
     if (rows.empty())
         throw Refusal::wrongCredentials("invalid refresh token");
-    const Session session{rows[0].string("user_id").value(), rows[0].string("id").value()};
+    const Session session{Columns::text(rows[0], "user_id"), Columns::text(rows[0], "id")};
     if (rows[0].date("revoked_at"))
         throw Refusal::deviceRevoked();
     if (rows[0].date("used_at")) {
@@ -153,8 +154,8 @@ User user(SQLiteDatabase& database, const std::string& userId) {
         throw Refusal::authenticationRequired();
     User user;
     user.id = userId;
-    user.email = rows[0].string("email").value();
-    user.rootFolderId = rows[0].string("root_folder_id").value();
+    user.email = Columns::text(rows[0], "email");
+    user.rootFolderId = Columns::text(rows[0], "root_folder_id");
     user.quotaBytes = rows[0].intValue("quota_bytes");
     user.createdAt = rows[0].date("created_at");
     user.hasPassword = true;

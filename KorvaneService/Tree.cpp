@@ -1,6 +1,7 @@
 #include "KorvaneService/Tree.hpp"
 
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/TreeRecords.hpp"
 
 #include <algorithm>
@@ -258,7 +259,7 @@ RemoteFile Tree::restoreVersion(const std::string& id, std::int64_t version) con
     CreateFileRequest request;
     request.folderId = current.folderId;
     request.metaEnc = old.metaEnc;
-    request.nameBlindIndex = rows[0].string("name_blind_index").value();
+    request.nameBlindIndex = Columns::text(rows[0], "name_blind_index");
     request.blobId = old.blobId;
     request.wrappedFileKey = old.wrappedFileKey;
     request.chunkCount = old.chunkCount;
@@ -288,10 +289,10 @@ void Tree::purge(const std::string& id, std::vector<std::filesystem::path>& disc
 void Tree::purgeTrash(std::vector<std::filesystem::path>& discarded) const {
     for (const auto& row : database_->query(
              "SELECT id FROM files WHERE user_id = ? AND deleted_at IS NOT NULL", session_.userId))
-        removeFile(row.string("id").value(), discarded);
+        removeFile(Columns::text(row, "id"), discarded);
     for (const auto& row : database_->query(
              "SELECT id FROM folders WHERE user_id = ? AND deleted_at IS NOT NULL", session_.userId))
-        removeFolder(row.string("id").value(), discarded);
+        removeFolder(Columns::text(row, "id"), discarded);
     removeUnusedBlobs(discarded);
 }
 
@@ -366,9 +367,9 @@ void Tree::removeFile(const std::string& id, std::vector<std::filesystem::path>&
 
 void Tree::removeFolder(const std::string& id, std::vector<std::filesystem::path>& discarded) const {
     for (const auto& row : database_->query("SELECT id FROM files WHERE folder_id = ?", id))
-        removeFile(row.string("id").value(), discarded);
+        removeFile(Columns::text(row, "id"), discarded);
     for (const auto& row : database_->query("SELECT id FROM folders WHERE parent_id = ?", id))
-        removeFolder(row.string("id").value(), discarded);
+        removeFolder(Columns::text(row, "id"), discarded);
     if (database_->run("DELETE FROM folders WHERE id = ?", id) > 0)
         feed_.record("folder", id, "purge", feed_.nextSeq(), std::nullopt);
 }
@@ -378,7 +379,7 @@ void Tree::removeUnusedBlobs(std::vector<std::filesystem::path>& discarded) cons
         " FROM blobs WHERE user_id = ?1 AND NOT EXISTS (SELECT 1 FROM versions v "
         "WHERE v.user_id = blobs.user_id AND v.blob_id = blobs.blob_id)";
     for (const auto& row : database_->query("SELECT folder" + unused, session_.userId))
-        discarded.push_back(state_->blobs().blobFolder(row.string("folder").value()));
+        discarded.push_back(state_->blobs().blobFolder(Columns::text(row, "folder")));
     database_->run("DELETE" + unused, session_.userId);
 }
 

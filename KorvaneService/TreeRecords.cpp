@@ -1,10 +1,12 @@
 #include "KorvaneService/TreeRecords.hpp"
 
+#include "KorvaneService/Columns.hpp"
+
 namespace Korvane {
 
 RemoteFolder remoteFolder(const SQLRow& row) {
     RemoteFolder folder;
-    folder.id = row.string("id").value();
+    folder.id = Columns::text(row, "id");
     folder.parentId = row.string("parent_id");
     folder.metaEnc = row.data("meta_enc");
     folder.nameBlindIndex = row.string("name_blind_index");
@@ -17,15 +19,15 @@ RemoteFolder remoteFolder(const SQLRow& row) {
 
 RemoteFile remoteFile(const SQLRow& row) {
     RemoteFile file;
-    file.id = row.string("id").value();
-    file.folderId = row.string("folder_id").value();
-    file.metaEnc = row.data("meta_enc").value();
+    file.id = Columns::text(row, "id");
+    file.folderId = Columns::text(row, "folder_id");
+    file.metaEnc = Columns::bytes(row, "meta_enc");
     file.nameBlindIndex = row.string("name_blind_index");
-    file.blobId = row.string("blob_id").value();
-    file.encryptedSize = row.intValue("encrypted_size").value();
-    file.chunkCount = row.intValue("chunk_count").value();
-    file.wrappedFileKey = row.data("wrapped_file_key").value();
-    file.version = row.intValue("version").value();
+    file.blobId = Columns::text(row, "blob_id");
+    file.encryptedSize = Columns::integer(row, "encrypted_size");
+    file.chunkCount = Columns::integer(row, "chunk_count");
+    file.wrappedFileKey = Columns::bytes(row, "wrapped_file_key");
+    file.version = Columns::integer(row, "version");
     file.hasThumbnail = row.boolValue("has_thumbnail");
     file.createdAt = row.date("created_at");
     file.updatedAt = row.date("updated_at");
@@ -37,12 +39,12 @@ RemoteFile remoteFile(const SQLRow& row) {
 
 FileVersion fileVersion(const SQLRow& row) {
     FileVersion version;
-    version.version = row.intValue("version").value();
-    version.blobId = row.string("blob_id").value();
-    version.encryptedSize = row.intValue("encrypted_size").value();
-    version.chunkCount = row.intValue("chunk_count").value();
-    version.wrappedFileKey = row.data("wrapped_file_key").value();
-    version.metaEnc = row.data("meta_enc").value();
+    version.version = Columns::integer(row, "version");
+    version.blobId = Columns::text(row, "blob_id");
+    version.encryptedSize = Columns::integer(row, "encrypted_size");
+    version.chunkCount = Columns::integer(row, "chunk_count");
+    version.wrappedFileKey = Columns::bytes(row, "wrapped_file_key");
+    version.metaEnc = Columns::bytes(row, "meta_enc");
     version.createdAt = row.date("created_at");
     version.createdByDeviceId = row.string("created_by_device_id");
     return version;

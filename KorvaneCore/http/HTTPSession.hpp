@@ -35,7 +35,7 @@ struct HTTPRequest {
     BodySink* sink = nullptr;
 
     /// How long nothing may move; none for the session's own time.
-    std::optional<std::chrono::seconds> idle{};
+    std::optional<std::chrono::seconds> idle = std::nullopt;
 
     /// Without it, a request whose way leads over a mobile network fails with HTTPError (connection), unsent.
     bool allowsCellular = true;

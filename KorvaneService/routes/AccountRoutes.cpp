@@ -1,5 +1,6 @@
 #include "KRCrypto/Derivation.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Sessions.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Credentials.hpp"
@@ -23,7 +24,7 @@ Reply authParams(Exchange& exchange) {
     const auto& settings = exchange.state.settings();
     AuthParams params;
     if (const auto account = Credentials::account(exchange, email)) {
-        params.kdfSalt = account->data("kdf_salt").value();
+        params.kdfSalt = Columns::bytes(*account, "kdf_salt");
     } else {
         const auto made = KRCrypto::hmacSHA256(exchange.state.key("absent-salt"), KRCrypto::asBytes(email));
         params.kdfSalt.assign(made.begin(), made.begin() + saltSize);
@@ -89,10 +90,10 @@ Reply login(Exchange& exchange) {
     const auto email = Credentials::normalisedEmail(request.email);
     Credentials::countAttempt(exchange, email);
     const auto account = Credentials::account(exchange, email);
-    if (!account || !Credentials::matches(request.authKey, account->data("auth_hash").value()))
+    if (!account || !Credentials::matches(request.authKey, Columns::bytes(*account, "auth_hash")))
         throw Refusal::wrongCredentials("wrong e-mail address or password");
     return answer(
-        signedIn(exchange, Sessions::signIn(exchange.state, exchange.database, account->string("id").value(),
+        signedIn(exchange, Sessions::signIn(exchange.state, exchange.database, Columns::text(*account, "id"),
                                             request.deviceName, nameOf(request.platform), request.deviceId)));
 }
 
@@ -149,11 +150,11 @@ Reply deleteAccount(Exchange& exchange) {
     const auto& user = exchange.session.userId;
     const auto& blobs = exchange.state.blobs();
     for (const auto& row : exchange.database.query("SELECT folder FROM blobs WHERE user_id = ?", user))
-        exchange.discarded.push_back(blobs.blobFolder(row.string("folder").value()));
+        exchange.discarded.push_back(blobs.blobFolder(Columns::text(row, "folder")));
     for (const auto& row : exchange.database.query("SELECT id FROM uploads WHERE user_id = ?", user))
-        exchange.discarded.push_back(blobs.uploadFolder(row.string("id").value()));
+        exchange.discarded.push_back(blobs.uploadFolder(Columns::text(row, "id")));
     for (const auto& row : exchange.database.query("SELECT id FROM files WHERE user_id = ?", user))
-        exchange.discarded.push_back(blobs.thumbnailFile(row.string("id").value()));
+        exchange.discarded.push_back(blobs.thumbnailFile(Columns::text(row, "id")));
     // Versions first: they keep blobs from being removed.
     exchange.database.run("DELETE FROM versions WHERE user_id = ?", user);
     exchange.database.run("DELETE FROM users WHERE id = ?", user);
@@ -178,8 +179,8 @@ SELECT (SELECT COALESCE(SUM(encrypted_size), 0) FROM blobs WHERE user_id = ?1) A
                                 exchange.session.userId)
                          .at(0);
     Usage usage;
-    usage.usedBytes = row.intValue("used").value();
-    usage.quotaBytes = row.intValue("quota").value();
+    usage.usedBytes = Columns::integer(row, "used");
+    usage.quotaBytes = Columns::integer(row, "quota");
     usage.fileCount = row.intValue("files");
     usage.folderCount = row.intValue("folders");
     usage.trashBytes = row.intValue("trash");
@@ -194,8 +195,8 @@ Reply recoveryBegin(Exchange& exchange) {
     Credentials::countAttempt(exchange, email);
     RecoveryBeginResponse response;
     if (const auto account = Credentials::account(exchange, email)) {
-        response.kdfSalt = account->data("kdf_salt").value();
-        response.wrappedMasterKeyRecovery = account->data("wrapped_master_key_recovery").value();
+        response.kdfSalt = Columns::bytes(*account, "kdf_salt");
+        response.wrappedMasterKeyRecovery = Columns::bytes(*account, "wrapped_master_key_recovery");
         return answer(response);
     }
     const auto salt = KRCrypto::hmacSHA256(exchange.state.key("absent-salt"), KRCrypto::asBytes(email));
@@ -212,9 +213,9 @@ Reply recoveryComplete(Exchange& exchange) {
     const auto email = Credentials::normalisedEmail(request.email);
     Credentials::countAttempt(exchange, email);
     const auto account = Credentials::account(exchange, email);
-    if (!account || !Credentials::matches(request.recoveryAuthKey, account->data("recovery_hash").value()))
+    if (!account || !Credentials::matches(request.recoveryAuthKey, Columns::bytes(*account, "recovery_hash")))
         throw Refusal::wrongCredentials("wrong recovery code");
-    const auto userId = account->string("id").value();
+    const auto userId = Columns::text(*account, "id");
     setPassword(exchange, userId, request.newAuthKey, request.newKdfSalt, request.newWrappedMasterKey);
     const auto session = Sessions::signIn(exchange.state, exchange.database, userId, request.deviceName,
                                           nameOf(request.platform), std::nullopt);
@@ -236,7 +237,7 @@ Reply rotateRecoveryKey(Exchange& exchange) {
 Reply recoveryWrappedKey(Exchange& exchange) {
     const auto rows = exchange.database.query("SELECT wrapped_master_key_recovery FROM users WHERE id = ?",
                                               exchange.session.userId);
-    return answer(RecoveryWrappedKeyResponse{rows.at(0).data("wrapped_master_key_recovery").value()});
+    return answer(RecoveryWrappedKeyResponse{Columns::bytes(rows.at(0), "wrapped_master_key_recovery")});
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "KRCrypto/Sha256.hpp"
 #include "KRCrypto/Sizes.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/ServiceState.hpp"
 
 #include <boost/algorithm/string/case_conv.hpp>
@@ -40,8 +41,8 @@ std::optional<SQLRow> account(Exchange& exchange, const std::string& email) {
 void require(Exchange& exchange, const std::optional<KRCrypto::SecretBytes>& authKey) {
     const auto rows =
         exchange.database.query("SELECT email, auth_hash FROM users WHERE id = ?", exchange.session.userId);
-    countAttempt(exchange, rows.at(0).string("email").value());
-    if (!authKey || !matches(*authKey, rows.at(0).data("auth_hash").value()))
+    countAttempt(exchange, Columns::text(rows.at(0), "email"));
+    if (!authKey || !matches(*authKey, Columns::bytes(rows.at(0), "auth_hash")))
         throw Refusal::wrongCredentials("wrong password");
 }
 

@@ -1,3 +1,4 @@
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Sessions.hpp"
 #include "KorvaneService/routes/Routes.hpp"
 
@@ -11,7 +12,7 @@ Reply devices(Exchange& exchange) {
              "SELECT id FROM devices WHERE user_id = ? AND revoked_at IS NULL ORDER BY created_at, id",
              exchange.session.userId))
         response.devices.push_back(
-            Sessions::device(exchange.database, exchange.session, row.string("id").value()));
+            Sessions::device(exchange.database, exchange.session, Columns::text(row, "id")));
     return answer(response);
 }
 

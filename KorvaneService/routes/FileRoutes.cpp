@@ -1,4 +1,5 @@
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/StorageURL.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Paging.hpp"
@@ -50,7 +51,7 @@ Reply download(Exchange& exchange) {
     const auto blob = exchange.database.query("SELECT folder FROM blobs WHERE user_id = ? AND blob_id = ?",
                                               exchange.session.userId, file.blobId);
     DownloadInfo info;
-    info.url = StorageURL::getBlob(exchange.state, blob.at(0).string("folder").value());
+    info.url = StorageURL::getBlob(exchange.state, Columns::text(blob.at(0), "folder"));
     info.expiresAt = StorageURL::expiry(exchange.state);
     info.blobId = file.blobId;
     info.encryptedSize = file.encryptedSize;

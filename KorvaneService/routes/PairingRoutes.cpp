@@ -3,6 +3,7 @@
 #include "KRCrypto/Sizes.hpp"
 #include "KorvaneCore/api/records/Pairing.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Sessions.hpp"
 #include "KorvaneService/routes/Credentials.hpp"
 #include "KorvaneService/routes/Routes.hpp"
@@ -72,7 +73,7 @@ Reply collect(Exchange& exchange) {
     }
     if (row.boolValue("collected"))
         throw Refusal::expired("the pairing was used");
-    exchange.database.run("UPDATE pairings SET collected = 1 WHERE id = ?", row.string("id").value());
+    exchange.database.run("UPDATE pairings SET collected = 1 WHERE id = ?", Columns::text(row, "id"));
     response.status = "approved";
     response.approverPublicKey = row.data("approver_public_key");
     response.encryptedMasterKey = row.data("encrypted_master_key");
@@ -82,8 +83,8 @@ Reply collect(Exchange& exchange) {
         return answer(response);
     }
     const auto session =
-        Sessions::signIn(exchange.state, exchange.database, *approver, row.string("device_name").value(),
-                         row.string("platform").value(), {});
+        Sessions::signIn(exchange.state, exchange.database, *approver, Columns::text(row, "device_name"),
+                         Columns::text(row, "platform"), {});
     const auto tokens = Sessions::issue(exchange.state, exchange.database, session);
     response.accessToken = tokens.accessToken;
     response.refreshToken = tokens.refreshToken;
@@ -97,11 +98,11 @@ Reply poll(Exchange& exchange) {
 
 PendingPairing pendingPairing(const SQLRow& row) {
     PendingPairing pairing;
-    pairing.pairingId = row.string("id").value();
-    pairing.code = row.string("code").value();
-    pairing.deviceName = row.string("device_name").value();
-    pairing.platform = row.string("platform").value();
-    pairing.devicePublicKey = row.data("device_public_key").value();
+    pairing.pairingId = Columns::text(row, "id");
+    pairing.code = Columns::text(row, "code");
+    pairing.deviceName = Columns::text(row, "device_name");
+    pairing.platform = Columns::text(row, "platform");
+    pairing.devicePublicKey = Columns::bytes(row, "device_public_key");
     pairing.createdAt = row.date("created_at");
     pairing.bound = row.string("user_id").has_value();
     return pairing;

@@ -1,5 +1,6 @@
 #include "KorvaneCore/api/records/Shares.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Routes.hpp"
 
@@ -9,10 +10,10 @@ namespace {
 
 Share shareOf(const SQLRow& row) {
     Share share;
-    share.id = row.string("id").value();
+    share.id = Columns::text(row, "id");
     share.token = row.string("token");
-    share.entityType = row.string("entity_type").value();
-    share.entityId = row.string("entity_id").value();
+    share.entityType = Columns::text(row, "entity_type");
+    share.entityId = Columns::text(row, "entity_id");
     share.passwordSalt = row.data("password_salt");
     share.expiresAt = row.date("expires_at");
     share.createdAt = row.date("created_at");
@@ -95,7 +96,7 @@ Reply get(Exchange& exchange) {
     detail.share = found(exchange, exchange.parameter("id"));
     for (const auto& row : exchange.database.query(
              "SELECT entry FROM share_entries WHERE share_id = ? ORDER BY entry_id", detail.share.id))
-        detail.entries.push_back(KRJSON::read<ShareEntry>(row.string("entry").value()));
+        detail.entries.push_back(KRJSON::read<ShareEntry>(Columns::text(row, "entry")));
     return answer(detail);
 }
 

@@ -1,5 +1,6 @@
 #include "KorvaneCore/api/records/Uploads.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/ServiceState.hpp"
 #include "KorvaneService/routes/Routes.hpp"
 
@@ -24,7 +25,7 @@ Reply putPart(Exchange& exchange) {
         throw Refusal::notFound("no such upload");
     const auto& blobs = exchange.state.blobs();
     const auto& bytes = exchange.request.body;
-    if (std::ssize(bytes) != blobs.partSize(part, rows[0].intValue("encrypted_size").value()))
+    if (std::ssize(bytes) != blobs.partSize(part, Columns::integer(rows[0], "encrypted_size")))
         throw Refusal::invalidPartLayout("the part has another size");
     try {
         blobs.putPart(id, part, bytes);
@@ -63,7 +64,7 @@ Reply getBlob(Exchange& exchange) {
     const auto rows = exchange.database.query("SELECT encrypted_size FROM blobs WHERE folder = ?", folder);
     if (rows.empty())
         throw Refusal::notFound("no such blob");
-    const auto size = rows[0].intValue("encrypted_size").value();
+    const auto size = Columns::integer(rows[0], "encrypted_size");
     const auto header = exchange.request.headers[boost::beast::http::field::range];
     const auto range = rangeOf({header.data(), header.size()}, size);
     Reply reply;

@@ -1,5 +1,6 @@
 #include "KorvaneCore/api/records/Uploads.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneService/Columns.hpp"
 #include "KorvaneService/StorageURL.hpp"
 #include "KorvaneService/Tree.hpp"
 #include "KorvaneService/routes/Routes.hpp"
@@ -28,11 +29,11 @@ Upload found(Exchange& exchange) {
     if (rows.empty())
         throw Refusal::notFound("no such upload");
     const auto& row = rows[0];
-    Upload upload{row.string("id").value(),
-                  row.string("blob_id").value(),
-                  row.intValue("encrypted_size").value(),
-                  row.intValue("chunk_count").value(),
-                  row.date("expires_at").value(),
+    Upload upload{Columns::text(row, "id"),
+                  Columns::text(row, "blob_id"),
+                  Columns::integer(row, "encrypted_size"),
+                  Columns::integer(row, "chunk_count"),
+                  Columns::date(row, "expires_at"),
                   row.string("file_id")};
     if (upload.expiresAt <= exchange.state.now())
         throw Refusal::expired("the upload has expired");
@@ -43,7 +44,7 @@ std::set<std::int64_t> partsOf(Exchange& exchange, const Upload& upload) {
     std::set<std::int64_t> parts;
     for (const auto& row :
          exchange.database.query("SELECT part_number FROM upload_parts WHERE upload_id = ?", upload.id))
-        parts.insert(row.intValue("part_number").value());
+        parts.insert(Columns::integer(row, "part_number"));
     return parts;
 }
 
@@ -73,7 +74,7 @@ void requireRoom(Exchange& exchange, std::int64_t bytes) {
                                 "WHERE user_id = ?1 AND file_id IS NULL) AS used FROM users WHERE id = ?1",
                                 exchange.session.userId)
                          .at(0);
-    if (bytes > row.intValue("quota_bytes").value() - row.intValue("used").value())
+    if (bytes > Columns::integer(row, "quota_bytes") - Columns::integer(row, "used"))
         throw Refusal::quotaExceeded();
 }
 
@@ -81,7 +82,7 @@ void removeExpired(Exchange& exchange) {
     const auto now = exchange.state.now();
     for (const auto& row : exchange.database.query(
              "SELECT id FROM uploads WHERE user_id = ? AND expires_at <= ?", exchange.session.userId, now))
-        exchange.discarded.push_back(exchange.state.blobs().uploadFolder(row.string("id").value()));
+        exchange.discarded.push_back(exchange.state.blobs().uploadFolder(Columns::text(row, "id")));
     exchange.database.run("DELETE FROM uploads WHERE user_id = ? AND expires_at <= ?",
                           exchange.session.userId, now);
 }

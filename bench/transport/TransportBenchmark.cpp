@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 #include <boost/asio/co_spawn.hpp>
 #include <curl/curl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,6 +62,7 @@ Storage start() {
     Storage storage;
     storage.process = ::fork();
     if (storage.process == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::close(ends[0]);
         serve(::fdopen(ends[1], "w"));
     }
@@ -171,6 +173,10 @@ struct Piece {
         return length;
     }
 
+    static std::size_t ignore(const char*, std::size_t size, std::size_t count, void*) {
+        return size * count;
+    }
+
     static std::size_t write(const char* from, std::size_t size, std::size_t count, void* self) {
         auto& piece = *static_cast<Piece*>(self);
         if (piece.done + size * count > partSize)
@@ -191,7 +197,7 @@ void bareCurl(benchmark::State& state, bool isPut) {
     std::vector<CURL*> handles;
     for (auto& piece : pieces) {
         auto* handle = curl_easy_init();
-        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Piece::write);
+        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, isPut ? &Piece::ignore : &Piece::write);
         curl_easy_setopt(handle, CURLOPT_PRIVATE, &piece);
         if (isPut) {
             curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
@@ -212,9 +218,7 @@ void bareCurl(benchmark::State& state, bool isPut) {
         curl_easy_setopt(handle, CURLOPT_URL, (isPut ? storage.parts.at(number) : storage.blob).c_str());
         const auto first = number * partSize;
         const auto range = std::to_string(first) + "-" + std::to_string(first + partSize - 1);
-        if (isPut)
-            curl_easy_setopt(handle, CURLOPT_WRITEDATA, piece);
-        else
+        if (!isPut)
             curl_easy_setopt(handle, CURLOPT_RANGE, range.c_str());
         curl_multi_add_handle(multi, handle);
     };
@@ -321,9 +325,11 @@ int main(int argc, char** argv) {
         benchmark::Initialize(&argc, argv);
         benchmark::RunSpecifiedBenchmarks();
         std::printf("Peak memory of this process: %s\n", peakOf("self").c_str());
-        const auto helper = Testing::HelperPeer(session).greet().process;
-        std::printf("Peak memory of the helper: %s\n", peakOf(std::to_string(helper)).c_str());
-        ::kill(static_cast<pid_t>(helper), SIGTERM);
+        if (std::filesystem::exists(SessionFiles::socket(session))) {
+            const auto helper = Testing::HelperPeer(session).greet().process;
+            std::printf("Peak memory of the helper: %s\n", peakOf(std::to_string(helper)).c_str());
+            ::kill(static_cast<pid_t>(helper), SIGTERM);
+        }
     }
     ::kill(storage.process, SIGTERM);
     ::waitpid(storage.process, nullptr, 0);

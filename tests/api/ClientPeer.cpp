@@ -13,7 +13,7 @@ using namespace Korvane;
 namespace {
 
 asio::awaitable<void>
-callOnce(APIClient& client) { // NOLINT(cppcoreguidelines-avoid-reference-coroutine-parameters)
+callOnce(APIClient& client) {
     std::string outcome;
     try {
         outcome = "signed in as " + (co_await client.me()).user.id;
