@@ -98,7 +98,7 @@ int remove(const SyncRequest& request) {
 }
 
 int list(const SyncRequest& request) {
-    Workshop workshop;
+    const Workshop workshop;
     const auto roots = SyncRoots::all(*workshop.index);
     if (request.json)
         std::puts(KRJSON::write(roots).c_str());
@@ -142,7 +142,7 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
     co_await workshop.startSync();
     ProgressDisplay display;
     Events events;
-    for (int quiet = 0; !stopped && !(request.once && quiet > 3);) {
+    for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
         if (request.json)
             events.show(stats);

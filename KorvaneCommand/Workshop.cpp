@@ -35,9 +35,10 @@ void keepToOneAccount(LocalIndex& index, const std::string& userId) {
 Workshop::Workshop() {
     client.requireSession();
     masterKey_ = std::make_shared<const KRCrypto::MasterKey>(client.account.masterKey());
-    rootFolderId_ = client.account.session()->user.rootFolderId;
+    const auto session = client.account.requiredSession();
+    rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
-    keepToOneAccount(*index, client.account.session()->user.id);
+    keepToOneAccount(*index, session.user.id);
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
     requests = std::make_shared<QueueRequests>(index, notifications());
     const auto executor = client.context.get_executor();
@@ -123,6 +124,7 @@ std::optional<IndexItem> Workshop::itemAt(const std::string& path) {
 }
 
 asio::awaitable<std::string> Workshop::folderAt(std::string path) {
+    const auto& masterKey = *masterKey_;
     auto folderId = rootFolderId_;
     std::istringstream names(path);
     for (std::string name; std::getline(names, name, '/');) {
@@ -133,10 +135,12 @@ asio::awaitable<std::string> Workshop::folderAt(std::string path) {
             throw std::runtime_error("\"" + name + "\" is a file of the account");
         if (!child) {
             const CreateFolderRequest request{newUUID(), folderId,
-                                              masterKey_->sealMeta(KRCrypto::FolderMeta(name)),
-                                              masterKey_->nameBlindIndex(name)};
-            index->apply(co_await client.api->createFolder(request), *masterKey_);
-            child = index->item(*request.id);
+                                              masterKey.sealMeta(KRCrypto::FolderMeta(name)),
+                                              masterKey.nameBlindIndex(name)};
+            const auto folder = co_await client.api->createFolder(request);
+            index->apply(folder, masterKey);
+            folderId = folder.id;
+            continue;
         }
         folderId = child->id;
     }

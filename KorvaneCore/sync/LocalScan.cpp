@@ -34,7 +34,7 @@ private:
              entry.increment(error)) {
             const auto name = entry->path().filename().string();
             if (!isNoise(name))
-                visit(folder.empty() ? name : folder + "/" + name);
+                visit((fs::path(folder) / name).string());
         }
     }
 
