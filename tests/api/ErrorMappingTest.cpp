@@ -116,7 +116,7 @@ TEST(APIError, SaysWhatUsersRead) {
         {E::Server{500, "http_500", std::nullopt}, "Server error 500 http_500"},
         {E::Server{503, "busy", "Later"}, "Server error 503 busy: Later"},
         {E::Transport{"no route", true}, "Network error: no route"},
-        {E::Decoding{"User.id: is missing"}, "Unexpected server response: User.id: is missing"},
+        {E::Decoding{"User: id: is missing"}, "Unexpected server response: User: id: is missing"},
         {E::Unauthorized{}, "Not authorised. Please sign in again."},
         {E::Forbidden{}, "Forbidden"},
         {E::NotFound{}, "Not found"},
