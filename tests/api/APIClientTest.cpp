@@ -187,7 +187,8 @@ TEST_F(APIClientTest, ARefusedRefreshEndsTheSignInAndOtherFailuresDoNot) {
         {jsonAnswer(403, R"({"error":{"code":"device_revoked"}})"), E::DeviceRevoked{}, true},
         {jsonAnswer(403, R"({"error":{"code":"unauthorized"}})"), E::Unauthorized{}, true},
         {jsonAnswer(429, ""), E::RateLimited{}, false},
-        {jsonAnswer(200, R"({"accessToken":"a"})"), E::Decoding{"TokenPair.refreshToken: is missing"}, false},
+        {jsonAnswer(200, R"({"accessToken":"a"})"), E::Decoding{"TokenPair: refreshToken: is missing"},
+         false},
         {jsonAnswer(200, R"({"accessToken":"","refreshToken":"r"})"),
          E::Decoding{"TokenPair: an empty token"}, false},
         {jsonAnswer(200, "<html>"), E::Decoding{"TokenPair: not JSON: syntax error"}, false},
@@ -265,6 +266,43 @@ TEST_F(APIClientTest, NewTokensTheKeychainDidNotTakeAreStoredLater) {
     EXPECT_EQ(session_->sent.back().body, R"({"refreshToken":"r2"})") << "not the one that is used up";
 }
 
+TEST_F(APIClientTest, ARefreshBringsNothingBackAfterSigningOutOrInAgain) {
+    answerCalls([](const Sent&) { return jsonAnswer(200, meBody); });
+    listen();
+    const auto theirs = token(600, "theirs");
+    const std::tuple<HTTPResponse, bool, std::string> rows[] = {
+        {refreshAnswer_, false, ""},
+        {refreshAnswer_, true, theirs},
+        {jsonAnswer(401, ""), true, theirs},
+    };
+    for (const auto& [answer, signsIn, stored] : rows) {
+        get(client_.setTokens({token(0, "mine"), "r1"}));
+        refreshAnswer_ = answer;
+        session_->holds = isRefresh;
+        auto call = start(client_.me());
+        driveUntil([&] { return session_->held() == 1; });
+        const auto change = [&, in = signsIn] {
+            return in ? client_.setTokens({theirs, "r9"}) : client_.clearTokens();
+        };
+        asio::cancellation_signal signal;
+        auto cancelled =
+            asio::co_spawn(context_, change(), asio::bind_cancellation_slot(signal.slot(), asio::use_future));
+        driveUntil([&] { return clock_->sleepers() == 1; });
+        signal.emit(asio::cancellation_type::terminal);
+        EXPECT_EQ(failure(std::move(cancelled)), E::Cancelled{});
+
+        auto changed = start(change());
+        driveUntil([&] { return clock_->sleepers() == 1; });
+        clock_->advance(21s); // as long as the refresh has the lock
+        finish(std::move(changed));
+        session_->release();
+        EXPECT_EQ(failure(std::move(call)), E::NotSignedIn{});
+        EXPECT_EQ(storedAccessToken(), stored);
+        EXPECT_EQ(get(client_.hasTokens()), signsIn);
+        EXPECT_TRUE(told_.empty()) << "the sign-in it was about has ended";
+    }
+}
+
 enum class Wait { lock, refresh, answer };
 
 class CancellationTest : public APIClientTest, public testing::WithParamInterface<Wait> {};
@@ -304,16 +342,16 @@ TEST_F(APIClientTest, BadAnswersNameRecordAndKey) {
     const std::pair<std::string, std::string> rows[] = {
         {"", "MeResponse: not JSON: incomplete JSON"},
         {"[]", "MeResponse: expected object, got array"},
-        {R"({"user":null,"device":{}})", "MeResponse.user: expected object, got null"},
+        {R"({"user":null,"device":{}})", "MeResponse: user: expected object, got null"},
         {R"({"user":{"id":"u","email":5,"rootFolderId":"r"},"device":{}})",
-         "MeResponse.user.email: expected string, got number"},
-        {R"({"user":{"id":"u","email":"e"},"device":{}})", "MeResponse.user.rootFolderId: is missing"},
+         "MeResponse: user.email: expected string, got number"},
+        {R"({"user":{"id":"u","email":"e"},"device":{}})", "MeResponse: user.rootFolderId: is missing"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","quotaBytes":1e30},"device":{}})",
-         "MeResponse.user.quotaBytes: expected integer in range, got number"},
+         "MeResponse: user.quotaBytes: expected integer in range, got number"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","createdAt":"1 May"},"device":{}})",
-         "MeResponse.user.createdAt: Invalid ISO-8601 date 1 May"},
+         "MeResponse: user.createdAt: Invalid ISO-8601 date 1 May"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","identities":["a",{}]},"device":{}})",
-         "MeResponse.user.identities[1]: expected string, got object"},
+         "MeResponse: user.identities[1]: expected string, got object"},
     };
     for (const auto& [body, message] : rows) {
         answerCalls([&body](const Sent&) { return jsonAnswer(200, body); });
@@ -357,7 +395,7 @@ TEST_F(APIClientTest, AllChildrenFollowsTheCursorsButInNoCircle) {
 
     answerCalls([](const Sent&) { return jsonAnswer(200, R"({"folders":[],"files":[],"nextCursor":"a"})"); });
     EXPECT_EQ(failure(start(client_.allChildren("d"))),
-              E::Decoding{"ChildrenPage.nextCursor: leads in a circle"});
+              E::Decoding{"ChildrenPage: nextCursor: leads in a circle"});
 }
 
 TEST_F(APIClientTest, AnEmptyIdentifierNeverReachesTheWholeTrash) {
