@@ -91,26 +91,20 @@ TEST_F(APIClientTest, TokensAreRefreshedThirtySecondsBeforeTheyExpire) {
 /// First answer × second answer × credentialCheck: R ends the device, T is about the token, P is about a
 /// proof.
 TEST_F(APIClientTest, FollowsTheRoadOfA401) {
+    const auto refusal = [](const std::string& code, const std::string& rest = "", int status = 401) {
+        return jsonAnswer(status, R"({"error":{"code":")" + code + "\"" + rest + "}}");
+    };
     const std::map<std::string, HTTPResponse> answers{
         {"ok", jsonAnswer(200, meBody)},
-        {"R", jsonAnswer(401, R"({"error":{"code":"device_revoked"}})")},
-        {"T reason",
-         jsonAnswer(
-             401,
-             R"({"error":{"code":"unauthorized","message":"wrong password","details":{"reason":"token_expired"}}})")},
-        {"T invalid",
-         jsonAnswer(401, R"({"error":{"code":"unauthorized","details":{"reason":"invalid_token"}}})")},
-        {"T message",
-         jsonAnswer(
-             401, R"({"error":{"code":"unauthorized","message":"unknown device","details":{"reason":7}}})")},
+        {"R", refusal("device_revoked")},
+        {"T reason", refusal("unauthorized", R"(,"message":"no","details":{"reason":"token_expired"})")},
+        {"T invalid", refusal("unauthorized", R"(,"details":{"reason":"invalid_token"})")},
+        {"T message", refusal("unauthorized", R"(,"message":"unknown device","details":{"reason":7})")},
         {"T none", jsonAnswer(401, "")},
-        {"P message", jsonAnswer(401, R"({"error":{"code":"unauthorized","message":"Unknown device"}})")},
-        {"P reason",
-         jsonAnswer(
-             401,
-             R"({"error":{"code":"unauthorized","message":"unknown device","details":{"reason":"bad_proof"}}})")},
-        {"P forbidden", jsonAnswer(401, R"({"error":{"code":"forbidden","message":"no"}})")},
-        {"403 R", jsonAnswer(403, R"({"error":{"code":"device_revoked"}})")},
+        {"P message", refusal("unauthorized", R"(,"message":"Unknown device")")},
+        {"P reason", refusal("unauthorized", R"(,"message":"unknown device","details":{"reason":"proof"})")},
+        {"P forbidden", refusal("forbidden", R"(,"message":"no")")},
+        {"403 R", refusal("device_revoked", "", 403)},
         {"500", jsonAnswer(500, "")},
     };
     const E down = E::Server{500, "http_500", std::nullopt};
@@ -405,7 +399,7 @@ TEST_F(APIClientTest, AnEmptyIdentifierNeverReachesTheWholeTrash) {
     EXPECT_TRUE(session_->sent.empty());
 }
 
-TEST_F(APIClientTest, StorageURLsGetNoTokenAndRangesMustBeWhole) {
+TEST_F(APIClientTest, StorageServersGetNoTokenAndHaveNoSay) {
     store(token(600, "t"), "r");
     const KRCrypto::Bytes part{1, 2, 3};
     session_->answer = [](const Sent&) { return jsonAnswer(201, "<ok/>"); };
@@ -416,11 +410,8 @@ TEST_F(APIClientTest, StorageURLsGetNoTokenAndRangesMustBeWhole) {
     EXPECT_EQ(get(client_.putPart("https://store.test/p", part)), (PartUploadResponse{1, "e"}));
 
     session_->answer = [](const Sent&) { return jsonAnswer(206, "abc"); };
-    EXPECT_EQ(get(client_.getRange("https://store.test/b", {0, 3})), (KRCrypto::Bytes{'a', 'b', 'c'}));
-    EXPECT_EQ(session_->sent.back().headers.at("Range"), "bytes=0-2");
-    EXPECT_FALSE(session_->sent.back().headers.contains("Authorization"));
-    for (const auto range : {ByteRange{0, 2}, ByteRange{0, 4}})
-        EXPECT_TRUE(failure(start(client_.getRange("https://store.test/b", range))).isRetryable());
+    (void)get(client_.getRange("https://store.test/b", {0, 3}));
+    EXPECT_EQ(session_->sent.back().headers, (std::map<std::string, std::string>{{"Range", "bytes=0-2"}}));
     listen();
     session_->answer = [](const Sent&) { return jsonAnswer(403, R"({"error":{"code":"device_revoked"}})"); };
     bool info = false;
