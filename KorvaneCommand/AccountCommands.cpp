@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 
 #include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
@@ -104,10 +105,15 @@ int signIn(const AccountRequest& request) {
     return ExitCode::done;
 }
 
+// What is left of the account goes even where the sign-in has ended before.
 int signOut(const AccountRequest&) {
     Client client;
-    client.requireSession();
-    client.run(client.account.signOut());
+    const bool wasSignedIn = client.run(client.account.restoreSession());
+    if (wasSignedIn)
+        client.run(client.account.signOut());
+    AccountData::forget();
+    if (!wasSignedIn)
+        throw APIError(APIError::NotSignedIn{});
     std::puts("Signed out.");
     return ExitCode::done;
 }
@@ -232,7 +238,7 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*in, signingIn->passwordFD, "--password-fd", "password");
     addJSON(*in, *signingIn);
 
-    adder.add(app, "sign-out", "Sign out and forget the keys on this device", signOut);
+    adder.add(app, "sign-out", "Sign out and forget the keys and the index on this device", signOut);
 
     const auto [back, recovering] =
         adder.add(app, "recover", "Set a new password with the recovery code", recover);

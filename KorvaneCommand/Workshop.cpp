@@ -1,5 +1,6 @@
 #include "KorvaneCommand/Workshop.hpp"
 
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
@@ -20,16 +21,6 @@ NotificationCenter notifications() {
     return NotificationCenter(SharedContainer::notificationFolder());
 }
 
-/// What another account left in the index is none of this one's: its transfers would go to the wrong place.
-void keepToOneAccount(LocalIndex& index, const std::string& userId) {
-    static const std::string key = "accountUserId";
-    const auto known = index.value(key);
-    if (known && known != userId)
-        index.reset();
-    if (known != userId)
-        index.setValue(userId, key);
-}
-
 } // namespace
 
 Workshop::Workshop() {
@@ -38,8 +29,8 @@ Workshop::Workshop() {
     const auto session = client.account.requiredSession();
     rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
-    keepToOneAccount(*index, session.user.id);
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
+    AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
     const auto executor = client.context.get_executor();
     queue = std::make_shared<TransferQueue>(executor, index, std::make_shared<TransferRunner>(jobContext()),
