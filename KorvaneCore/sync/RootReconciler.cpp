@@ -1,11 +1,13 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
-#include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KRCrypto/KRCryptoError.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ContentHash.hpp"
+#include "KorvaneCore/sync/QueuedUploads.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -27,36 +29,37 @@ std::string absolute(const SyncRoot& root, const std::string& relPath) {
     return root.path + "/" + relPath;
 }
 
-bool isUnderWay(TransferRecord::State state) {
-    return state != TransferRecord::State::done;
+std::map<std::string, std::string> foldersOf(const SyncRoot& root,
+                                             const std::map<std::string, LocalIndex::BaseEntry>& base) {
+    std::map<std::string, std::string> folders{{"", root.folderId}};
+    for (const auto& [relPath, entry] : base)
+        if (entry.isFolder)
+            folders[relPath] = entry.itemId;
+    return folders;
 }
 
 } // namespace
 
 asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
-    const auto scan = co_await offload([path = root.path] { return scanFolder(path); });
     forgetTrashedFolders(root);
+    if (!reconciled_.contains(root.id))
+        co_await takeUpUnheardOf(root);
+    reconciled_.insert(root.id);
+    const auto scan = co_await offload([path = root.path] { return scanFolder(path); });
     const auto base = parts_.context.index->baseEntries(root.id);
-    const auto plan = planSync(scan, base);
-    Folders folders{{"", root.folderId}};
-    for (const auto& [relPath, entry] : base)
-        if (entry.isFolder)
-            folders[relPath] = entry.itemId;
+    const auto plan = co_await offload([&] { return planSync(scan, base); });
+    auto folders = foldersOf(root, base);
     markSkipped(root, scan);
     for (const auto& step : plan.moves)
         co_await move(root, step, folders);
     for (const auto& folder : plan.newFolders)
         co_await makeFolder(root, folder, folders);
-    const auto underWay = co_await parts_.queue->activeOrigins();
-    const auto waits = [&](const std::string& relPath) {
-        const auto found = underWay.find(TransferOrigin(TransferOrigin::Sync{root.id, relPath}));
-        return found != underWay.end() && isUnderWay(found->second);
-    };
+    const auto queued = co_await offload([&] { return QueuedUploads(*parts_.context.index, root.id); });
     for (const auto& doubtful : plan.doubtful)
-        if (!waits(doubtful.entry.relPath) && !co_await isContentOf(root, doubtful))
+        if (!queued.hold(doubtful.entry) && !co_await isContentOf(root, doubtful))
             co_await upload(root, doubtful, folders);
     for (const auto& file : plan.uploads)
-        if (!waits(file.entry.relPath))
+        if (!queued.hold(file.entry) && !co_await isInAccount(root, file, folders))
             co_await upload(root, file, folders);
     std::vector<StatusDatabase::Entry> synced;
     for (const auto& relPath : plan.unchanged)
@@ -155,13 +158,39 @@ asio::awaitable<void> RootReconciler::move(const SyncRoot& root, const SyncPlan:
 // Dated or written anew with the content it had: the base learns its new looks.
 asio::awaitable<bool> RootReconciler::isContentOf(const SyncRoot& root, const SyncPlan::Upload& doubtful) {
     const auto& [entry, base] = doubtful;
-    if (!base->sha256)
-        co_return false;
-    const auto hash = co_await contentHash(absolute(root, entry.relPath), entry.stat);
-    if (hash != *base->sha256)
+    if (!base->sha256 || !co_await hasContent(absolute(root, entry.relPath), entry.stat, *base->sha256))
         co_return false;
     setBase(root, entry, base->itemId, base->version, base->sha256);
     co_return true;
+}
+
+// The account may have the file although the base does not know of it: the folder was synced before, or this
+// process ended too early.
+asio::awaitable<bool> RootReconciler::isInAccount(const SyncRoot& root, const SyncPlan::Upload& upload,
+                                                  const Folders& folders) {
+    const auto& [entry, base] = upload;
+    if (base)
+        co_return false;
+    const auto name = nameOf(entry.relPath);
+    const auto item = parts_.context.index->child(parentId(folders, entry.relPath), name);
+    if (!item || item->isFolder || !item->sha256 || item->size != entry.stat.size || item->name != name ||
+        !co_await hasContent(absolute(root, entry.relPath), entry.stat, *item->sha256))
+        co_return false;
+    setBase(root, entry, item->id, item->version, item->sha256);
+    mark(root, entry.relPath, PathStatus::synced, item->id);
+    co_return true;
+}
+
+// One that cannot be read now is left to its upload, which says so.
+asio::awaitable<bool> RootReconciler::hasContent(std::string path, LocalStat stat, std::string sha256) {
+    try {
+        co_return co_await contentHash(path, stat) == sha256;
+    } catch (const KRCrypto::KRCryptoError& error) {
+        Log::info("sync", error.what());
+    } catch (const FileError& error) {
+        Log::info("sync", error.code().message());
+    }
+    co_return false;
 }
 
 asio::awaitable<void> RootReconciler::upload(const SyncRoot& root, const SyncPlan::Upload& upload,
@@ -172,6 +201,8 @@ asio::awaitable<void> RootReconciler::upload(const SyncRoot& root, const SyncPla
     job.name = nameOf(upload.entry.relPath);
     job.clientFileId = newUUID();
     job.origin = TransferOrigin::Sync{root.id, upload.entry.relPath};
+    job.sourceStat = upload.entry.stat;
+    job.plainSize = upload.entry.stat.size;
     if (upload.base) {
         job.fileId = upload.base->itemId;
         job.baseVersion = upload.base->version;
@@ -191,34 +222,64 @@ void RootReconciler::mark(const SyncRoot& root, const std::string& relPath, Path
     parts_.status->set(status, absolute(root, relPath), itemId);
 }
 
-asio::awaitable<void> RootReconciler::settled(TransferOutcome outcome) {
+asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutcome outcome) {
     const auto roots = SyncRoots::all(*parts_.context.index);
-    const auto rootOf = [&](const TransferOrigin::Sync& origin) -> const SyncRoot* {
-        const auto found = std::ranges::find(roots, origin.rootId, &SyncRoot::id);
+    const auto rootOf = [&](const std::optional<TransferOrigin>& origin) -> const SyncRoot* {
+        const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
+        const auto found =
+            sync != nullptr ? std::ranges::find(roots, sync->rootId, &SyncRoot::id) : roots.end();
         return found == roots.end() ? nullptr : &*found;
     };
-    const auto report = [&](const std::optional<TransferOrigin>& origin, PathStatus status) {
-        const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
-        if (sync != nullptr)
-            if (const auto* root = rootOf(*sync))
-                mark(*root, sync->relPath, status);
+    const auto pathOf = [](const TransferOrigin& origin) {
+        return origin.as<TransferOrigin::Sync>()->relPath;
     };
     if (const auto* failed = outcome.as<TransferOutcome::Failed>())
-        report(failed->origin, PathStatus::error);
+        if (const auto* root = rootOf(failed->origin))
+            mark(*root, pathOf(*failed->origin), PathStatus::error);
     if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
-        report(dropped->origin, PathStatus::queued); // the next reconcile takes it up
+        if (const auto* root = rootOf(dropped->origin)) {
+            mark(*root, pathOf(*dropped->origin), PathStatus::queued);
+            co_return root->id;
+        }
     const auto* done = outcome.as<TransferOutcome::Uploaded>();
-    const auto* sync = done != nullptr ? done->job.origin.as<TransferOrigin::Sync>() : nullptr;
-    if (sync != nullptr)
-        if (const auto* root = rootOf(*sync))
-            co_await uploaded(*root, *sync, *done);
+    const auto* root = done != nullptr ? rootOf(done->job.origin) : nullptr;
+    if (root == nullptr)
+        co_return std::nullopt;
+    co_await uploaded(*root, done->job, done->file.id, done->file.version);
+    // Of a change during the upload the event has passed: the queue had the file then.
+    const auto now = co_await offload([path = done->job.sourcePath] { return localStat(path); });
+    co_return now&& now != done->job.sourceStat ? std::optional(root->id) : std::nullopt;
+}
+
+// An upload may have ended, and this process with it, before its outcome was heard of. It is told by its
+// file: that lies where it belongs, with the content sent, and the base does not know it.
+asio::awaitable<void> RootReconciler::takeUpUnheardOf(const SyncRoot& root) {
+    auto& index = *parts_.context.index;
+    const auto base = index.baseEntries(root.id);
+    const auto folders = foldersOf(root, base);
+    std::map<std::string, std::int64_t> known; // versions, by item
+    for (const auto& [relPath, entry] : base)
+        known[entry.itemId] = entry.version;
+    for (const auto& record : index.transfers({{TransferRecord::State::done}}, -1)) {
+        const auto read = readableJob(record);
+        const auto* job = read ? std::get_if<UploadJob>(&*read) : nullptr;
+        const auto* origin = job != nullptr ? job->origin.as<TransferOrigin::Sync>() : nullptr;
+        if (origin == nullptr || origin->rootId != root.id || !job->sourceStat)
+            continue;
+        const auto item = index.item(job->fileId.value_or(job->clientFileId));
+        const auto folder = folders.find(parentOf(origin->relPath));
+        const auto knownVersion = item ? known.find(item->id) : known.end();
+        if (item && !item->deletedAt && item->sha256 == job->sha256 && folder != folders.end() &&
+            folder->second == item->parentId &&
+            (knownVersion == known.end() || knownVersion->second < item->version))
+            co_await uploaded(root, *job, item->id, item->version);
+    }
 }
 
 // A conflict copy is another file than the one it was made from, here as in the account.
-asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const TransferOrigin::Sync& origin,
-                                               const TransferOutcome::Uploaded& outcome) {
-    const auto& job = outcome.job;
-    auto relPath = origin.relPath;
+asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const UploadJob& job,
+                                               const std::string& itemId, std::int64_t version) {
+    auto relPath = job.origin.as<TransferOrigin::Sync>()->relPath;
     auto status = PathStatus::synced;
     if (job.isConflictCopy) {
         const auto parent = parentOf(relPath);
@@ -226,7 +287,7 @@ asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const Trans
         const auto from = absolute(root, relPath);
         const auto to = absolute(root, renamed);
         const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
-        if (error) {
+        if (error && error != std::errc::no_such_file_or_directory) {
             Log::warning("sync", "the conflict copy keeps its local name: " + error.message());
         } else {
             parts_.ownWrites->registerRemoval(from);
@@ -237,8 +298,8 @@ asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const Trans
         }
         status = PathStatus::conflict;
     }
-    setBase(root, {relPath, *job.sourceStat}, outcome.file.id, outcome.file.version, job.sha256);
-    mark(root, relPath, status, outcome.file.id);
+    setBase(root, {relPath, *job.sourceStat}, itemId, version, job.sha256);
+    mark(root, relPath, status, itemId);
 }
 
 } // namespace Korvane

@@ -9,6 +9,8 @@
 
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 
 namespace Korvane {
@@ -33,8 +35,8 @@ public:
     asio::awaitable<void> reconcile(SyncRoot root);
 
     /// What becomes of a file of a root, as the queue says. An upload of another root or origin is no
-    /// concern.
-    asio::awaitable<void> settled(TransferOutcome outcome);
+    /// concern. Gives the id of the root when it must be reconciled again.
+    asio::awaitable<std::optional<std::string>> settled(TransferOutcome outcome);
 
 private:
     using Folders = std::map<std::string, std::string>; ///< item ids, by path in the root
@@ -43,10 +45,14 @@ private:
     asio::awaitable<RemoteFolder> folderNamed(const std::string& name, const std::string& parentId);
     asio::awaitable<void> move(const SyncRoot& root, const SyncPlan::Move& move, Folders& folders);
     asio::awaitable<bool> isContentOf(const SyncRoot& root, const SyncPlan::Upload& doubtful);
+    asio::awaitable<bool> isInAccount(const SyncRoot& root, const SyncPlan::Upload& upload,
+                                      const Folders& folders);
+    static asio::awaitable<bool> hasContent(std::string path, LocalStat stat, std::string sha256);
     asio::awaitable<void> upload(const SyncRoot& root, const SyncPlan::Upload& upload,
                                  const Folders& folders);
-    asio::awaitable<void> uploaded(const SyncRoot& root, const TransferOrigin::Sync& origin,
-                                   const TransferOutcome::Uploaded& outcome);
+    asio::awaitable<void> takeUpUnheardOf(const SyncRoot& root);
+    asio::awaitable<void> uploaded(const SyncRoot& root, const UploadJob& job, const std::string& itemId,
+                                   std::int64_t version);
     void setBase(const SyncRoot& root, const LocalScan::Entry& entry, const std::string& itemId,
                  std::int64_t version, const std::optional<std::string>& sha256);
     void markSkipped(const SyncRoot& root, const LocalScan& scan);
@@ -56,6 +62,7 @@ private:
               const std::optional<std::string>& itemId = {});
 
     Parts parts_;
+    std::set<std::string> reconciled_; ///< roots, in this process
 };
 
 } // namespace Korvane
