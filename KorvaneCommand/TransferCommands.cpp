@@ -98,12 +98,14 @@ int exitCodeOf(const std::vector<FileReport>& reports) {
     return std::ranges::any_of(reports, isBad) ? ExitCode::failed : ExitCode::done;
 }
 
-asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::string folderId) {
+asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::int64_t size,
+                                  std::string folderId) {
     UploadJob job;
     job.sourcePath = file.string();
     job.folderId = std::move(folderId);
     job.name = file.filename().string();
     job.clientFileId = newUUID();
+    job.plainSize = size;
     auto name = job.name;
     batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
 }
@@ -117,7 +119,7 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     if (!stat)
         throw std::runtime_error(path.string() + " does not exist");
     if (!stat->isDirectory) {
-        co_await enqueueFile(workshop, batch, path, co_await workshop.folderAt(to));
+        co_await enqueueFile(workshop, batch, path, stat->size, co_await workshop.folderAt(to));
         co_return;
     }
     const auto target = below(to, path.filename().string());
@@ -131,7 +133,7 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
         if (entry.stat.isDirectory)
             co_await workshop.folderAt(below(target, entry.relPath));
         else
-            co_await enqueueFile(workshop, batch, path / entry.relPath,
+            co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
                                  co_await workshop.folderAt(below(target, parent)));
     }
 }

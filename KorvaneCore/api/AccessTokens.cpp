@@ -253,10 +253,12 @@ asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored, std::uint64
     const APICall call{.method = "POST",
                        .path = "/auth/refresh",
                        .body = APICall::json(RefreshRequest{stored.refreshToken})};
+    auto request = call.request(apiBaseURL_, std::nullopt);
+    request.freshConnection = true; // the server takes the token once: a second request would end the sign-in
     HTTPResponse answer;
     const KRCrypto::WipedAtEnd wiped(answer.body);
     try {
-        answer = co_await session_->send(call.request(apiBaseURL_, std::nullopt));
+        answer = co_await session_->send(std::move(request));
     } catch (const HTTPError& error) {
         throw ErrorMapping::sessionError(error, "TokenPair");
     }

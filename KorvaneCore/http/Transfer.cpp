@@ -83,6 +83,7 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
     if (isLoopback(url))
         set(curl, CURLOPT_PROXY, "");
     set(curl, CURLOPT_NOSIGNAL, 1L);
+    set(curl, CURLOPT_FRESH_CONNECT, request_.freshConnection ? 1L : 0L);
     set(curl, CURLOPT_QUICK_EXIT, 1L); // a cancelled look-up of a name must not hold up the thread
     const auto idle = static_cast<long>(request_.idle.value_or(options.idle).count());
     set(curl, CURLOPT_CONNECTTIMEOUT, idle);
