@@ -155,8 +155,7 @@ asio::awaitable<void> AccessTokens::setHere(TokenPair pair) {
         keychain->write(items(pair));
         return true;
     });
-    ++signIn_;
-    unsavedOver_.reset();
+    endSignIn();
     cachedTokens_ = std::move(pair);
 }
 
@@ -164,9 +163,7 @@ asio::awaitable<void> AccessTokens::clearHere() {
     const auto lock = co_await lockTokens(clock_);
     co_await untilTurn();
     const Turn turn(*this);
-    ++signIn_;
-    cachedTokens_.reset();
-    unsavedOver_.reset();
+    endSignIn();
     co_await offload([keychain = keychain_] {
         keychain->remove({Key::accessToken, Key::refreshToken});
         return true;
@@ -178,6 +175,14 @@ asio::awaitable<void> AccessTokens::untilTurn() {
         boost::system::error_code woken;
         co_await turnIsFree_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
+}
+
+/// What runs for it goes on, without effect.
+void AccessTokens::endSignIn() {
+    ++signIn_;
+    refreshTask_.reset();
+    unsavedOver_.reset();
+    cachedTokens_.reset();
 }
 
 /// Throws when the pair was set or cleared since.
@@ -223,7 +228,8 @@ asio::awaitable<void> AccessTokens::run(std::shared_ptr<Refresh> refresh) {
     } catch (...) {
         refresh->error = std::current_exception();
     }
-    refreshTask_.reset();
+    if (refreshTask_ == refresh)
+        refreshTask_.reset();
     refresh->done = true;
     refresh->ended.cancel();
 }
@@ -298,8 +304,9 @@ asio::awaitable<void> AccessTokens::keep(TokenPair pair, TokenPair replaced, std
     }
 }
 
-asio::awaitable<std::optional<TokenPair>> AccessTokens::stored() const {
-    return offload([keychain = keychain_]() -> std::optional<TokenPair> {
+asio::awaitable<std::optional<TokenPair>> AccessTokens::stored() {
+    co_await untilTurn(); // not a pair that is just being removed
+    co_return co_await offload([keychain = keychain_]() -> std::optional<TokenPair> {
         const auto access = keychain->read(Key::accessToken);
         const auto refresh = keychain->read(Key::refreshToken);
         if (!access || !refresh)

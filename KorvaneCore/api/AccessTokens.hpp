@@ -68,8 +68,9 @@ private:
     asio::awaitable<TokenPair> askServer(TokenPair stored, std::uint64_t signIn);
     asio::awaitable<void> keep(TokenPair pair, TokenPair replaced, std::uint64_t signIn);
     asio::awaitable<void> untilTurn();
+    void endSignIn();
     void requireStill(std::uint64_t signIn) const;
-    asio::awaitable<std::optional<TokenPair>> stored() const;
+    asio::awaitable<std::optional<TokenPair>> stored();
     void notify(const APIError& error) const;
     [[nodiscard]] bool isStale(const SecretText& accessToken) const;
 
