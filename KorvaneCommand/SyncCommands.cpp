@@ -156,6 +156,7 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
     display.end();
     signals.cancel();
     co_await workshop.stopTransfers();
+    co_await workshop.publishWidgets();
 }
 
 int run(const SyncRequest& request) {
