@@ -34,9 +34,9 @@ protected:
 
     /// Keeps what is pinned and lets the queue, if it runs, do what comes of it. The downloads it took.
     int keep(bool queueRuns = true) {
-        const auto before = service_->faults().calls("GET /v1/files/*/download");
+        const auto before = service_->faults().calls("GET /v1/files/{id}/download");
         device_.run(keepAndWait(queueRuns));
-        return service_->faults().calls("GET /v1/files/*/download") - before;
+        return service_->faults().calls("GET /v1/files/{id}/download") - before;
     }
 
     asio::awaitable<void> keepAndWait(bool queueRuns) {
