@@ -3,7 +3,7 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
@@ -68,26 +68,27 @@ std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
     return std::nullopt;
 }
 
-/// Runs the queue until every file of the batch has settled.
-asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    std::vector<FileReport> reports;
-    if (!co_await workshop.startTransfers()) {
-        for (const auto& file : batch)
-            reports.push_back({file.name, "queued", std::nullopt});
-        co_return reports;
-    }
+/// Until every file of the batch has settled.
+asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector<FileReport>& reports) {
     ProgressDisplay display;
-    for (std::size_t next = 0; next < batch.size();) {
-        if (auto report = settled(*workshop.index, batch[next])) {
+    while (reports.size() < batch.size()) {
+        if (auto report = settled(*workshop.index, batch[reports.size()])) {
             reports.push_back(std::move(*report));
-            ++next;
             continue;
         }
         display.show(co_await workshop.queue->stats());
         co_await systemClock()->sleep(lookInterval);
     }
     display.end();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
+    std::vector<FileReport> reports;
+    SyncSession session(workshop);
+    if (co_await session.during(follow(workshop, batch, reports)))
+        co_return reports;
+    for (const auto& file : batch)
+        reports.push_back({file.name, "queued", std::nullopt});
     co_return reports;
 }
 
