@@ -45,6 +45,9 @@ asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
     if (!reconciled_.contains(root.id))
         co_await takeUpUnheardOf(root);
     reconciled_.insert(root.id);
+    // What the queue has no more by now, the base knows once that has been heard of.
+    const auto queued = co_await offload([&] { return QueuedUploads(*parts_.context.index, root.id); });
+    co_await parts_.queue->delivered();
     const auto scan = co_await offload([path = root.path] { return scanFolder(path); });
     const auto base = parts_.context.index->baseEntries(root.id);
     const auto plan = co_await offload([&] { return planSync(scan, base); });
@@ -54,7 +57,6 @@ asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
         co_await move(root, step, folders);
     for (const auto& folder : plan.newFolders)
         co_await makeFolder(root, folder, folders);
-    const auto queued = co_await offload([&] { return QueuedUploads(*parts_.context.index, root.id); });
     for (const auto& doubtful : plan.doubtful)
         if (!queued.hold(doubtful.entry) && !co_await isContentOf(root, doubtful))
             co_await upload(root, doubtful, folders);
