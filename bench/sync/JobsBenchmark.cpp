@@ -3,8 +3,8 @@
 //   jobs-benchmark COUNT SIZE [LATENCY]
 //
 // files of SIZE bytes each; LATENCY in milliseconds is added to every answer of the service. Beside each
-// figure stands what its parts take alone, in the same run: as many of the smallest requests as the jobs make,
-// as many at a time; the bytes put or fetched without jobs; the bytes hashed and sealed.
+// figure stands what its parts take alone, in the same run: as many of the smallest requests as the jobs
+// make, as many at a time; the bytes put or fetched without jobs; the bytes hashed and sealed.
 
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/Sha256.hpp"
@@ -72,32 +72,51 @@ double secondsFor(const std::function<void()>& work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// The service's process; its address comes through a pipe. It ends with this one.
-std::string startService(std::chrono::milliseconds latency) {
-    std::array<int, 2> ends{};
-    if (::pipe(ends.data()) != 0)
-        std::abort();
-    if (::fork() == 0) {
+/// A service in a process of its own. Made before any thread.
+class ServiceProcess {
+public:
+    explicit ServiceProcess(std::chrono::milliseconds latency) {
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0)
+            std::abort();
+        process_ = ::fork();
+        if (process_ == 0)
+            serve(latency, ends[1]);
+        ::close(ends[1]);
+        for (char byte = 0; ::read(ends[0], &byte, 1) == 1;)
+            url_ += byte;
+        ::close(ends[0]);
+    }
+
+    ServiceProcess(const ServiceProcess&) = delete;
+    ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+    ~ServiceProcess() {
+        ::kill(process_, SIGKILL);
+        ::waitpid(process_, nullptr, 0);
+    }
+
+    [[nodiscard]] const std::string& url() const { return url_; }
+
+private:
+    [[noreturn]] void serve(std::chrono::milliseconds latency, int out) const {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const Testing::TemporaryFolder folder;
         ServiceSettings settings;
-        settings.folder = folder.path();
+        settings.folder = folder_.path();
         settings.port = 0;
         settings.latency = latency;
         const Service service(std::move(settings));
-        const auto text = service.baseURL() + "\n";
-        if (::write(ends[1], text.data(), text.size()) < 0)
+        if (::write(out, service.baseURL().data(), service.baseURL().size()) < 0)
             std::abort();
-        ::close(ends[1]);
-        char byte = 0;
-        static_cast<void>(::read(ends[0], &byte, 1)); // ends as the other process closes its side
-        std::exit(0);
+        ::close(out);
+        for (;;)
+            ::pause();
     }
-    std::string url;
-    for (char byte = 0; ::read(ends[0], &byte, 1) == 1 && byte != '\n';)
-        url += byte;
-    return url;
-}
+
+    Testing::TemporaryFolder folder_;
+    pid_t process_ = -1;
+    std::string url_;
+};
 
 struct Client {
     explicit Client(const std::string& url) {
@@ -342,7 +361,8 @@ int main(int argc, char** argv) {
     Load load{std::atoll(argv[1]), std::atoll(argv[2]), {}, {}};
     const std::chrono::milliseconds latency(argc > 3 ? std::atoll(argv[3]) : 0);
     const Testing::TemporaryContainer container;
-    Client client(startService(latency));
+    const ServiceProcess service(latency);
+    Client client(service.url());
     load.write();
     std::printf("%lld files of %lld bytes, %lld ms added to every answer\n\n",
                 static_cast<long long>(load.count), static_cast<long long>(load.size),
