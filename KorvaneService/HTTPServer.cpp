@@ -5,6 +5,7 @@
 #include "KorvaneCore/platform/Log.hpp"
 
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -241,6 +242,10 @@ asio::awaitable<void> HTTPServer::serve(beast::tcp_stream stream) {
         if (!incoming.request) {
             co_await send(stream, replyOf(Refusal::badRequest("the target is no path")), incoming);
             continue;
+        }
+        if (application_.latency.count() > 0) {
+            asio::steady_timer distance(stream.get_executor(), application_.latency);
+            co_await distance.async_wait(asio::use_awaitable);
         }
         const auto fault = faults_.next(application_.routeName(*incoming.request), incoming.bytes);
         const auto reply = co_await faulted(*incoming.request, fault);

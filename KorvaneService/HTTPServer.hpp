@@ -7,6 +7,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -27,6 +28,7 @@ public:
         std::function<Reply(const Request&)> answer;
         /// Most bytes of a body sent to this path.
         std::function<std::uint64_t(std::string_view path)> bodyLimit;
+        std::chrono::milliseconds latency{0}; ///< before each answer
     };
 
     /// Listens from now on; port 0 takes any free one. `faults` outlives the server. Throws
