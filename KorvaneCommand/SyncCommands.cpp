@@ -93,7 +93,11 @@ int remove(const SyncRequest& request) {
     SyncRoots::remove(*workshop.index, found->id);
     workshop.status->clearRoot(found->path);
     tellOthers(workshop);
-    std::printf("%s is no longer synced; its files stay where they are.\n", printable(found->path).c_str());
+    if (request.json)
+        std::puts(KRJSON::write(*found).c_str());
+    else
+        std::printf("%s is no longer synced; its files stay where they are.\n",
+                    printable(found->path).c_str());
     return ExitCode::done;
 }
 
@@ -167,25 +171,31 @@ int run(const SyncRequest& request) {
 } // namespace
 
 void addSyncCommands(CLI::App& app, int& status) {
-    auto* sync = app.add_subcommand("sync", "Which folders are mirrored to the account");
+    auto* sync = app.add_subcommand("sync", "Choose mirrored folders");
     sync->require_subcommand(1);
     const auto request = std::make_shared<SyncRequest>();
 
     auto* adding = sync->add_subcommand("add", "Mirror a folder");
-    adding->add_option("FOLDER", request->folder, "The folder")->required();
-    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)");
+    adding->add_option("FOLDER", request->folder, "The folder")->required()->type_name("DIR");
+    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)")
+        ->type_name("FOLDER");
     adding->add_flag("--json", request->json, "Print one line of JSON");
     adding->callback([request, &status] { status = add(*request); });
 
     auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
-    removing->add_option("FOLDER", request->root, "The folder, or its identifier")->required();
+    removing->add_option("FOLDER", request->root, "The folder, or its identifier")
+        ->required()
+        ->type_name("DIR");
+    removing->add_flag("--json", request->json, "Print one line of JSON");
     removing->callback([request, &status] { status = remove(*request); });
 
     auto* listing = sync->add_subcommand("list", "List them");
     listing->add_flag("--json", request->json, "Print one line of JSON");
     listing->callback([request, &status] { status = list(*request); });
 
-    auto* running = app.add_subcommand("run", "Mirror the folders and move what waits, until interrupted");
+    auto* running = app.add_subcommand("run", "Mirror and transfer now");
+    running->footer(
+        "Mirrors the synced folders and carries out the waiting transfers until it is interrupted.");
     running->add_flag("--json", request->json, "Print a line of JSON after each change");
     running->add_flag("--once", request->once, "End once everything is in the account");
     running->callback([request, &status] { status = run(*request); });
