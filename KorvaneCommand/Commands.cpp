@@ -1,6 +1,7 @@
 #include "KorvaneCommand/Commands.hpp"
 
 #include "KorvaneCommand/AccountCommands.hpp"
+#include "KorvaneCommand/DoctorCommand.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
@@ -31,7 +32,8 @@ void addCommands(CLI::App& app, int& status) {
         {"Account", {addAccountCommands}},
         {"Files", {addTransferCommands}},
         {"Synced folders", {addSyncCommands, addStatusCommand, addQueueCommand, addActivityCommand}},
-        {"This computer", {addWidgetsCommand, addIndexCommand, addServiceCommand, addDocumentCommands}},
+        {"This computer",
+         {addWidgetsCommand, addIndexCommand, addServiceCommand, addDoctorCommand, addDocumentCommands}},
     };
     app.name("korvane");
     app.description("End-to-end-encrypted file storage.");

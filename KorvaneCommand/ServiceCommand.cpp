@@ -2,6 +2,7 @@
 
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UserFolders.hpp"
 #include "KorvaneService/Service.hpp"
 
@@ -58,7 +59,9 @@ int serve(const ServiceRequest& request) {
         std::printf("Listening on %s, data in %s. Ctrl-C stops it.\n", listening.url.c_str(),
                     listening.data.c_str());
     std::fflush(stdout);
+    ServiceManager::ready("Listening on " + listening.url);
     waiting.run();
+    ServiceManager::stopping();
     return ExitCode::done;
 }
 

@@ -5,6 +5,7 @@
 #include "KorvaneCommand/ProgressDisplay.hpp"
 #include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 
 #include <boost/asio/redirect_error.hpp>
@@ -131,6 +132,22 @@ private:
     std::optional<StatsReport> shown_;
 };
 
+/// One line on the transfers, for the service manager when it changes.
+class ManagerStatus {
+public:
+    void show(const TransferQueueStats& stats) {
+        auto line = std::to_string(stats.running) + " transfers run, " + std::to_string(stats.pending) +
+                    " wait, " + std::to_string(stats.failed) + " failed";
+        if (line == shown_)
+            return;
+        ServiceManager::status(line);
+        shown_ = std::move(line);
+    }
+
+private:
+    std::string shown_;
+};
+
 asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
     asio::steady_timer look(executor);
@@ -144,10 +161,13 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
         throw std::runtime_error("another korvane is at work on this account's transfers");
     co_await workshop.pull();
     co_await workshop.startSync();
+    ServiceManager::ready("Mirroring");
     ProgressDisplay display;
     Events events;
+    ManagerStatus managerStatus;
     for (int quiet = 0; !stopped && !(request.once && quiet > 3);) {
         const auto stats = co_await workshop.queue->stats();
+        managerStatus.show(stats);
         if (request.json)
             events.show(stats);
         else
@@ -157,6 +177,7 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
         boost::system::error_code woken;
         co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
+    ServiceManager::stopping();
     display.end();
     signals.cancel();
     co_await workshop.stopTransfers();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneService/Exchange.hpp"
 #include "KorvaneService/Faults.hpp"
 
@@ -27,6 +28,8 @@ public:
         std::function<Reply(const Request&)> answer;
         /// Most bytes of a body sent to this path.
         std::function<std::uint64_t(std::string_view path)> bodyLimit;
+        /// The time that answers tell.
+        std::function<Clock::Time()> now;
     };
 
     /// Listens from now on; port 0 takes any free one. `faults` outlives the server. Throws
@@ -46,6 +49,7 @@ private:
     asio::awaitable<std::optional<Reply>> faulted(const Request& request,
                                                   const std::optional<Fault::Kind>& fault);
     Reply answered(const Request& request) const;
+    void stamp(Reply& reply) const;
 
     Application application_;
     Faults& faults_;

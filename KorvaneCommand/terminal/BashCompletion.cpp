@@ -58,8 +58,11 @@ std::string quoted(const std::string& text) {
 
 std::string anyOf(const std::string& command, const Option& option) {
     std::string pattern;
-    for (const auto& name : option.names)
-        pattern += (pattern.empty() ? "" : "|") + quoted(command + " " + name);
+    for (const auto& name : option.names) {
+        pattern += pattern.empty() ? "\"" : "|\"";
+        pattern += command;
+        pattern += " " + name + "\"";
+    }
     return pattern;
 }
 
