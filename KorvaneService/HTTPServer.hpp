@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneService/Exchange.hpp"
 #include "KorvaneService/Faults.hpp"
 
@@ -29,6 +30,8 @@ public:
         /// Most bytes of a body sent to this path.
         std::function<std::uint64_t(std::string_view path)> bodyLimit;
         std::chrono::milliseconds latency{0}; ///< before each answer
+        /// The time that answers tell.
+        std::function<Clock::Time()> now;
     };
 
     /// Listens from now on; port 0 takes any free one. `faults` outlives the server. Throws
@@ -48,6 +51,7 @@ private:
     asio::awaitable<std::optional<Reply>> faulted(const Request& request,
                                                   const std::optional<Fault::Kind>& fault);
     Reply answered(const Request& request) const;
+    void stamp(Reply& reply) const;
 
     Application application_;
     Faults& faults_;
