@@ -5,6 +5,7 @@
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/SecretInput.hpp"
 
 #include <cstdio>
@@ -108,10 +109,13 @@ int signIn(const AccountRequest& request) {
 // What is left of the account goes even where the sign-in has ended before.
 int signOut(const AccountRequest&) {
     Client client;
+    FileLock queue(AccountData::queueLock());
+    if (!queue.tryLock())
+        throw std::runtime_error("another korvane is at work for this account; stop it first");
     const bool wasSignedIn = client.run(client.account.restoreSession());
     if (wasSignedIn)
         client.run(client.account.signOut());
-    AccountData::forget();
+    AccountData::emptyAll();
     if (!wasSignedIn)
         throw APIError(APIError::NotSignedIn{});
     std::puts("Signed out.");
@@ -169,7 +173,10 @@ int renameDevice(const AccountRequest& request) {
     Client client;
     client.requireSession();
     const auto device = client.run(client.api->updateDevice(request.device, request.name, std::nullopt));
-    std::printf("%s is now called \"%s\".\n", device.id.c_str(), device.name.c_str());
+    if (request.json)
+        std::puts(KRJSON::write(device).c_str());
+    else
+        std::printf("%s is now called \"%s\".\n", device.id.c_str(), device.name.c_str());
     return ExitCode::done;
 }
 
@@ -198,7 +205,7 @@ struct Adder {
 
 void addEmail(CLI::App& command, AccountRequest& request) {
     command.add_option("EMAIL", request.email, "E-mail address of the account")->required();
-    command.add_option("--service", request.service, "URL of the service, from now on");
+    command.add_option("--service", request.service, "URL of the service, from now on")->type_name("URL");
 }
 
 void addPassword(CLI::App& command, std::optional<int>& fd, const std::string& option,
@@ -212,11 +219,12 @@ void addJSON(CLI::App& command, AccountRequest& request) {
 }
 
 void addDevices(const Adder& adder) {
-    auto* devices = adder.app.add_subcommand("devices", "The account's signed-in devices");
+    auto* devices = adder.app.add_subcommand("devices", "Manage the devices");
     devices->require_subcommand(1);
     const auto [list, listing] = adder.add(*devices, "list", "List them", listDevices);
     addJSON(*list, *listing);
     const auto [rename, renaming] = adder.add(*devices, "rename", "Give one a new name", renameDevice);
+    addJSON(*rename, *renaming);
     rename->add_option("ID", renaming->device, "Its identifier")->required();
     rename->add_option("NAME", renaming->name, "Its new name")->required();
     const auto [revoke, revoking] = adder.add(*devices, "revoke", "Sign one out", revokeDevice);
@@ -230,7 +238,8 @@ void addAccountCommands(CLI::App& app, int& status) {
     const auto [up, signingUp] = adder.add(app, "sign-up", "Make an account", signUp);
     addEmail(*up, *signingUp);
     addPassword(*up, signingUp->passwordFD, "--password-fd", "password");
-    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one");
+    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
+        ->type_name("CODE");
     addJSON(*up, *signingUp);
 
     const auto [in, signingIn] = adder.add(app, "sign-in", "Sign in on this device", signIn);
@@ -238,10 +247,9 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*in, signingIn->passwordFD, "--password-fd", "password");
     addJSON(*in, *signingIn);
 
-    adder.add(app, "sign-out", "Sign out and forget the keys and the index on this device", signOut);
+    adder.add(app, "sign-out", "Sign out, forget keys and index", signOut);
 
-    const auto [back, recovering] =
-        adder.add(app, "recover", "Set a new password with the recovery code", recover);
+    const auto [back, recovering] = adder.add(app, "recover", "Recover a lost password", recover);
     addEmail(*back, *recovering);
     addPassword(*back, recovering->codeFD, "--code-fd", "recovery code");
     addPassword(*back, recovering->newPasswordFD, "--new-password-fd", "new password");
@@ -251,12 +259,11 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*password, changing->passwordFD, "--password-fd", "current password");
     addPassword(*password, changing->newPasswordFD, "--new-password-fd", "new password");
 
-    const auto [code, rotating] =
-        adder.add(app, "recovery-code", "Replace the recovery code by a new one", newRecoveryCode);
+    const auto [code, rotating] = adder.add(app, "recovery-code", "Renew the recovery code", newRecoveryCode);
     addPassword(*code, rotating->passwordFD, "--password-fd", "password");
     addJSON(*code, *rotating);
 
-    const auto [who, asking] = adder.add(app, "whoami", "Who is signed in here", whoami);
+    const auto [who, asking] = adder.add(app, "whoami", "Tell who is signed in", whoami);
     addJSON(*who, *asking);
     addDevices(adder);
 }

@@ -3,16 +3,20 @@
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
 
-#include <string>
+#include <filesystem>
+#include <memory>
 
-/// What this device keeps of an account beside its keys: the local index and the states of paths. Throws
-/// SQLiteError, and FileError where there is no container.
+/// What this device keeps of an account beside its keys: the local index with its transfers, the states of
+/// paths, the offline copies and what the widgets show. Throws SQLiteError and FileError.
 namespace Korvane::AccountData {
 
-/// Empties both when they are another account's: its transfers would go to the wrong place.
-void keepTo(const std::string& userId, LocalIndex& index, StatusDatabase& status);
+/// The lock of the process that runs the queue. Nobody else may empty the data.
+[[nodiscard]] std::filesystem::path queueLock();
 
-/// Empties both, where there are any.
-void forget();
+/// Offline copies that the user changed stay on the disk.
+void empty(const std::shared_ptr<LocalIndex>& index, StatusDatabase& status);
+
+/// Empties what there is.
+void emptyAll();
 
 } // namespace Korvane::AccountData

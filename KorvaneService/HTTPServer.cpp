@@ -15,6 +15,7 @@
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 #include <fcntl.h>
+#include <fmt/chrono.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -224,6 +225,14 @@ Reply HTTPServer::answered(const Request& request) const {
     }
 }
 
+void HTTPServer::stamp(Reply& reply) const {
+    if (std::ranges::any_of(reply.headers,
+                            [](const auto& header) { return beast::iequals(header.first, "Date"); }))
+        return;
+    const auto now = std::chrono::floor<std::chrono::seconds>(application_.now());
+    reply.headers.emplace_back("Date", fmt::format("{:%a, %d %b %Y %H:%M:%S} GMT", fmt::gmtime(now)));
+}
+
 // What a fault leaves of the answer; none when the connection ends without one.
 asio::awaitable<std::optional<Reply>> HTTPServer::faulted(const Request& request,
                                                           const std::optional<Fault::Kind>& fault) {
@@ -270,10 +279,15 @@ asio::awaitable<void> HTTPServer::serve(beast::tcp_stream stream) {
                 co_return;
             continue;
         }
+        if (application_.latency.count() > 0) {
+            asio::steady_timer distance(stream.get_executor(), application_.latency);
+            co_await distance.async_wait(asio::use_awaitable);
+        }
         const auto fault = faults_.next(application_.routeName(*incoming.request), incoming.bytes);
-        const auto reply = co_await faulted(*incoming.request, fault);
+        auto reply = co_await faulted(*incoming.request, fault);
         if (!reply)
             co_return;
+        stamp(*reply);
         if (const auto* cut = fault ? std::get_if<Fault::Truncate>(&*fault) : nullptr) {
             co_await send(stream, *reply, incoming, cut->bytes);
             co_return;

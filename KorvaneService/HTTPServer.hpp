@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneService/Exchange.hpp"
 #include "KorvaneService/Faults.hpp"
 
@@ -7,6 +8,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -27,6 +29,9 @@ public:
         std::function<Reply(const Request&)> answer;
         /// Most bytes of a body sent to this path.
         std::function<std::uint64_t(std::string_view path)> bodyLimit;
+        std::chrono::milliseconds latency{0}; ///< before each answer
+        /// The time that answers tell.
+        std::function<Clock::Time()> now;
     };
 
     /// Takes the port, 0 for any free one; who connects waits for start(). `faults` outlives the server.
@@ -49,6 +54,7 @@ private:
     asio::awaitable<std::optional<Reply>> faulted(const Request& request,
                                                   const std::optional<Fault::Kind>& fault);
     Reply answered(const Request& request) const;
+    void stamp(Reply& reply) const;
 
     Application application_;
     Faults& faults_;

@@ -10,6 +10,7 @@
 #include "KorvaneCore/api/AccountActionError.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/widget/WidgetStore.hpp"
 
 #include <utility>
 
@@ -244,6 +245,7 @@ asio::awaitable<void> AccountService::signOut() {
     co_await offload([this] {
         keychain_->remove({KeychainStore::Key::masterKey});
         StoredSession::remove();
+        WidgetStore::clear();
         return true;
     });
 }

@@ -38,7 +38,9 @@ asio::awaitable<bool> RootRound::run() {
         co_return true;
     forgetMissingFolders();
     // Before the base: an upload that ends in between is held, and not begun again with what it was based on.
+    // What the queue has no more by now, the base knows once that has been heard of.
     queued_.emplace(co_await offload([&] { return QueuedUploads(*context_.index, ledger_.root().id); }));
+    co_await queue_.delivered();
     const auto base = ledger_.base();
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
@@ -115,10 +117,10 @@ void RootRound::markSkipped(const LocalScan& scan) {
 asio::awaitable<void> RootRound::giveUpGone(const LocalScan& scan) {
     if (!scan.isComplete)
         co_return;
-    for (const auto& [relPath, id] : queued_->failed()) {
+    for (const auto& [relPath, failed] : queued_->failed()) {
         if (std::ranges::binary_search(scan.entries, relPath, {}, &LocalScan::Entry::relPath))
             continue;
-        co_await queue_.cancel(id);
+        co_await queue_.cancel(failed.id);
         ledger_.unmark(relPath, false);
     }
 }
