@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 
 #include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
@@ -104,10 +105,16 @@ int signIn(const AccountRequest& request) {
     return ExitCode::done;
 }
 
+// What is left of the account goes even where the sign-in has ended before.
 int signOut(const AccountRequest&) {
+    const auto lock = AccountData::claim();
     Client client;
-    client.requireSession();
-    client.run(client.account.signOut());
+    const bool wasSignedIn = client.run(client.account.restoreSession());
+    if (wasSignedIn)
+        client.run(client.account.signOut());
+    AccountData::forget();
+    if (!wasSignedIn)
+        throw APIError(APIError::NotSignedIn{});
     std::puts("Signed out.");
     return ExitCode::done;
 }

@@ -34,14 +34,17 @@ public:
         std::function<Clock::Time()> now;
     };
 
-    /// Listens from now on; port 0 takes any free one. `faults` outlives the server. Throws
-    /// boost::system::system_error when the port cannot be had.
+    /// Takes the port, 0 for any free one; who connects waits for start(). `faults` outlives the server.
+    /// Throws boost::system::system_error when the port cannot be had.
     HTTPServer(std::uint16_t port, Application application, Faults& faults);
     HTTPServer(const HTTPServer&) = delete;
     HTTPServer& operator=(const HTTPServer&) = delete;
 
     /// Ends all connections, wherever they are.
     ~HTTPServer();
+
+    /// Answers from now on. Once.
+    void start();
 
     [[nodiscard]] std::uint16_t port() const;
 

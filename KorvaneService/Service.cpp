@@ -56,6 +56,7 @@ Service::Service(ServiceSettings settings)
            .now = [this] { return state_.settings().clock->now(); }},
           faults_) {
     state_.setBaseURL("http://127.0.0.1:" + std::to_string(server_.port()));
+    server_.start();
 }
 
 Reply Service::answer(const Request& request) {

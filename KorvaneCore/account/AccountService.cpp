@@ -131,7 +131,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
         throw;
     }
     if (!response.wrappedMasterKey)
-        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey is missing"});
+        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey: is missing"});
     auto key = unwrapped(keys.kek, *response.wrappedMasterKey, &MasterKey::unwrapWithKek);
     if (!key)
         throw wrongPassword();
