@@ -4,6 +4,7 @@
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/sync/SyncRoots.hpp"
 
 #include <boost/describe/class.hpp>
 

@@ -3,12 +3,13 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
 
 #include <boost/describe/class.hpp>
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -67,26 +68,27 @@ std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
     return std::nullopt;
 }
 
-/// Runs the queue until every file of the batch has settled.
-asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    std::vector<FileReport> reports;
-    if (!co_await workshop.startTransfers()) {
-        for (const auto& file : batch)
-            reports.push_back({file.name, "queued", std::nullopt});
-        co_return reports;
-    }
+/// Until every file of the batch has settled.
+asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector<FileReport>& reports) {
     ProgressDisplay display;
-    for (std::size_t next = 0; next < batch.size();) {
-        if (auto report = settled(*workshop.index, batch[next])) {
+    while (reports.size() < batch.size()) {
+        if (auto report = settled(*workshop.index, batch[reports.size()])) {
             reports.push_back(std::move(*report));
-            ++next;
             continue;
         }
         display.show(co_await workshop.queue->stats());
         co_await systemClock()->sleep(lookInterval);
     }
     display.end();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
+    std::vector<FileReport> reports;
+    SyncSession session(workshop);
+    if (co_await session.during(follow(workshop, batch, reports)))
+        co_return reports;
+    for (const auto& file : batch)
+        reports.push_back({file.name, "queued", std::nullopt});
     co_return reports;
 }
 
@@ -97,14 +99,20 @@ int exitCodeOf(const std::vector<FileReport>& reports) {
     return std::ranges::any_of(reports, isBad) ? ExitCode::failed : ExitCode::done;
 }
 
-asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::string folderId) {
+asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::int64_t size,
+                                  std::string folderId) {
     UploadJob job;
     job.sourcePath = file.string();
     job.folderId = std::move(folderId);
     job.name = file.filename().string();
     job.clientFileId = newUUID();
+    job.plainSize = size;
     auto name = job.name;
     batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
+}
+
+std::string below(const std::string& folder, const std::string& path) {
+    return fmt::format("{}/{}", folder, path);
 }
 
 asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
@@ -112,10 +120,10 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     if (!stat)
         throw std::runtime_error(path.string() + " does not exist");
     if (!stat->isDirectory) {
-        co_await enqueueFile(workshop, batch, path, co_await workshop.folderAt(to));
+        co_await enqueueFile(workshop, batch, path, stat->size, co_await workshop.folderAt(to));
         co_return;
     }
-    const auto target = to + "/" + path.filename().string();
+    const auto target = below(to, path.filename().string());
     co_await workshop.folderAt(target);
     const auto scan = scanFolder(path);
     for (const auto& skipped : scan.skipped)
@@ -124,10 +132,10 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     for (const auto& entry : scan.entries) {
         const auto parent = fs::path(entry.relPath).parent_path().string();
         if (entry.stat.isDirectory)
-            co_await workshop.folderAt(target + "/" + entry.relPath);
+            co_await workshop.folderAt(below(target, entry.relPath));
         else
-            co_await enqueueFile(workshop, batch, path / entry.relPath,
-                                 co_await workshop.folderAt(target + "/" + parent));
+            co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
+                                 co_await workshop.folderAt(below(target, parent)));
     }
 }
 

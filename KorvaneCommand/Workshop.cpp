@@ -15,59 +15,43 @@
 
 namespace Korvane {
 
-namespace {
-
-constexpr std::chrono::seconds settleInterval{2};
-
-NotificationCenter notifications() {
-    return NotificationCenter(SharedContainer::notificationFolder());
-}
-
-/// What another account left in the index is none of this one's: its transfers would go to the wrong place.
-/// Its offline copies go before they are forgotten.
-void keepToOneAccount(LocalIndex& index, OfflineCopies& offline, const std::string& userId) {
-    static const std::string key = "accountUserId";
-    const auto known = index.value(key);
-    if (known && known != userId) {
-        offline.removeAll();
-        index.reset();
-    }
-    if (known != userId)
-        index.setValue(userId, key);
-}
-
-} // namespace
-
 Workshop::Workshop() {
     client.requireSession();
     masterKey_ = std::make_shared<const KRCrypto::MasterKey>(client.account.masterKey());
-    rootFolderId_ = client.account.session()->user.rootFolderId;
+    const auto session = client.account.requiredSession();
+    rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
     requests = std::make_shared<QueueRequests>(index, notifications());
-    const auto executor = client.context.get_executor();
-    queue = std::make_shared<TransferQueue>(executor, index, std::make_shared<TransferRunner>(jobContext()),
-                                            systemClock(), TransferQueue::systemJitter());
+    queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
+                                            std::make_shared<TransferRunner>(jobContext()), systemClock(),
+                                            TransferQueue::systemJitter());
     offline = std::make_shared<OfflineCopies>(
         OfflineCopies::Parts{index, queue, requests, notifications(), SharedContainer::offline()});
-    keepToOneAccount(*index, *offline, client.account.session()->user.id);
     publisher_ = std::make_shared<WidgetPublisher>(index, SharedContainer::offline());
-    widgets_ = std::make_shared<WidgetSchedule>(executor, systemClock(), notifications(),
-                                                [this]() -> asio::awaitable<void> {
-                                                    co_await keepOffline();
-                                                    co_await publishWidgets();
-                                                });
-    engine = std::make_shared<SyncEngine>(executor, systemClock(), settleInterval,
-                                          [this](SyncEngine::Root root) -> asio::awaitable<void> {
-                                              for (const auto& known : SyncRoots::all(*index))
-                                                  if (known.id == root.id) {
-                                                      co_await reconciler->reconcile(known);
-                                                      ++reconciles_;
-                                                      widgets_->changed();
-                                                  }
-                                          });
-    reconciler = std::make_shared<RootReconciler>(
-        RootReconciler::Parts{jobContext(), queue, status, engine->ownWrites()});
+    keepToOneAccount(session.user.id);
+}
+
+NotificationCenter Workshop::notifications() {
+    return NotificationCenter(SharedContainer::notificationFolder());
+}
+
+// What another account left in the index is none of this one's: its transfers would go to the wrong place.
+// Its offline copies go before they are forgotten.
+void Workshop::keepToOneAccount(const std::string& userId) {
+    static const std::string key = "accountUserId";
+    const auto known = index->value(key);
+    if (known == userId)
+        return;
+    if (known) {
+        if (!ownQueue())
+            throw std::runtime_error("another korvane still works for another account; stop it first");
+        offline->removeAll();
+        status->clearAll();
+        index->reset();
+        leaveQueue();
+    }
+    index->setValue(userId, key);
 }
 
 JobContext Workshop::jobContext() {
@@ -82,11 +66,6 @@ JobContext Workshop::jobContext() {
     return context;
 }
 
-asio::awaitable<void> Workshop::pull() {
-    co_await pullChanges(*client.api, *index, *masterKey_);
-    widgets_->changed();
-}
-
 bool Workshop::ownQueue() {
     if (lock_.fd() >= 0)
         return true;
@@ -97,68 +76,26 @@ bool Workshop::ownQueue() {
     return isOwn;
 }
 
+void Workshop::leaveQueue() {
+    lock_.unlock();
+}
+
+asio::awaitable<void> Workshop::pull() {
+    co_await pullChanges(*client.api, *index, *masterKey_);
+}
+
 asio::awaitable<void> Workshop::keepOffline() {
     const bool isRunning = lock_.fd() >= 0;
     if (!ownQueue())
         co_return;
     co_await offline->keep();
     if (!isRunning)
-        lock_.unlock();
+        leaveQueue();
 }
 
 asio::awaitable<WidgetPublisher::Publication> Workshop::publishWidgets() {
     co_return co_await offload(
         [publisher = publisher_] { return publisher->publish(std::chrono::system_clock::now()); });
-}
-
-asio::awaitable<bool> Workshop::startTransfers() {
-    if (!ownQueue()) {
-        requests->nudge();
-        co_return false;
-    }
-    co_await queue->addOutcomeHandler([this](TransferOutcome outcome) -> asio::awaitable<void> {
-        const auto* dropped = outcome.as<TransferOutcome::Dropped>();
-        const auto* origin =
-            dropped != nullptr && dropped->origin ? dropped->origin->as<TransferOrigin::Sync>() : nullptr;
-        const auto again = origin != nullptr ? std::optional(origin->rootId) : std::nullopt;
-        co_await offline->settled(outcome);
-        co_await reconciler->settled(std::move(outcome));
-        widgets_->changed();
-        if (again)
-            co_await engine->scheduleReconcile(*again, settleInterval);
-    });
-    co_await queue->setOwnWriteHandler(
-        [this](std::filesystem::path path, LocalStat stat) -> asio::awaitable<void> {
-            engine->ownWrites()->registerWrite(path.string(), stat);
-            co_return;
-        });
-    control_ =
-        std::make_unique<QueueControl>(client.context.get_executor(), queue, requests, notifications());
-    co_await control_->start();
-    networkCost_ =
-        std::make_unique<NetworkCost>([this](bool isMetered) { control_->setNetworkMetered(isMetered); });
-    co_return true;
-}
-
-asio::awaitable<void> Workshop::stopTransfers() {
-    co_await widgets_->stop();
-    co_await engine->stop();
-    networkCost_.reset();
-    if (control_)
-        co_await control_->stop();
-    control_.reset();
-    lock_.unlock();
-}
-
-asio::awaitable<void> Workshop::startSync() {
-    co_await widgets_->start();
-    co_await engine->start();
-    const auto roots = SyncRoots::all(*index);
-    reconciles_ = roots.empty() ? 1 : 1 - static_cast<int>(roots.size());
-    for (const auto& root : roots) {
-        co_await engine->addRoot({root.id, root.path});
-        co_await engine->scheduleReconcile(root.id, Clock::Duration::zero());
-    }
 }
 
 std::optional<IndexItem> Workshop::itemAt(const std::string& path) {
@@ -171,22 +108,24 @@ std::optional<std::string> Workshop::pathOf(const IndexItem& item) {
 }
 
 asio::awaitable<std::string> Workshop::folderAt(std::string path) {
+    const auto& masterKey = *masterKey_;
     auto folderId = rootFolderId_;
     std::istringstream names(path);
     for (std::string name; std::getline(names, name, '/');) {
         if (name.empty())
             continue;
-        auto child = index->child(folderId, name);
+        const auto child = index->child(folderId, name);
         if (child && !child->isFolder)
             throw std::runtime_error("\"" + name + "\" is a file of the account");
-        if (!child) {
-            const CreateFolderRequest request{newUUID(), folderId,
-                                              masterKey_->sealMeta(KRCrypto::FolderMeta(name)),
-                                              masterKey_->nameBlindIndex(name)};
-            index->apply(co_await client.api->createFolder(request), *masterKey_);
-            child = index->item(*request.id);
+        if (child) {
+            folderId = child->id;
+            continue;
         }
-        folderId = child->id;
+        const CreateFolderRequest request{newUUID(), folderId, masterKey.sealMeta(KRCrypto::FolderMeta(name)),
+                                          masterKey.nameBlindIndex(name)};
+        const auto folder = co_await client.api->createFolder(request);
+        index->apply(folder, masterKey);
+        folderId = folder.id;
     }
     co_return folderId;
 }
