@@ -21,8 +21,8 @@ class TransferQueue;
 /// content lies below a sync root is here already; any other is downloaded to a folder of its own.
 ///
 /// Copies are recorded with their looks. One that was changed since is the user's: it is neither replaced nor
-/// removed (a download moves it aside). Operations throw SQLiteError and FileError; what was done until then
-/// is kept, and the next keep() goes on.
+/// removed (a download moves it aside). Operations throw SQLiteError, and FileError when a change cannot be
+/// announced; what was done until then is kept, and the next keep() goes on.
 class OfflineCopies {
 public:
     struct Parts {
