@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
+#include "KorvaneCommand/PairCommands.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
@@ -23,6 +24,7 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     int status = ExitCode::done;
     addAccountCommands(app, status);
+    addPairCommands(app, status);
     addSyncCommands(app, status);
     addTransferCommands(app, status);
     addStatusCommand(app, status);
