@@ -98,7 +98,7 @@ int remove(const SyncRequest& request) {
 }
 
 int list(const SyncRequest& request) {
-    Workshop workshop;
+    const Workshop workshop;
     const auto roots = SyncRoots::all(*workshop.index);
     if (request.json)
         std::puts(KRJSON::write(roots).c_str());
@@ -138,17 +138,17 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
     });
     if (!co_await workshop.startTransfers())
         throw std::runtime_error("another korvane is at work on this account's transfers");
-    co_await workshop.pull();
+    co_await workshop.pullIfPossible();
     co_await workshop.startSync();
     ProgressDisplay display;
     Events events;
-    for (int quiet = 0; !stopped && !(request.once && quiet > 3);) {
+    for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
         if (request.json)
             events.show(stats);
         else
             display.show(stats);
-        quiet = stats.pending + stats.running == 0 && workshop.reconciles() > 0 ? quiet + 1 : 0;
+        quiet = stats.pending + stats.running == 0 && workshop.isReconciled() ? quiet + 1 : 0;
         look.expires_after(lookInterval);
         boost::system::error_code woken;
         co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));

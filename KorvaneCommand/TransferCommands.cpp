@@ -9,6 +9,7 @@
 #include "KorvaneCore/sync/LocalScan.hpp"
 
 #include <boost/describe/class.hpp>
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -97,14 +98,20 @@ int exitCodeOf(const std::vector<FileReport>& reports) {
     return std::ranges::any_of(reports, isBad) ? ExitCode::failed : ExitCode::done;
 }
 
-asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::string folderId) {
+asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::int64_t size,
+                                  std::string folderId) {
     UploadJob job;
     job.sourcePath = file.string();
     job.folderId = std::move(folderId);
     job.name = file.filename().string();
     job.clientFileId = newUUID();
+    job.plainSize = size;
     auto name = job.name;
     batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
+}
+
+std::string below(const std::string& folder, const std::string& path) {
+    return fmt::format("{}/{}", folder, path);
 }
 
 asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
@@ -112,10 +119,10 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     if (!stat)
         throw std::runtime_error(path.string() + " does not exist");
     if (!stat->isDirectory) {
-        co_await enqueueFile(workshop, batch, path, co_await workshop.folderAt(to));
+        co_await enqueueFile(workshop, batch, path, stat->size, co_await workshop.folderAt(to));
         co_return;
     }
-    const auto target = to + "/" + path.filename().string();
+    const auto target = below(to, path.filename().string());
     co_await workshop.folderAt(target);
     const auto scan = scanFolder(path);
     for (const auto& skipped : scan.skipped)
@@ -124,10 +131,10 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     for (const auto& entry : scan.entries) {
         const auto parent = fs::path(entry.relPath).parent_path().string();
         if (entry.stat.isDirectory)
-            co_await workshop.folderAt(target + "/" + entry.relPath);
+            co_await workshop.folderAt(below(target, entry.relPath));
         else
-            co_await enqueueFile(workshop, batch, path / entry.relPath,
-                                 co_await workshop.folderAt(target + "/" + parent));
+            co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
+                                 co_await workshop.folderAt(below(target, parent)));
     }
 }
 

@@ -3,6 +3,7 @@
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
 #include "KorvaneCore/sync/TransferRunner.hpp"
@@ -15,6 +16,8 @@ namespace Korvane {
 namespace {
 
 constexpr std::chrono::seconds settleInterval{2};
+constexpr std::chrono::seconds pullInterval{60};
+constexpr std::chrono::seconds reconcileRetryInterval{30};
 
 NotificationCenter notifications() {
     return NotificationCenter(SharedContainer::notificationFolder());
@@ -35,9 +38,10 @@ void keepToOneAccount(LocalIndex& index, const std::string& userId) {
 Workshop::Workshop() {
     client.requireSession();
     masterKey_ = std::make_shared<const KRCrypto::MasterKey>(client.account.masterKey());
-    rootFolderId_ = client.account.session()->user.rootFolderId;
+    const auto session = client.account.requiredSession();
+    rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
-    keepToOneAccount(*index, client.account.session()->user.id);
+    keepToOneAccount(*index, session.user.id);
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
     requests = std::make_shared<QueueRequests>(index, notifications());
     const auto executor = client.context.get_executor();
@@ -46,10 +50,8 @@ Workshop::Workshop() {
     engine = std::make_shared<SyncEngine>(executor, systemClock(), settleInterval,
                                           [this](SyncEngine::Root root) -> asio::awaitable<void> {
                                               for (const auto& known : SyncRoots::all(*index))
-                                                  if (known.id == root.id) {
-                                                      co_await reconciler->reconcile(known);
-                                                      ++reconciles_;
-                                                  }
+                                                  if (known.id == root.id)
+                                                      co_await reconcile(known);
                                           });
     reconciler = std::make_shared<RootReconciler>(
         RootReconciler::Parts{jobContext(), queue, status, engine->ownWrites()});
@@ -71,21 +73,51 @@ asio::awaitable<void> Workshop::pull() {
     co_await pullChanges(*client.api, *index, *masterKey_);
 }
 
+asio::awaitable<void> Workshop::pullIfPossible() {
+    try {
+        co_await pull();
+    } catch (const APIError& error) {
+        if (!error.isRetryable())
+            throw;
+        Log::warning("sync", std::string("changes were not pulled: ") + error.what());
+    }
+}
+
+// What the account has by now spares uploads. One that fails is tried again, whether or not the root changes.
+asio::awaitable<void> Workshop::reconcile(SyncRoot root) {
+    std::exception_ptr failure;
+    unreconciled_.erase(root.id); // what comes meanwhile counts again
+    ++reconciling_;
+    try {
+        co_await pullIfPossible();
+        co_await reconciler->reconcile(root);
+    } catch (const std::exception&) {
+        failure = std::current_exception();
+    }
+    --reconciling_;
+    if (!failure)
+        co_return;
+    unreconciled_.insert(root.id);
+    co_await engine->scheduleReconcile(root.id, reconcileRetryInterval);
+    std::rethrow_exception(failure);
+}
+
+asio::awaitable<void> Workshop::settled(TransferOutcome outcome) {
+    const auto again = co_await reconciler->settled(std::move(outcome));
+    if (!again)
+        co_return;
+    unreconciled_.insert(*again);
+    co_await engine->scheduleReconcile(*again, settleInterval);
+}
+
 asio::awaitable<bool> Workshop::startTransfers() {
     lock_ = FileLock(SharedContainer::directory("locks") / "queue.lock");
     if (!lock_.tryLock()) {
         requests->nudge();
         co_return false;
     }
-    co_await queue->addOutcomeHandler([this](TransferOutcome outcome) -> asio::awaitable<void> {
-        const auto* dropped = outcome.as<TransferOutcome::Dropped>();
-        const auto* origin =
-            dropped != nullptr && dropped->origin ? dropped->origin->as<TransferOrigin::Sync>() : nullptr;
-        const auto again = origin != nullptr ? std::optional(origin->rootId) : std::nullopt;
-        co_await reconciler->settled(std::move(outcome));
-        if (again)
-            co_await engine->scheduleReconcile(*again, settleInterval);
-    });
+    co_await queue->addOutcomeHandler(
+        [this](TransferOutcome outcome) { return settled(std::move(outcome)); });
     co_await queue->setOwnWriteHandler(
         [this](std::filesystem::path path, LocalStat stat) -> asio::awaitable<void> {
             engine->ownWrites()->registerWrite(path.string(), stat);
@@ -100,6 +132,7 @@ asio::awaitable<bool> Workshop::startTransfers() {
 }
 
 asio::awaitable<void> Workshop::stopTransfers() {
+    periodicPull_.reset();
     co_await engine->stop();
     networkCost_.reset();
     if (control_)
@@ -110,9 +143,10 @@ asio::awaitable<void> Workshop::stopTransfers() {
 
 asio::awaitable<void> Workshop::startSync() {
     co_await engine->start();
-    const auto roots = SyncRoots::all(*index);
-    reconciles_ = roots.empty() ? 1 : 1 - static_cast<int>(roots.size());
-    for (const auto& root : roots) {
+    periodicPull_.emplace(client.context.get_executor(), systemClock(), pullInterval,
+                          [this] { return pull(); });
+    for (const auto& root : SyncRoots::all(*index)) {
+        unreconciled_.insert(root.id);
         co_await engine->addRoot({root.id, root.path});
         co_await engine->scheduleReconcile(root.id, Clock::Duration::zero());
     }
@@ -123,6 +157,7 @@ std::optional<IndexItem> Workshop::itemAt(const std::string& path) {
 }
 
 asio::awaitable<std::string> Workshop::folderAt(std::string path) {
+    const auto& masterKey = *masterKey_;
     auto folderId = rootFolderId_;
     std::istringstream names(path);
     for (std::string name; std::getline(names, name, '/');) {
@@ -133,10 +168,12 @@ asio::awaitable<std::string> Workshop::folderAt(std::string path) {
             throw std::runtime_error("\"" + name + "\" is a file of the account");
         if (!child) {
             const CreateFolderRequest request{newUUID(), folderId,
-                                              masterKey_->sealMeta(KRCrypto::FolderMeta(name)),
-                                              masterKey_->nameBlindIndex(name)};
-            index->apply(co_await client.api->createFolder(request), *masterKey_);
-            child = index->item(*request.id);
+                                              masterKey.sealMeta(KRCrypto::FolderMeta(name)),
+                                              masterKey.nameBlindIndex(name)};
+            const auto folder = co_await client.api->createFolder(request);
+            index->apply(folder, masterKey);
+            folderId = folder.id;
+            continue;
         }
         folderId = child->id;
     }

@@ -5,6 +5,7 @@
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
+#include "KorvaneCore/sync/ChangePull.hpp"
 #include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/QueueControl.hpp"
 #include "KorvaneCore/sync/QueueRequests.hpp"
@@ -15,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace Korvane {
@@ -35,8 +37,11 @@ public:
     std::shared_ptr<SyncEngine> engine;
     std::shared_ptr<RootReconciler> reconciler;
 
-    /// Brings the index up to the account. Throws APIError.
+    /// Brings the index up to the account. Throws APIError, SQLiteError.
     asio::awaitable<void> pull();
+
+    /// pull(), unless the account cannot be reached now.
+    asio::awaitable<void> pullIfPossible();
 
     /// Takes over the queue and starts it. False when another process runs it; that one learns of what was
     /// enqueued here.
@@ -45,11 +50,11 @@ public:
     /// Stops what startTransfers() started and waits for its end.
     asio::awaitable<void> stopTransfers();
 
-    /// Watches the sync roots and reconciles each now and after changes.
+    /// Watches the sync roots and reconciles each now and after changes, and pulls now and then.
     asio::awaitable<void> startSync();
 
-    /// Positive once every root has been reconciled since startSync().
-    [[nodiscard]] int reconciles() const noexcept { return reconciles_; }
+    /// Whether no root is known to need a reconcile.
+    [[nodiscard]] bool isReconciled() const noexcept { return unreconciled_.empty() && reconciling_ == 0; }
 
     /// The folder or file on a "/"-separated path below the account's root folder.
     [[nodiscard]] std::optional<IndexItem> itemAt(const std::string& path);
@@ -59,13 +64,17 @@ public:
 
 private:
     [[nodiscard]] JobContext jobContext();
+    asio::awaitable<void> reconcile(SyncRoot root);
+    asio::awaitable<void> settled(TransferOutcome outcome);
 
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     std::string rootFolderId_;
-    int reconciles_ = 0;
+    std::set<std::string> unreconciled_; ///< ids of roots
+    int reconciling_ = 0;                ///< how many are at it
     FileLock lock_;
     std::unique_ptr<QueueControl> control_;
     std::unique_ptr<NetworkCost> networkCost_;
+    std::optional<PeriodicPull> periodicPull_;
 };
 
 } // namespace Korvane

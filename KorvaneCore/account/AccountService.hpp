@@ -59,6 +59,8 @@ public:
     asio::awaitable<void> signOut();
 
     [[nodiscard]] std::optional<AccountSession> session() const KR_EXCLUDES(mutex_);
+    /// The same. Throws APIError (NotSignedIn) without one.
+    [[nodiscard]] AccountSession requiredSession() const;
 
     /// Throws APIError (NotSignedIn).
     [[nodiscard]] KRCrypto::MasterKey masterKey() const KR_EXCLUDES(mutex_);

@@ -213,9 +213,11 @@ asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored) {
     const APICall call{.method = "POST",
                        .path = "/auth/refresh",
                        .body = APICall::json(RefreshRequest{stored.refreshToken})};
+    auto request = call.request(apiBaseURL_, std::nullopt);
+    request.freshConnection = true; // the server takes the token once: a second request would end the sign-in
     HTTPResponse answer;
     try {
-        answer = co_await session_->send(call.request(apiBaseURL_, std::nullopt));
+        answer = co_await session_->send(std::move(request));
     } catch (const HTTPError& error) {
         throw ErrorMapping::sessionError(error, "TokenPair");
     }

@@ -39,6 +39,10 @@ struct HTTPRequest {
 
     /// Without it, a request whose way leads over a mobile network fails with HTTPError (connection), unsent.
     bool allowsCellular = true;
+
+    /// On a connection of its own. A request on a kept connection that ends without an answer is sent once
+    /// more; this one never is.
+    bool freshConnection = false;
 };
 
 struct HTTPResponse {

@@ -76,6 +76,7 @@ void Transfer::prepare(EasyHandle handle, const CurlSession::Options& options) {
     if (isLoopback(url))
         set(curl, CURLOPT_PROXY, "");
     set(curl, CURLOPT_NOSIGNAL, 1L);
+    set(curl, CURLOPT_FRESH_CONNECT, request_.freshConnection ? 1L : 0L);
     set(curl, CURLOPT_QUICK_EXIT, 1L); // a cancelled look-up of a name must not hold up the thread
     const auto idle = static_cast<long>(request_.idle.value_or(options.idle).count());
     set(curl, CURLOPT_CONNECTTIMEOUT, idle);
@@ -279,8 +280,8 @@ std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, 
             transfer.bodyError_ = std::current_exception();
             return CURL_READFUNC_ABORT;
         }
-    } else {
-        std::memcpy(buffer, transfer.request_.body->data() + transfer.sent_, length);
+    } else if (const auto& body = transfer.request_.body) {
+        std::memcpy(buffer, body->data() + transfer.sent_, length);
     }
     transfer.sent_ += length;
     return length;

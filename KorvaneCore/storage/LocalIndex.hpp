@@ -222,6 +222,9 @@ public:
     [[nodiscard]] std::vector<std::string> transferIds(const std::vector<TransferRecord::State>& states,
                                                        std::int64_t limit);
 
+    /// The dedupe keys with this prefix of pending, running and paused records.
+    [[nodiscard]] std::set<std::string> activeDedupeKeys(const std::string& prefix);
+
     /// Where a record stands among those that wait.
     struct WaitingPosition {
         double createdAt = 0;   ///< as stored

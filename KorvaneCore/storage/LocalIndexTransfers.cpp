@@ -102,6 +102,16 @@ std::vector<std::string> LocalIndex::transferIds(const std::vector<TransferRecor
     return ids;
 }
 
+std::set<std::string> LocalIndex::activeDedupeKeys(const std::string& prefix) {
+    std::set<std::string> keys;
+    const MutexLock lock(mutex_);
+    for (const auto& row :
+         database_.query("SELECT dedupe_key FROM transfers WHERE state IN (0,1,4) AND dedupe_key>=?", prefix))
+        if (auto key = row.string("dedupe_key").value_or(""); key.starts_with(prefix))
+            keys.insert(std::move(key));
+    return keys;
+}
+
 std::vector<TransferRecord> LocalIndex::runnableTransfers(std::int64_t limit, Date now) {
     return runnablePage(limit, now, std::nullopt).records;
 }

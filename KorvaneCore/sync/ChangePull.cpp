@@ -2,6 +2,9 @@
 
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/platform/Spawn.hpp"
+
+#include <utility>
 
 namespace Korvane {
 
@@ -22,6 +25,23 @@ void apply(LocalIndex& index, const Change& change, const KRCrypto::MasterKey& m
         index.apply(*folder, masterKey);
 }
 
+asio::awaitable<void> pullEver(std::shared_ptr<Clock> clock, Clock::Duration interval,
+                               PeriodicPull::Pull pull) {
+    for (;;) {
+        co_await clock->sleep(interval);
+        std::string failure;
+        try {
+            co_await pull();
+        } catch (const std::exception& error) {
+            failure = error.what();
+        }
+        if ((co_await asio::this_coro::cancellation_state).cancelled() != asio::cancellation_type::none)
+            co_return;
+        if (!failure.empty())
+            Log::warning("sync", "changes were not pulled: " + failure);
+    }
+}
+
 } // namespace
 
 // One entry that does not open must not hide all that follow it.
@@ -39,6 +59,15 @@ asio::awaitable<void> pullChanges(APIClient& api, LocalIndex& index, const KRCry
             index.setLastSeq(page.changes.back().seq);
         more = page.hasMore && !page.changes.empty();
     }
+}
+
+PeriodicPull::PeriodicPull(const asio::any_io_executor& strand, std::shared_ptr<Clock> clock,
+                           Clock::Duration interval, Pull pull) {
+    spawn(strand, "sync", pullEver(std::move(clock), interval, std::move(pull)), cancellation_);
+}
+
+PeriodicPull::~PeriodicPull() {
+    cancellation_->emit(asio::cancellation_type::terminal);
 }
 
 } // namespace Korvane

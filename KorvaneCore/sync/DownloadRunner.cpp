@@ -12,6 +12,7 @@
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -31,7 +32,11 @@ using Buffers = std::array<KRCrypto::Bytes, 2>;
 } // namespace
 
 DownloadRunner::DownloadRunner(const JobContext& context, TransferRun& run, DownloadJob job)
-    : context_(context), run_(run), job_(std::move(job)), destination_(job_.destinationPath) {}
+    : context_(context),
+      run_(run),
+      job_(std::move(job)),
+      destination_(job_.destinationPath),
+      ranBefore_(job_.tempPath.has_value()) {}
 
 asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
     co_await findVersion();
@@ -168,7 +173,17 @@ asio::awaitable<void> DownloadRunner::renewURL() {
 }
 
 bool DownloadRunner::mustBeKept(const LocalStat& present) const {
-    return job_.collision == DownloadJob::Collision::conflictCopy && job_.guardLocal != present;
+    return job_.collision == DownloadJob::Collision::conflictCopy && job_.guardLocal != present &&
+           !isPlacedAlready(present);
+}
+
+// By an earlier run, which ended before that was stored. Its file is no change of the user's.
+bool DownloadRunner::isPlacedAlready(const LocalStat& present) const {
+    if (!ranBefore_ || present.isDirectory || present.size != meta_.size)
+        return false;
+    const auto hash = ChunkCrypto::sha256OfFile(destination_).first;
+    return std::ranges::equal(hash, KRCrypto::Hex::decode(meta_.sha256)) &&
+           localStat(destination_) == present;
 }
 
 // What appears at the destination between the looks is kept too: nothing is replaced that was not looked at.

@@ -33,6 +33,7 @@ private:
     [[nodiscard]] std::filesystem::path temporaryPath() const;
     [[nodiscard]] std::optional<std::filesystem::path> placeHere(const PartialFile& partial) const;
     [[nodiscard]] bool mustBeKept(const LocalStat& present) const;
+    [[nodiscard]] bool isPlacedAlready(const LocalStat& present) const;
 
     const JobContext& context_;
     TransferRun& run_;
@@ -43,6 +44,7 @@ private:
     KRCrypto::FileMeta meta_{"", "", 0, ""};
     KRCrypto::SecretBytes fileKey_;
     bool renewed_ = false; ///< the storage URL, once
+    bool ranBefore_;       ///< an earlier run may have come to its end unheard
 };
 
 } // namespace Korvane

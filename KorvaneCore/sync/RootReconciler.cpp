@@ -1,11 +1,12 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
-#include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
+#include "KorvaneCore/sync/RelativePath.hpp"
+#include "KorvaneCore/sync/RootRound.hpp"
+#include "KorvaneCore/sync/TransferJob.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -14,231 +15,168 @@ namespace Korvane {
 
 namespace {
 
-std::string nameOf(const std::string& relPath) {
-    return relPath.substr(relPath.rfind('/') + 1); // npos + 1 is 0
+const TransferOrigin::Sync* syncOrigin(const std::optional<TransferOrigin>& origin) {
+    return origin ? origin->as<TransferOrigin::Sync>() : nullptr;
 }
 
-std::string parentOf(const std::string& relPath) {
-    const auto slash = relPath.rfind('/');
-    return slash == std::string::npos ? "" : relPath.substr(0, slash);
+std::optional<TransferOrigin> originOf(const TransferOutcome& outcome) {
+    if (const auto* failed = outcome.as<TransferOutcome::Failed>())
+        return failed->origin;
+    if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
+        return dropped->origin;
+    if (const auto* upload = outcome.as<TransferOutcome::Uploaded>())
+        return upload->job.origin;
+    return outcome.as<TransferOutcome::Downloaded>()->job.origin;
 }
 
-std::string absolute(const SyncRoot& root, const std::string& relPath) {
-    return root.path + "/" + relPath;
-}
-
-bool isUnderWay(TransferRecord::State state) {
-    return state != TransferRecord::State::done;
+asio::awaitable<std::optional<LocalStat>> statOf(std::string path) {
+    co_return co_await offload([path = std::move(path)] { return localStat(path); });
 }
 
 } // namespace
 
+RootLedger RootReconciler::ledgerOf(SyncRoot root) const {
+    return {parts_.context.index, parts_.status, std::move(root)};
+}
+
+std::optional<RootLedger> RootReconciler::ledgerOf(const std::optional<TransferOrigin>& origin) const {
+    const auto* sync = syncOrigin(origin);
+    if (sync == nullptr)
+        return std::nullopt;
+    const auto roots = SyncRoots::all(*parts_.context.index);
+    const auto found = std::ranges::find(roots, sync->rootId, &SyncRoot::id);
+    return found == roots.end() ? std::nullopt : std::optional(ledgerOf(*found));
+}
+
 asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
-    const auto scan = co_await offload([path = root.path] { return scanFolder(path); });
-    forgetTrashedFolders(root);
-    const auto base = parts_.context.index->baseEntries(root.id);
-    const auto plan = planSync(scan, base);
-    Folders folders{{"", root.folderId}};
-    for (const auto& [relPath, entry] : base)
-        if (entry.isFolder)
-            folders[relPath] = entry.itemId;
-    markSkipped(root, scan);
-    for (const auto& step : plan.moves)
-        co_await move(root, step, folders);
-    for (const auto& folder : plan.newFolders)
-        co_await makeFolder(root, folder, folders);
-    const auto underWay = co_await parts_.queue->activeOrigins();
-    const auto waits = [&](const std::string& relPath) {
-        const auto found = underWay.find(TransferOrigin(TransferOrigin::Sync{root.id, relPath}));
-        return found != underWay.end() && isUnderWay(found->second);
-    };
-    for (const auto& doubtful : plan.doubtful)
-        if (!waits(doubtful.entry.relPath) && !co_await isContentOf(root, doubtful))
-            co_await upload(root, doubtful, folders);
-    for (const auto& file : plan.uploads)
-        if (!waits(file.entry.relPath))
-            co_await upload(root, file, folders);
-    std::vector<StatusDatabase::Entry> synced;
-    for (const auto& relPath : plan.unchanged)
-        if (!parts_.status->status(absolute(root, relPath)))
-            synced.push_back({absolute(root, relPath), PathStatus::synced, {}});
-    if (!synced.empty())
-        parts_.status->setMany(synced);
+    const auto ledger = ledgerOf(std::move(root));
+    if (reconciled_.insert(ledger.root().id).second)
+        co_await takeUpUnheardOf(ledger);
+    RootRound round(parts_.context, *parts_.queue, ledger);
+    if (!co_await round.run())
+        throw Incomplete();
 }
 
-// Names are the user's own and stay out of the log; the status says which entries are meant.
-void RootReconciler::markSkipped(const SyncRoot& root, const LocalScan& scan) {
-    for (const auto& skipped : scan.skipped) {
-        const auto path = absolute(root, skipped.relPath);
-        if (parts_.status->status(path) == PathStatus::excluded)
-            continue;
-        Log::warning("sync", "an entry is not synced: " + skipped.reason);
-        parts_.status->set(PathStatus::excluded, path);
+asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutcome outcome) {
+    const auto origin = originOf(outcome);
+    const auto ledger = ledgerOf(origin);
+    if (!ledger)
+        co_return std::nullopt;
+    bool again = false;
+    if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
+        co_await failed(*ledger, *failure);
+    } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
+        ledger->mark(syncOrigin(origin)->relPath, PathStatus::queued);
+        again = true;
+    } else if (const auto* upload = outcome.as<TransferOutcome::Uploaded>()) {
+        again = co_await uploaded(*ledger, upload->job, upload->file.id, upload->file.version);
+    } else if (const auto* download = outcome.as<TransferOutcome::Downloaded>()) {
+        again = co_await downloaded(*ledger, *download);
     }
+    co_return again ? std::optional(ledger->root().id) : std::nullopt;
 }
 
-// Files of a folder in the Trash have nowhere to go; it is made anew, and they with it.
-void RootReconciler::forgetTrashedFolders(const SyncRoot& root) {
-    for (const auto& [relPath, entry] : parts_.context.index->baseEntries(root.id)) {
-        if (!entry.isFolder)
-            continue;
-        const auto item = parts_.context.index->item(entry.itemId);
-        if (item && item->deletedAt)
-            parts_.context.index->removeBase(root.id, relPath, true);
-    }
-}
-
-const std::string& RootReconciler::parentId(const Folders& folders, const std::string& relPath) {
-    const auto found = folders.find(parentOf(relPath));
-    if (found == folders.end())
-        throw std::runtime_error("the folder of " + relPath + " is not in the account yet");
-    return found->second;
-}
-
-// A folder of that name may be there already: from another device, or of an answer that was lost.
-asio::awaitable<RemoteFolder> RootReconciler::folderNamed(const std::string& name,
-                                                          const std::string& parentId) {
-    const auto masterKey = co_await parts_.context.masterKey();
-    const auto blindIndex = masterKey->nameBlindIndex(name);
-    try {
-        co_return co_await parts_.context.api->createFolder(
-            {newUUID(), parentId, masterKey->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
-    } catch (const APIError& error) {
-        if (!error.is<APIError::NameConflict>())
-            throw;
-    }
-    const auto page = co_await parts_.context.api->allChildren(parentId);
-    const auto existing = std::ranges::find_if(
-        page.folders, [&](const RemoteFolder& folder) { return folder.nameBlindIndex == blindIndex; });
-    if (existing == page.folders.end())
-        throw APIError(APIError::NameConflict{}); // a file has the name
-    co_return *existing;
-}
-
-asio::awaitable<void> RootReconciler::makeFolder(const SyncRoot& root, const LocalScan::Entry& entry,
-                                                 Folders& folders) {
-    const auto folder = co_await folderNamed(nameOf(entry.relPath), parentId(folders, entry.relPath));
-    parts_.context.index->apply(folder, *co_await parts_.context.masterKey());
-    setBase(root, entry, folder.id, 0, std::nullopt);
-    folders[entry.relPath] = folder.id;
-    mark(root, entry.relPath, PathStatus::synced, folder.id);
-}
-
-asio::awaitable<void> RootReconciler::move(const SyncRoot& root, const SyncPlan::Move& move,
-                                           Folders& folders) {
-    const auto masterKey = co_await parts_.context.masterKey();
-    const auto item = parts_.context.index->item(move.base.itemId);
-    if (!item)
-        co_return; // not known here yet; a later reconcile finds it moved still
-    const auto name = nameOf(move.entry.relPath);
-    const auto parent = parentId(folders, move.entry.relPath);
-    const auto blindIndex = masterKey->nameBlindIndex(name);
-    if (item->isFolder) {
-        UpdateFolderRequest request{parent, masterKey->sealMeta(KRCrypto::FolderMeta(name)), blindIndex, {}};
-        parts_.context.index->apply(co_await parts_.context.api->updateFolder(item->id, request), *masterKey);
+// A file that came and went before it was sent has failed at nothing.
+asio::awaitable<void> RootReconciler::failed(const RootLedger& ledger,
+                                             const TransferOutcome::Failed& failed) {
+    const auto& relPath = syncOrigin(failed.origin)->relPath;
+    if (failed.kind == TransferRecord::Kind::upload && !co_await statOf(ledger.absolute(relPath))) {
+        co_await parts_.queue->cancel(failed.id);
+        ledger.unmark(relPath, false);
     } else {
-        auto meta = masterKey->openMeta(item->metaEnc);
-        auto fileMeta = *meta.file();
-        fileMeta.name = name;
-        UpdateFileRequest request{parent, masterKey->sealMeta(fileMeta), blindIndex, {}};
-        parts_.context.index->apply(co_await parts_.context.api->updateFile(item->id, request), *masterKey);
+        ledger.mark(relPath, PathStatus::error);
     }
-    parts_.context.index->moveBase(root.id, move.from, move.entry.relPath);
-    if (item->isFolder)
-        for (const auto& [relPath, entry] : parts_.context.index->baseEntries(root.id))
-            if (entry.isFolder)
-                folders[relPath] = entry.itemId;
-    parts_.status->remove(absolute(root, move.from), true);
-    mark(root, move.entry.relPath, PathStatus::synced, item->id);
 }
 
-// Dated or written anew with the content it had: the base learns its new looks.
-asio::awaitable<bool> RootReconciler::isContentOf(const SyncRoot& root, const SyncPlan::Upload& doubtful) {
-    const auto& [entry, base] = doubtful;
-    if (!base->sha256)
+// True when the file is another by now: of a change during the upload the event has passed, as the queue had
+// the file then.
+asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const UploadJob& job,
+                                               std::string itemId, std::int64_t version) {
+    if (!job.sourceStat)
+        co_return true;
+    auto relPath = syncOrigin(job.origin)->relPath;
+    auto status = PathStatus::synced;
+    if (job.isConflictCopy) {
+        const auto parent = RelativePath::parent(relPath);
+        auto renamed = parent.empty() ? job.name : parent + "/" + job.name;
+        if (co_await keepConflictCopy(ledger, job, renamed))
+            relPath = std::move(renamed);
+        status = PathStatus::conflict;
+    }
+    ledger.setBase({relPath, *job.sourceStat}, itemId, version, job.sha256);
+    ledger.mark(relPath, status, itemId);
+    const auto now = co_await statOf(ledger.absolute(relPath));
+    co_return now&& now != job.sourceStat;
+}
+
+// A conflict copy is another file than the one it was made from, here as in the account; the version of the
+// other device comes to the place it leaves. False when it keeps its name here.
+asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
+                                                       std::string renamed) {
+    const auto& relPath = syncOrigin(job.origin)->relPath;
+    const auto from = ledger.absolute(relPath);
+    const auto to = ledger.absolute(renamed);
+    const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
+    if (error && error != std::errc::no_such_file_or_directory) {
+        Log::warning("sync", "a conflict copy keeps its local name: " + error.message());
         co_return false;
-    const auto hash = co_await contentHash(absolute(root, entry.relPath), entry.stat);
-    if (hash != *base->sha256)
-        co_return false;
-    setBase(root, entry, base->itemId, base->version, base->sha256);
+    }
+    parts_.ownWrites->registerRemoval(from);
+    parts_.ownWrites->registerWrite(to, *job.sourceStat);
+    const auto base = ledger.base();
+    const auto before = base.find(relPath);
+    ledger.removeBase(relPath, false);
+    ledger.unmark(relPath, false);
+    if (before == base.end())
+        co_return true;
+    DownloadJob download;
+    download.fileId = before->second.itemId;
+    download.destinationPath = from;
+    download.origin = job.origin;
+    ledger.mark(relPath, PathStatus::queued);
+    co_await parts_.queue->enqueueDownload(std::move(download), newUUID());
     co_return true;
 }
 
-asio::awaitable<void> RootReconciler::upload(const SyncRoot& root, const SyncPlan::Upload& upload,
-                                             const Folders& folders) {
-    UploadJob job;
-    job.sourcePath = absolute(root, upload.entry.relPath);
-    job.folderId = parentId(folders, upload.entry.relPath);
-    job.name = nameOf(upload.entry.relPath);
-    job.clientFileId = newUUID();
-    job.origin = TransferOrigin::Sync{root.id, upload.entry.relPath};
-    if (upload.base) {
-        job.fileId = upload.base->itemId;
-        job.baseVersion = upload.base->version;
+// True when what lies there now is not what was fetched.
+asio::awaitable<bool> RootReconciler::downloaded(const RootLedger& ledger,
+                                                 const TransferOutcome::Downloaded& download) {
+    const auto& relPath = syncOrigin(download.job.origin)->relPath;
+    const auto now = co_await statOf(ledger.absolute(relPath));
+    const auto item = parts_.context.index->item(download.file.id);
+    const bool isKnown = item && item->version == download.file.version;
+    if (!now || (isKnown && item->size != now->size))
+        co_return true;
+    ledger.setBase({relPath, *now}, download.file.id, download.file.version,
+                   isKnown ? item->sha256 : std::nullopt);
+    ledger.mark(relPath, PathStatus::synced, download.file.id);
+    co_return download.movedAside.has_value();
+}
+
+// An upload may have ended, and this process with it, before its outcome was heard of. It is told by its
+// file: that lies where it belongs, with the content sent, and the base does not know it.
+asio::awaitable<void> RootReconciler::takeUpUnheardOf(const RootLedger& ledger) {
+    auto& index = *parts_.context.index;
+    std::map<std::string, std::int64_t> known; // versions, by item
+    std::map<std::string, std::string> folders{{"", ledger.root().folderId}};
+    for (const auto& [relPath, entry] : ledger.base()) {
+        known[entry.itemId] = entry.version;
+        if (entry.isFolder)
+            folders[relPath] = entry.itemId;
     }
-    mark(root, upload.entry.relPath, PathStatus::queued);
-    co_await parts_.queue->enqueueUpload(std::move(job), newUUID());
-}
-
-void RootReconciler::setBase(const SyncRoot& root, const LocalScan::Entry& entry, const std::string& itemId,
-                             std::int64_t version, const std::optional<std::string>& sha256) {
-    parts_.context.index->setBase(root.id, {entry.relPath, itemId, entry.stat.isDirectory, version,
-                                            entry.stat.size, entry.stat.mtime, entry.stat.inode, sha256});
-}
-
-void RootReconciler::mark(const SyncRoot& root, const std::string& relPath, PathStatus status,
-                          const std::optional<std::string>& itemId) {
-    parts_.status->set(status, absolute(root, relPath), itemId);
-}
-
-asio::awaitable<void> RootReconciler::settled(TransferOutcome outcome) {
-    const auto roots = SyncRoots::all(*parts_.context.index);
-    const auto rootOf = [&](const TransferOrigin::Sync& origin) -> const SyncRoot* {
-        const auto found = std::ranges::find(roots, origin.rootId, &SyncRoot::id);
-        return found == roots.end() ? nullptr : &*found;
-    };
-    const auto report = [&](const std::optional<TransferOrigin>& origin, PathStatus status) {
-        const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
-        if (sync != nullptr)
-            if (const auto* root = rootOf(*sync))
-                mark(*root, sync->relPath, status);
-    };
-    if (const auto* failed = outcome.as<TransferOutcome::Failed>())
-        report(failed->origin, PathStatus::error);
-    if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
-        report(dropped->origin, PathStatus::queued); // the next reconcile takes it up
-    const auto* done = outcome.as<TransferOutcome::Uploaded>();
-    const auto* sync = done != nullptr ? done->job.origin.as<TransferOrigin::Sync>() : nullptr;
-    if (sync != nullptr)
-        if (const auto* root = rootOf(*sync))
-            co_await uploaded(*root, *sync, *done);
-}
-
-// A conflict copy is another file than the one it was made from, here as in the account.
-asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const TransferOrigin::Sync& origin,
-                                               const TransferOutcome::Uploaded& outcome) {
-    const auto& job = outcome.job;
-    auto relPath = origin.relPath;
-    auto status = PathStatus::synced;
-    if (job.isConflictCopy) {
-        const auto parent = parentOf(relPath);
-        const auto renamed = parent.empty() ? job.name : parent + "/" + job.name;
-        const auto from = absolute(root, relPath);
-        const auto to = absolute(root, renamed);
-        const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
-        if (error) {
-            Log::warning("sync", "the conflict copy keeps its local name: " + error.message());
-        } else {
-            parts_.ownWrites->registerRemoval(from);
-            parts_.ownWrites->registerWrite(to, *job.sourceStat);
-            parts_.context.index->removeBase(root.id, relPath, false);
-            parts_.status->remove(from, false);
-            relPath = renamed;
-        }
-        status = PathStatus::conflict;
+    for (const auto& record : index.transfers({{TransferRecord::State::done}}, -1)) {
+        const auto read = readableJob(record);
+        const auto* job = read ? std::get_if<UploadJob>(&*read) : nullptr;
+        const auto* origin = job != nullptr ? job->origin.as<TransferOrigin::Sync>() : nullptr;
+        if (origin == nullptr || origin->rootId != ledger.root().id)
+            continue;
+        const auto item = index.item(job->fileId.value_or(job->clientFileId));
+        const auto folder = folders.find(RelativePath::parent(origin->relPath));
+        const auto version = item ? known.find(item->id) : known.end();
+        if (item && !item->deletedAt && item->sha256 == job->sha256 && folder != folders.end() &&
+            folder->second == item->parentId && (version == known.end() || version->second < item->version))
+            co_await uploaded(ledger, *job, item->id, item->version);
     }
-    setBase(root, {relPath, *job.sourceStat}, outcome.file.id, outcome.file.version, job.sha256);
-    mark(root, relPath, status, outcome.file.id);
 }
 
 } // namespace Korvane

@@ -2,6 +2,7 @@
 
 #include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/JobRunner.hpp"
+#include "KorvaneCore/sync/Turns.hpp"
 
 namespace Korvane {
 
@@ -15,6 +16,7 @@ public:
 
 private:
     JobContext context_;
+    Turns contents_; ///< one upload of each content at a time
 };
 
 } // namespace Korvane

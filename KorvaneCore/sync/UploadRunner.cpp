@@ -19,6 +19,7 @@
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/KnownKeys.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
+#include "KorvaneCore/sync/TransferRules.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -50,8 +51,8 @@ struct SendState {
     KRCrypto::FileChunkReader reader;
 };
 
-UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, UploadJob job)
-    : context_(context), run_(run), job_(std::move(job)) {}
+UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, Turns& contents, UploadJob job)
+    : context_(context), run_(run), contents_(contents), job_(std::move(job)) {}
 
 asio::awaitable<TransferOutcome::Uploaded> UploadRunner::upload() {
     masterKey_ = co_await context_.masterKey();
@@ -80,7 +81,7 @@ asio::awaitable<void> UploadRunner::hashSource() {
         throw TransferQueue::PermanentFailure("Source file no longer exists");
     if (job_.sha256 && job_.sourceStat == stat)
         co_return;
-    co_await giveUpSession();
+    co_await giveUpContent();
     if (ChunkCrypto::chunkCount(stat->size, context_.chunkSize) > KRCrypto::maxParts)
         throw APIError(APIError::BadRequest{"File too large (max 10000 parts)"});
     if (!job_.mime)
@@ -93,28 +94,46 @@ asio::awaitable<void> UploadRunner::hashSource() {
     save();
 }
 
-// An upload of the old content may be under way at the service; that it cannot be ended there is no reason
-// not to send the new one, as it expires.
-asio::awaitable<void> UploadRunner::giveUpSession() {
-    const auto abandoned = std::exchange(job_.uploadId, std::nullopt);
+asio::awaitable<void> UploadRunner::giveUpContent() {
+    const bool hadKey = job_.wrappedFileKey.has_value();
+    if (hadKey)
+        co_await settleOldContent();
+    job_.uploadId.reset();
     job_.wrappedFileKey.reset();
     job_.sha256.reset();
     job_.sourceStat.reset();
     job_.plainSize.reset();
     job_.blobId.reset();
-    if (!abandoned)
-        co_return;
-    save();
+    if (hadKey)
+        save();
+}
+
+// Once there is a key, the old content may have become a file, or a version, whose answer was lost. The new
+// one is then based on that; were it not, this device would be in conflict with itself.
+asio::awaitable<void> UploadRunner::settleOldContent() {
     try {
-        co_await context_.api->abortUpload(*abandoned);
-    } catch (const APIError& error) {
-        if (error.is<APIError::Cancelled>())
+        if (job_.uploadId) {
+            co_await context_.api->abortUpload(*job_.uploadId);
+            co_return;
+        }
+    } catch (const APIError&) {
+        if (TransferRules::runFailure(std::current_exception(), false).verdict !=
+            TransferRules::RunFailure::Verdict::failed)
             throw;
-        Log::info("transfer", std::string("an upload session was left to expire: ") + error.what());
+    }
+    try {
+        const auto file = co_await context_.api->file(job_.fileId.value_or(job_.clientFileId));
+        if (isOwn(file))
+            update(file);
+    } catch (const APIError& error) {
+        if (!error.is<APIError::NotFound>())
+            throw;
     }
 }
 
+// Of several uploads of one content the first sends it; the others then find it at the service.
 asio::awaitable<RemoteFile> UploadRunner::store() {
+    const auto turn = co_await contents_.take(*job_.blobId);
     auto plan = co_await resumeSession();
     if (!plan)
         plan = co_await beginSession();
@@ -289,10 +308,14 @@ bool UploadRunner::isOwn(const std::optional<RemoteFile>& file) const {
 bool UploadRunner::becomeUpdate(const std::optional<RemoteFile>& file) {
     if (job_.fileId || !file || file->id != job_.clientFileId)
         return false;
-    job_.fileId = file->id;
-    job_.baseVersion = file->version;
+    update(*file);
     save();
     return true;
+}
+
+void UploadRunner::update(const RemoteFile& file) {
+    job_.fileId = file.id;
+    job_.baseVersion = file.version;
 }
 
 // Nothing of the local change is lost: it becomes a file beside the other device's version.

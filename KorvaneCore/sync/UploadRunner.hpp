@@ -4,6 +4,7 @@
 #include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/JobRunner.hpp"
 #include "KorvaneCore/sync/PartPlan.hpp"
+#include "KorvaneCore/sync/Turns.hpp"
 
 #include <memory>
 #include <optional>
@@ -22,8 +23,8 @@ struct SendState;
 /// session and key are given up together.
 class UploadRunner {
 public:
-    /// Both outlive the run.
-    UploadRunner(const JobContext& context, TransferRun& run, UploadJob job);
+    /// `contents` are the turns of the contents that are being sent, by blob id. All three outlive the run.
+    UploadRunner(const JobContext& context, TransferRun& run, Turns& contents, UploadJob job);
 
     /// Throws what steers the queue (see TransferQueue), and what its parts throw.
     asio::awaitable<TransferOutcome::Uploaded> upload();
@@ -35,7 +36,8 @@ private:
 
     asio::awaitable<std::optional<PartPlan>> resumeSession();
     asio::awaitable<std::optional<PartPlan>> beginSession();
-    asio::awaitable<void> giveUpSession();
+    asio::awaitable<void> giveUpContent();
+    asio::awaitable<void> settleOldContent();
     asio::awaitable<RemoteFile> sendAndComplete(PartPlan plan);
     asio::awaitable<void> sendParts(std::vector<PartPlan::Part> parts);
     asio::awaitable<void> sendLane(SendState& state);
@@ -44,6 +46,7 @@ private:
     asio::awaitable<RemoteFile> registerOnce();
     asio::awaitable<void> becomeConflictCopy();
     bool becomeUpdate(const std::optional<RemoteFile>& file);
+    void update(const RemoteFile& file);
     [[noreturn]] void folderMissing(const APIError::FolderMissing& missing);
     [[nodiscard]] bool isOwn(const std::optional<RemoteFile>& file) const;
     [[nodiscard]] std::string name() const;
@@ -56,6 +59,7 @@ private:
 
     const JobContext& context_;
     TransferRun& run_;
+    Turns& contents_;
     UploadJob job_;
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     KRCrypto::SecretBytes fileKey_;

@@ -26,6 +26,26 @@ TEST(Accounts, AReusedRefreshTokenRevokesItsDeviceAlone) {
     EXPECT_EQ(second.failure(second.api()->me()), "");
 }
 
+TEST(Accounts, ARefreshThatGetsNoAnswerIsSentOnceOnly) {
+    LocalService service;
+    TestDevice device(service);
+    device.signUp(email);
+    EXPECT_EQ(device.failure(device.api()->me()), "") << "this connection is kept";
+    service.clock->advance(std::chrono::seconds(900));
+    auto& faults = service->faults();
+    const std::string route = "POST /v1/auth/refresh";
+    for (const Fault::Kind& fault : {Fault::Kind(Fault::DropBefore{}), Fault::Kind(Fault::DropAfter{})}) {
+        const int before = faults.calls(route);
+        faults.add(route, fault, 1, 2);
+        EXPECT_TRUE(device.failure(device.api()->me()).starts_with("Network error: "));
+        EXPECT_EQ(faults.calls(route) - before, 1);
+        faults.clear();
+        if (std::holds_alternative<Fault::DropBefore>(fault))
+            EXPECT_EQ(device.failure(device.api()->me()), "");
+        service.clock->advance(std::chrono::seconds(900));
+    }
+}
+
 TEST(Accounts, TokensOfAnotherServiceAreRefused) {
     LocalService service;
     LocalService other;

@@ -28,8 +28,9 @@ protected:
             std::make_shared<TransferQueue>(executor, index_, std::make_shared<TransferRunner>(context),
                                             systemClock(), TransferQueue::systemJitter());
         RootReconciler reconciler({context, queue, status_, ownWrites_});
-        co_await queue->addOutcomeHandler(
-            [&](TransferOutcome outcome) { return reconciler.settled(std::move(outcome)); });
+        co_await queue->addOutcomeHandler([&](TransferOutcome outcome) -> asio::awaitable<void> {
+            again_ = co_await reconciler.settled(std::move(outcome));
+        });
         co_await pullChanges(*device_.api(), *index_, *masterKey_);
         co_await reconciler.reconcile(syncRoot_);
         co_await queue->start();
@@ -62,6 +63,7 @@ protected:
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
         folder_ / "status.sqlite", NotificationCenter(folder_ / "notifications"));
     std::shared_ptr<OwnWriteTracker> ownWrites_ = std::make_shared<OwnWriteTracker>(5, systemClock());
+    std::optional<std::string> again_; ///< of the latest outcome
     int looks_ = 0;
 };
 

@@ -1,0 +1,33 @@
+#include "KorvaneCore/sync/QueuedUploads.hpp"
+
+#include "KorvaneCore/sync/TransferJob.hpp"
+
+namespace Korvane {
+
+namespace {
+
+std::string keyOf(const std::string& rootId, const std::string& relPath) {
+    return *TransferOrigin(TransferOrigin::Sync{rootId, relPath}).dedupeKey();
+}
+
+} // namespace
+
+QueuedUploads::QueuedUploads(LocalIndex& index, const std::string& rootId)
+    : prefix_(keyOf(rootId, "")), active_(index.activeDedupeKeys(prefix_)) {
+    for (const auto& record : index.transfers({{TransferRecord::State::failed}}, -1)) {
+        const auto job = readableJob(record);
+        const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
+        const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
+        if (origin != nullptr && origin->rootId == rootId)
+            failed_[origin->relPath] = {record.id, upload->sourceStat};
+    }
+}
+
+bool QueuedUploads::hold(const LocalScan::Entry& file) const {
+    if (active_.contains(prefix_ + file.relPath))
+        return true;
+    const auto failed = failed_.find(file.relPath);
+    return failed != failed_.end() && failed->second.source.value_or(file.stat) == file.stat;
+}
+
+} // namespace Korvane

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "KorvaneCore/storage/LocalIndex.hpp"
+#include "KorvaneCore/sync/LocalScan.hpp"
+
+#include <map>
+#include <set>
+#include <string>
+
+namespace Korvane {
+
+/// Which files of a sync root the transfer queue has already. A value, read at one moment.
+class QueuedUploads {
+public:
+    /// Throws SQLiteError.
+    QueuedUploads(LocalIndex& index, const std::string& rootId);
+
+    /// Whether the file waits or runs, or has failed as what it is now: that waits for the user, and a change
+    /// of the file is another try.
+    [[nodiscard]] bool hold(const LocalScan::Entry& file) const;
+
+    struct Failed {
+        std::string id;                  ///< of the transfer
+        std::optional<LocalStat> source; ///< as it was
+    };
+
+    /// By path in the root.
+    [[nodiscard]] const std::map<std::string, Failed>& failed() const noexcept { return failed_; }
+
+private:
+    std::string prefix_; ///< of the root's dedupe keys
+    std::set<std::string> active_;
+    std::map<std::string, Failed> failed_;
+};
+
+} // namespace Korvane
