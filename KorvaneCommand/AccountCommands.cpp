@@ -5,7 +5,6 @@
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/SecretInput.hpp"
 
 #include <cstdio>
@@ -108,14 +107,12 @@ int signIn(const AccountRequest& request) {
 
 // What is left of the account goes even where the sign-in has ended before.
 int signOut(const AccountRequest&) {
+    const auto lock = AccountData::claim();
     Client client;
-    FileLock queue(AccountData::queueLock());
-    if (!queue.tryLock())
-        throw std::runtime_error("another korvane is at work for this account; stop it first");
     const bool wasSignedIn = client.run(client.account.restoreSession());
     if (wasSignedIn)
         client.run(client.account.signOut());
-    AccountData::emptyAll();
+    AccountData::forget();
     if (!wasSignedIn)
         throw APIError(APIError::NotSignedIn{});
     std::puts("Signed out.");
@@ -247,7 +244,7 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*in, signingIn->passwordFD, "--password-fd", "password");
     addJSON(*in, *signingIn);
 
-    adder.add(app, "sign-out", "Sign out, forget keys and index", signOut);
+    adder.add(app, "sign-out", "Sign out, forget keys", signOut);
 
     const auto [back, recovering] = adder.add(app, "recover", "Recover a lost password", recover);
     addEmail(*back, *recovering);

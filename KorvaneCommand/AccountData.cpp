@@ -1,34 +1,53 @@
 #include "KorvaneCommand/AccountData.hpp"
 
 #include "KorvaneCore/config/SharedContainer.hpp"
-#include "KorvaneCore/publisher/WidgetPublisher.hpp"
 #include "KorvaneCore/sync/OfflineCopies.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
 
-#include <chrono>
+#include <filesystem>
+#include <stdexcept>
 
 namespace Korvane::AccountData {
 
-std::filesystem::path queueLock() {
-    return SharedContainer::directory("locks") / "queue.lock";
-}
+namespace {
 
-void empty(const std::shared_ptr<LocalIndex>& index, StatusDatabase& status) {
-    const auto copies = SharedContainer::offline();
-    OfflineCopies::removeAll(*index, copies); // before it is forgotten where they are
+// The copies go while the index knows them.
+void empty(LocalIndex& index, StatusDatabase& status) {
+    OfflineCopies::removeAll(index, SharedContainer::offline());
+    WidgetStore::clear();
     status.clearAll();
-    index->reset();
-    if (WidgetStore::load()) // else the widgets show nothing of the account
-        WidgetPublisher(index, copies).publish(std::chrono::system_clock::now());
+    index.reset();
 }
 
-void emptyAll() {
-    const auto index = SharedContainer::databaseURL();
-    const auto status = SharedContainer::statusDatabaseURL();
-    if (!std::filesystem::exists(index) && !std::filesystem::exists(status))
+} // namespace
+
+FileLock claim() {
+    FileLock lock(SharedContainer::directory("locks") / "queue.lock");
+    if (!lock.tryLock())
+        throw std::runtime_error("another korvane is at work on the account's files; stop it first");
+    return lock;
+}
+
+void keepTo(const std::string& userId, LocalIndex& index, StatusDatabase& status) {
+    static const std::string key = "accountUserId";
+    const auto known = index.value(key);
+    if (known == userId)
         return;
-    StatusDatabase states(status, NotificationCenter(SharedContainer::notificationFolder()));
-    empty(std::make_shared<LocalIndex>(index), states);
+    if (known) {
+        const auto lock = claim();
+        empty(index, status);
+    }
+    index.setValue(userId, key);
+}
+
+void forget() {
+    const auto url = SharedContainer::databaseURL();
+    if (!std::filesystem::exists(url))
+        return;
+    LocalIndex index(url);
+    StatusDatabase status(SharedContainer::statusDatabaseURL(),
+                          NotificationCenter(SharedContainer::notificationFolder()));
+    empty(index, status);
 }
 
 } // namespace Korvane::AccountData

@@ -10,8 +10,10 @@
 
 namespace Korvane {
 
-Client::Client()
-    : configuration(KRConfiguration::fromBundle(Bundle::main())),
+Client::Client() : Client(KRConfiguration::fromBundle(Bundle::main())) {}
+
+Client::Client(KRConfiguration with)
+    : configuration(std::move(with)),
       keychain(systemKeychain(configuration)),
       api(std::make_shared<APIClient>(context.get_executor(), configuration, keychain)),
       account(api, keychain, DeviceInfo::currentDeviceName()) {

@@ -21,6 +21,9 @@ class Client {
 public:
     Client();
 
+    /// With another configuration than the stored one, which stays as it is.
+    explicit Client(KRConfiguration with);
+
     asio::io_context context;
     KRConfiguration configuration;
     std::shared_ptr<KeychainStore> keychain;

@@ -3,6 +3,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/DoctorCommand.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
+#include "KorvaneCommand/PairCommands.hpp"
 #include "KorvaneCommand/PinCommands.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
@@ -30,7 +31,7 @@ struct Group {
 
 void addCommands(CLI::App& app, int& status) {
     const std::vector<Group> groups = {
-        {"Account", {addAccountCommands}},
+        {"Account", {addAccountCommands, addPairCommands}},
         {"Files", {addTransferCommands, addPinCommands}},
         {"Synced folders", {addSyncCommands, addStatusCommand, addQueueCommand, addActivityCommand}},
         {"This computer",

@@ -23,6 +23,7 @@ Workshop::Workshop() {
     rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
+    AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
     queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
                                             std::make_shared<TransferRunner>(jobContext()), systemClock(),
@@ -30,26 +31,10 @@ Workshop::Workshop() {
     offline = std::make_shared<OfflineCopies>(
         OfflineCopies::Parts{index, queue, requests, notifications(), SharedContainer::offline()});
     publisher_ = std::make_shared<WidgetPublisher>(index, SharedContainer::offline());
-    keepToOneAccount(session.user.id);
 }
 
 NotificationCenter Workshop::notifications() {
     return NotificationCenter(SharedContainer::notificationFolder());
-}
-
-// What another account left in the index is none of this one's: its transfers would go to the wrong place.
-void Workshop::keepToOneAccount(const std::string& userId) {
-    static const std::string key = "accountUserId";
-    const auto known = index->value(key);
-    if (known == userId)
-        return;
-    if (known) {
-        if (!ownQueue())
-            throw std::runtime_error("another korvane still works for another account; stop it first");
-        AccountData::empty(index, *status);
-        leaveQueue();
-    }
-    index->setValue(userId, key);
 }
 
 JobContext Workshop::jobContext() {
@@ -67,7 +52,7 @@ JobContext Workshop::jobContext() {
 bool Workshop::ownQueue() {
     if (lock_.fd() >= 0)
         return true;
-    lock_ = FileLock(AccountData::queueLock());
+    lock_ = FileLock(SharedContainer::directory("locks") / "queue.lock");
     const bool isOwn = lock_.tryLock();
     if (!isOwn)
         lock_.unlock();

@@ -171,10 +171,13 @@ asio::awaitable<void> AccessTokens::clearHere() {
 }
 
 asio::awaitable<void> AccessTokens::untilTurn() {
-    while (writing_) {
-        boost::system::error_code woken;
-        co_await turnIsFree_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
-    }
+    while (writing_)
+        co_await turnEnds();
+}
+
+asio::awaitable<void> AccessTokens::turnEnds() {
+    boost::system::error_code woken;
+    co_await turnIsFree_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
 }
 
 /// What runs for it goes on, without effect.

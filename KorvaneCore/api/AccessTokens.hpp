@@ -68,6 +68,7 @@ private:
     asio::awaitable<TokenPair> askServer(TokenPair stored, std::uint64_t signIn);
     asio::awaitable<void> keep(TokenPair pair, TokenPair replaced, std::uint64_t signIn);
     asio::awaitable<void> untilTurn();
+    asio::awaitable<void> turnEnds();
     void endSignIn();
     void requireStill(std::uint64_t signIn) const;
     asio::awaitable<std::optional<TokenPair>> stored();
