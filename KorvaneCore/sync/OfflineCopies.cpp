@@ -60,10 +60,10 @@ void OfflineCopies::unpin(const std::string& itemId) {
 }
 
 asio::awaitable<void> OfflineCopies::keep() {
-    const auto files = co_await offload([this] { return missing(); });
+    const auto files = co_await offload([self = shared_from_this()] { return self->missing(); });
     if (files.empty())
         co_return;
-    const auto underWay = co_await offload([this] { return downloads(); });
+    const auto underWay = co_await offload([self = shared_from_this()] { return self->downloads(); });
     for (const auto& file : files) {
         if (underWay.contains(file.item.id) || co_await adopt(file))
             continue;

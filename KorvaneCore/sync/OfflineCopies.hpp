@@ -20,10 +20,10 @@ class TransferQueue;
 /// Keeps what the user pinned on this device: pinned files, and the files below pinned folders. One whose
 /// content lies below a sync root is here already; any other is downloaded to a folder of its own.
 ///
-/// Copies are recorded with their looks. One that was changed since is the user's: it is neither replaced nor
-/// removed (a download moves it aside). Operations throw SQLiteError, and FileError when a change cannot be
-/// announced; what was done until then is kept, and the next keep() goes on.
-class OfflineCopies {
+/// Held by shared_ptr. Copies are recorded with their looks. One that was changed since is the user's: it is
+/// neither replaced nor removed (a download moves it aside). Operations throw SQLiteError, and FileError when
+/// a change cannot be announced; what was done until then is kept, and the next keep() goes on.
+class OfflineCopies : public std::enable_shared_from_this<OfflineCopies> {
 public:
     struct Parts {
         std::shared_ptr<LocalIndex> index;
