@@ -159,7 +159,7 @@ std::vector<OfflineCopies::Missing> OfflineCopies::missing() {
         if (before != recorded.end())
             if (const auto copy = LocalCopies::untouched(destination, before->second))
                 guard = copy->stat;
-        missing.push_back({item, destination, guard});
+        missing.push_back({item, destination, LocalCopies::lookAt(destination), guard});
     }
     return missing;
 }
@@ -182,13 +182,11 @@ std::map<std::string, std::set<std::string>> OfflineCopies::downloads() {
 
 /// A download whose end was not recorded, because the process ended first, need not be made again.
 asio::awaitable<bool> OfflineCopies::adopt(const Missing& file) {
-    if (!file.item.sha256)
+    const auto& stat = file.present;
+    if (!stat || stat->isDirectory || stat->size != file.item.size || !file.item.sha256)
         co_return false;
-    std::optional<LocalStat> stat;
     try {
-        stat = co_await offload([path = file.destination] { return localStat(path); });
-        if (!stat || stat->isDirectory || stat->size != file.item.size ||
-            co_await contentHash(file.destination, *stat) != *file.item.sha256)
+        if (co_await contentHash(file.destination, *stat) != *file.item.sha256)
             co_return false;
     } catch (const KRCrypto::KRCryptoError&) {
         co_return false; // somebody is writing to it; the download moves it aside

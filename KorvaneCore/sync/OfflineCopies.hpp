@@ -60,7 +60,8 @@ private:
     struct Missing {
         IndexItem item;
         std::filesystem::path destination;
-        std::optional<LocalStat> guard; ///< of the copy it replaces
+        std::optional<LocalStat> present; ///< what lies there
+        std::optional<LocalStat> guard;   ///< the same, if it is a copy to be replaced
     };
 
     using Files = std::map<std::string, IndexItem>; ///< by item id
