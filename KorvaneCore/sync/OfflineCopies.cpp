@@ -97,8 +97,9 @@ bool OfflineCopies::has(const IndexItem& item) {
     });
 }
 
-void OfflineCopies::removeAll() {
-    removeUnwanted({});
+void OfflineCopies::removeAll(LocalIndex& index, const std::filesystem::path& folder) {
+    for (const auto& [relPath, base] : index.baseEntries(LocalCopies::offlineRoot))
+        remove(index, folder, base);
 }
 
 OfflineCopies::Files OfflineCopies::wanted() {
@@ -120,12 +121,13 @@ OfflineCopies::Files OfflineCopies::wanted() {
 void OfflineCopies::removeUnwanted(const Files& wanted) {
     for (const auto& [relPath, base] : parts_.index->baseEntries(LocalCopies::offlineRoot))
         if (!wanted.contains(base.itemId))
-            remove(base);
+            remove(*parts_.index, parts_.folder, base);
 }
 
 /// One that cannot be removed stays recorded, for the next time.
-void OfflineCopies::remove(const LocalIndex::BaseEntry& base) {
-    const auto path = parts_.folder / base.relPath;
+void OfflineCopies::remove(LocalIndex& index, const std::filesystem::path& folder,
+                           const LocalIndex::BaseEntry& base) {
+    const auto path = folder / base.relPath;
     std::error_code error;
     if (LocalCopies::untouched(path, base)) {
         std::filesystem::remove(path, error);
@@ -135,7 +137,7 @@ void OfflineCopies::remove(const LocalIndex::BaseEntry& base) {
     if (error && error != std::errc::no_such_file_or_directory)
         Log::warning(category, "an offline copy cannot be removed: " + error.message());
     else
-        parts_.index->removeBase(LocalCopies::offlineRoot, base.relPath, false);
+        index.removeBase(LocalCopies::offlineRoot, base.relPath, false);
 }
 
 std::vector<OfflineCopies::Missing> OfflineCopies::missing() {

@@ -52,8 +52,8 @@ public:
     /// disk.
     [[nodiscard]] bool has(const IndexItem& item);
 
-    /// Removes all copies, as before another account takes over the index.
-    void removeAll();
+    /// Removes all copies the index knows, as before it is emptied.
+    static void removeAll(LocalIndex& index, const std::filesystem::path& folder);
 
 private:
     /// A file to be kept whose content is not here.
@@ -68,7 +68,8 @@ private:
 
     [[nodiscard]] Files wanted();
     void removeUnwanted(const Files& wanted);
-    void remove(const LocalIndex::BaseEntry& base);
+    static void remove(LocalIndex& index, const std::filesystem::path& folder,
+                       const LocalIndex::BaseEntry& base);
     [[nodiscard]] std::vector<Missing> missing();
     [[nodiscard]] std::map<std::string, std::set<std::string>> downloads();
     asio::awaitable<bool> adopt(const Missing& file);

@@ -29,6 +29,8 @@ protected:
                                             systemClock(), TransferQueue::systemJitter());
         RootReconciler reconciler({context, queue, status_, ownWrites_});
         co_await queue->addOutcomeHandler([&](TransferOutcome outcome) -> asio::awaitable<void> {
+            if (beforeOutcome_)
+                beforeOutcome_();
             again_ = co_await reconciler.settled(std::move(outcome));
         });
         co_await pullChanges(*device_.api(), *index_, *masterKey_);
@@ -68,6 +70,7 @@ protected:
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
         folder_ / "status.sqlite", NotificationCenter(folder_ / "notifications"));
     std::shared_ptr<OwnWriteTracker> ownWrites_ = std::make_shared<OwnWriteTracker>(5, systemClock());
+    std::function<void()> beforeOutcome_;
     std::optional<std::string> again_; ///< of the latest outcome
     bool isIncomplete_ = false;           ///< the latest reconcile
     int looks_ = 0;
@@ -192,6 +195,76 @@ TEST_F(RootReconcilerTest, AFolderThatWentToTheTrashIsMadeAnewWithItsFiles) {
     round();
     round();
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{"d", "d/a.txt", "d/b.txt"}));
+}
+
+TEST_F(RootReconcilerTest, AFailedFileIsTriedAgainOnceItIsAnother) {
+    put("a.txt", content(90, 1));
+    service_->faults().add("POST /v1/uploads", Fault::Answer{403, "", {}});
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(status_->status(here_ / "a.txt"), PathStatus::error);
+    EXPECT_EQ(round(), 0) << "it waits for the user";
+    put("a.txt", content(90, 2));
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(remotePaths(), std::vector<std::string>{"a.txt"});
+    EXPECT_TRUE(index_->transfers({{TransferRecord::State::failed}}, -1).empty());
+}
+
+TEST_F(RootReconcilerTest, AFolderThatWasSyncedBeforeIsTakenUpAsItIs) {
+    put("d/a.txt", content(90, 1));
+    put("d/b.txt", content(90, 2));
+    round();
+    index_->clearBase("root");
+    put("d/b.txt", content(90, 3));
+    EXPECT_EQ(round(), 1) << "the one with another content";
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"d", "d/a.txt", "d/b (1).txt", "d/b.txt"}));
+    put("d/a.txt", content(91, 4));
+    round();
+    EXPECT_EQ(remotePaths().size(), 4U) << "a new version of what was there";
+}
+
+TEST_F(RootReconcilerTest, EqualFilesAreSentOnce) {
+    for (const auto* name : {"a", "b", "c"})
+        put(name, content(90, 1));
+    EXPECT_EQ(round(), 3);
+    EXPECT_EQ(service_->faults().calls("PUT /storage/parts/{upload}/{part}"), 3);
+    EXPECT_EQ(service_->faults().calls("POST /v1/uploads/{id}/complete"), 1);
+    EXPECT_EQ(service_->faults().calls("POST /v1/files"), 2);
+}
+
+TEST_F(RootReconcilerTest, AFileThatChangesAsItsUploadEndsIsLookedAtAgain) {
+    put("a.txt", content(90, 1));
+    round();
+    EXPECT_EQ(again_, std::nullopt);
+    put("a.txt", content(91, 2));
+    beforeOutcome_ = [&] { put("a.txt", content(92, 3)); };
+    round();
+    EXPECT_EQ(again_, "root");
+}
+
+TEST(PeriodicPull, GoesOnAfterAFailureUntilItIsDestroyed) {
+    asio::io_context context;
+    const auto clock = std::make_shared<VirtualClock>();
+    int pulls = 0;
+    std::optional<PeriodicPull> pull;
+    pull.emplace(context.get_executor(), clock, std::chrono::seconds(60), [&]() -> asio::awaitable<void> {
+        if (++pulls == 1)
+            throw APIError(APIError::Transport{"offline", true});
+        co_return;
+    });
+    const auto minutes = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            context.restart();
+            context.poll();
+            clock->advance(std::chrono::seconds(60));
+        }
+        context.restart();
+        context.poll();
+    };
+    minutes(3);
+    EXPECT_EQ(pulls, 3);
+    pull.reset();
+    minutes(2);
+    EXPECT_EQ(pulls, 3);
 }
 
 } // namespace
