@@ -64,7 +64,7 @@ void useService(const AccountRequest& request) {
 }
 
 void report(const Client& client, const AccountRequest& request, const char* done) {
-    const auto session = client.account.session().value();
+    const auto session = client.account.requiredSession();
     const Identity identity{session.user.email, session.user.id, session.device,
                             std::string(client.configuration.apiBaseURL.buffer())};
     if (request.json)

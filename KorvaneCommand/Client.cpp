@@ -11,18 +11,9 @@ Client::Client()
       api(std::make_shared<APIClient>(context.get_executor(), configuration, keychain)),
       account(api, keychain, DeviceInfo::currentDeviceName()) {}
 
-void Client::run(asio::awaitable<void> coroutine) {
-    std::exception_ptr error;
-    asio::co_spawn(context, std::move(coroutine),
-                   [&](std::exception_ptr thrown) { error = std::move(thrown); });
-    finish(error);
-}
-
-void Client::finish(const std::exception_ptr& error) {
+void Client::finish() {
     context.restart();
     context.run();
-    if (error)
-        std::rethrow_exception(error);
 }
 
 void Client::requireSession() {

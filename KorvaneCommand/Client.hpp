@@ -7,10 +7,9 @@
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
 
-#include <exception>
 #include <memory>
-#include <optional>
 #include <utility>
 
 namespace Korvane {
@@ -29,23 +28,16 @@ public:
     /// Runs the coroutine to its end and gives its result, or throws what it throws.
     template <class T>
     T run(asio::awaitable<T> coroutine) {
-        std::exception_ptr error;
-        std::optional<T> result;
-        asio::co_spawn(context, std::move(coroutine), [&](std::exception_ptr thrown, T value) {
-            error = std::move(thrown);
-            result = std::move(value);
-        });
-        finish(error);
-        return std::move(*result);
+        auto result = asio::co_spawn(context, std::move(coroutine), asio::use_future);
+        finish();
+        return result.get();
     }
-
-    void run(asio::awaitable<void> coroutine);
 
     /// Takes up the stored sign-in. Throws APIError (NotSignedIn).
     void requireSession();
 
 private:
-    void finish(const std::exception_ptr& error);
+    void finish();
 };
 
 } // namespace Korvane

@@ -62,7 +62,11 @@ LocalSnapshot composeLocalSnapshot(const LocalSnapshotSources& sources, LocalCal
     const auto path = existing(*sources.photo);
     const auto id = identifier(path);
     const int years = sources.yearsAgo ? *sources.yearsAgo : yearsSinceModified(path, now);
-    composed.thumbnail = makeThumbnail(path);
+    try {
+        composed.thumbnail = makeThumbnail(path);
+    } catch (const ThumbnailError& error) {
+        throw ThumbnailError(path.string() + ": " + error.what());
+    }
     composed.snapshot.onThisDay = WidgetSnapshot::Photo{id, displayName(path), years,
                                                         WidgetSnapshot::dayKey(now), "photo-" + id + ".jpg"};
     return composed;

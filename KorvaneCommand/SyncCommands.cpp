@@ -1,11 +1,14 @@
 #include "KorvaneCommand/SyncCommands.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneCore/sync/TransferJob.hpp"
 
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -61,6 +64,11 @@ asio::awaitable<SyncRoot> added(Workshop& workshop, const SyncRequest& request) 
     const auto folder = fs::canonical(request.folder).string();
     if (!fs::is_directory(folder))
         throw std::runtime_error(folder + " is no folder");
+    if (!KRCrypto::isUTF8(folder))
+        throw std::runtime_error("a folder whose path is not UTF-8 cannot be synced");
+    const auto container = SharedContainer::location().string();
+    if (folder == container || folder.starts_with(container + "/"))
+        throw std::runtime_error(folder + " is Korvane's own");
     for (const auto& other : SyncRoots::all(*workshop.index))
         if (overlap(folder, other.path))
             throw std::runtime_error(other.path + " is synced already");
@@ -82,6 +90,20 @@ int add(const SyncRequest& request) {
     return ExitCode::done;
 }
 
+/// What waits for a folder that is no longer synced is not wanted any more.
+void cancelUploads(Workshop& workshop, const std::string& rootId) {
+    using enum TransferRecord::State;
+    std::vector<std::string> ids;
+    for (const auto& record : workshop.index->transfers({{pending, running, paused, failed}}, -1)) {
+        const auto job = readableJob(record);
+        const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
+        const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
+        if (origin != nullptr && origin->rootId == rootId)
+            ids.push_back(record.id);
+    }
+    workshop.requests->cancel(ids);
+}
+
 int remove(const SyncRequest& request) {
     Workshop workshop;
     const auto roots = SyncRoots::all(*workshop.index);
@@ -91,6 +113,7 @@ int remove(const SyncRequest& request) {
     if (found == roots.end())
         throw std::runtime_error("\"" + request.root + "\" is not synced");
     SyncRoots::remove(*workshop.index, found->id);
+    cancelUploads(workshop, found->id);
     workshop.status->clearRoot(found->path);
     tellOthers(workshop);
     std::printf("%s is no longer synced; its files stay where they are.\n", printable(found->path).c_str());
@@ -98,7 +121,7 @@ int remove(const SyncRequest& request) {
 }
 
 int list(const SyncRequest& request) {
-    Workshop workshop;
+    const Workshop workshop;
     const auto roots = SyncRoots::all(*workshop.index);
     if (request.json)
         std::puts(KRJSON::write(roots).c_str());
@@ -127,7 +150,8 @@ private:
     std::optional<StatsReport> shown_;
 };
 
-asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& request) {
+/// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
+asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
     asio::steady_timer look(executor);
     bool stopped = false;
@@ -136,32 +160,43 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
         stopped = !error;
         look.cancel();
     });
-    if (!co_await workshop.startTransfers())
-        throw std::runtime_error("another korvane is at work on this account's transfers");
-    co_await workshop.pullIfPossible();
-    co_await workshop.startSync();
+    co_await session.startSync();
     ProgressDisplay display;
     Events events;
-    for (int quiet = 0; !stopped && !(request.once && quiet > 3);) {
+    for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
         if (request.json)
             events.show(stats);
         else
             display.show(stats);
-        quiet = stats.pending + stats.running == 0 && workshop.isReconciled() ? quiet + 1 : 0;
+        quiet = stats.pending + stats.running == 0 && session.isReconciled() ? quiet + 1 : 0;
         look.expires_after(lookInterval);
         boost::system::error_code woken;
         co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
     display.end();
     signals.cancel();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
+    if (!co_await session.during(watch(session, workshop, request)))
+        throw std::runtime_error("another korvane is at work on this account's transfers");
+    co_await workshop.publishWidgets();
 }
 
 int run(const SyncRequest& request) {
     Workshop workshop;
-    workshop.client.run(runUntilStopped(workshop, request));
-    return ExitCode::done;
+    SyncSession session(workshop);
+    workshop.client.run(mirror(session, workshop, request));
+    const auto& tally = session.tally();
+    if (request.json)
+        std::puts(KRJSON::write(tally).c_str());
+    else
+        std::printf("%s.\n", tally.text().c_str());
+    if (!session.isComplete())
+        std::fputs("korvane: not everything could be mirrored; `korvane status` shows what is left.\n",
+                   stderr);
+    return session.isComplete() && tally.failures == 0 ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace

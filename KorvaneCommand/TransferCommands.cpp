@@ -3,12 +3,13 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
 
 #include <boost/describe/class.hpp>
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -67,26 +68,27 @@ std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
     return std::nullopt;
 }
 
-/// Runs the queue until every file of the batch has settled.
-asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    std::vector<FileReport> reports;
-    if (!co_await workshop.startTransfers()) {
-        for (const auto& file : batch)
-            reports.push_back({file.name, "queued", std::nullopt});
-        co_return reports;
-    }
+/// Until every file of the batch has settled.
+asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector<FileReport>& reports) {
     ProgressDisplay display;
-    for (std::size_t next = 0; next < batch.size();) {
-        if (auto report = settled(*workshop.index, batch[next])) {
+    while (reports.size() < batch.size()) {
+        if (auto report = settled(*workshop.index, batch[reports.size()])) {
             reports.push_back(std::move(*report));
-            ++next;
             continue;
         }
         display.show(co_await workshop.queue->stats());
         co_await systemClock()->sleep(lookInterval);
     }
     display.end();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
+    std::vector<FileReport> reports;
+    SyncSession session(workshop);
+    if (co_await session.during(follow(workshop, batch, reports)))
+        co_return reports;
+    for (const auto& file : batch)
+        reports.push_back({file.name, "queued", std::nullopt});
     co_return reports;
 }
 
@@ -109,6 +111,10 @@ asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path fil
     batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
 }
 
+std::string below(const std::string& folder, const std::string& path) {
+    return fmt::format("{}/{}", folder, path);
+}
+
 asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
     const auto stat = localStat(path);
     if (!stat)
@@ -117,7 +123,7 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
         co_await enqueueFile(workshop, batch, path, stat->size, co_await workshop.folderAt(to));
         co_return;
     }
-    const auto target = to + "/" + path.filename().string();
+    const auto target = below(to, path.filename().string());
     co_await workshop.folderAt(target);
     const auto scan = scanFolder(path);
     for (const auto& skipped : scan.skipped)
@@ -126,10 +132,10 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     for (const auto& entry : scan.entries) {
         const auto parent = fs::path(entry.relPath).parent_path().string();
         if (entry.stat.isDirectory)
-            co_await workshop.folderAt(target + "/" + entry.relPath);
+            co_await workshop.folderAt(below(target, entry.relPath));
         else
             co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
-                                 co_await workshop.folderAt(target + "/" + parent));
+                                 co_await workshop.folderAt(below(target, parent)));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/IndexCommand.hpp"
+#include "KorvaneCommand/PinCommands.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
@@ -25,6 +26,7 @@ int run(int argc, char** argv) {
     addAccountCommands(app, status);
     addSyncCommands(app, status);
     addTransferCommands(app, status);
+    addPinCommands(app, status);
     addStatusCommand(app, status);
     addQueueCommand(app, status);
     addActivityCommand(app, status);

@@ -10,7 +10,7 @@ namespace Korvane {
 
 void Router::add(const std::string& method, const std::string& pattern, Access access, Handler handler) {
     std::vector<std::string> segments;
-    boost::split(segments, pattern.substr(1), boost::is_any_of("/"));
+    boost::split(segments, pattern.substr(1), [](char byte) { return byte == '/'; });
     Node* node = &root_;
     for (const auto& segment : segments)
         node = segment.starts_with('{') ? &node->parameters[segment.substr(1, segment.size() - 2)]

@@ -27,10 +27,16 @@ void requireMeta(const KRCrypto::Bytes& metaEnc, const std::string& nameBlindInd
         throw Refusal::tooLarge();
 }
 
+// Everything but the root folder has a name.
+template <class Item>
+std::string nameOf(const Item& item) {
+    return Columns::required(item.nameBlindIndex, "name_blind_index");
+}
+
 } // namespace
 
 Tree::Tree(ServiceState& state, SQLiteDatabase& database, Session session)
-    : state_(&state), database_(&database), session_(session), feed_(state, database, session_) {}
+    : state_(&state), database_(&database), session_(std::move(session)), feed_(state, database, session_) {}
 
 void Tree::createRoot(const std::string& id) const {
     const auto now = state_->now();
@@ -132,8 +138,8 @@ RemoteFolder Tree::updateFolder(const std::string& id, const UpdateFolderRequest
     if (request.baseUpdatedAt && request.baseUpdatedAt != current.updatedAt)
         throw Refusal::versionConflict(std::nullopt);
     const auto parent = request.parentId.value_or(*current.parentId);
-    const auto name = request.nameBlindIndex.value_or(*current.nameBlindIndex);
-    const auto meta = request.metaEnc.value_or(*current.metaEnc);
+    const auto name = request.nameBlindIndex.value_or(nameOf(current));
+    const auto meta = request.metaEnc.value_or(Columns::required(current.metaEnc, "meta_enc"));
     requireMeta(meta, name);
     if (parent != current.parentId) {
         requireLiveFolder(parent);
@@ -154,7 +160,7 @@ RemoteFolder Tree::setFolderTrashed(const std::string& id, bool trashed) const {
         return current;
     if (!trashed) {
         requireLiveFolder(*current.parentId);
-        requireFreeName(*current.parentId, *current.nameBlindIndex, id);
+        requireFreeName(*current.parentId, nameOf(current), id);
     }
     const auto now = state_->now();
     database_->run("UPDATE folders SET deleted_at = ?, updated_at = ? WHERE id = ?",
@@ -220,7 +226,7 @@ RemoteFile Tree::updateFile(const std::string& id, const UpdateFileRequest& requ
     if (request.baseVersion && *request.baseVersion != current.version)
         throw Refusal::versionConflict(current);
     const auto folderId = request.folderId.value_or(current.folderId);
-    const auto name = request.nameBlindIndex.value_or(*current.nameBlindIndex);
+    const auto name = request.nameBlindIndex.value_or(nameOf(current));
     const auto meta = request.metaEnc.value_or(current.metaEnc);
     requireMeta(meta, name);
     requireLiveFolder(folderId);
@@ -239,7 +245,7 @@ RemoteFile Tree::setFileTrashed(const std::string& id, bool trashed) const {
         return current;
     if (!trashed) {
         requireLiveFolder(current.folderId);
-        requireFreeName(current.folderId, *current.nameBlindIndex, id);
+        requireFreeName(current.folderId, nameOf(current), id);
     }
     const auto now = state_->now();
     database_->run("UPDATE files SET deleted_at = ?, updated_at = ? WHERE id = ?",

@@ -10,6 +10,7 @@
 #include "KorvaneCore/api/AccountActionError.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/widget/WidgetStore.hpp"
 
 #include <utility>
 
@@ -165,17 +166,14 @@ asio::awaitable<void> AccountService::recover(std::string email, SecretText reco
 }
 
 asio::awaitable<PasswordKeys> AccountService::keysOf(const SecretText& password) const {
-    const auto current = session();
-    if (!current)
-        throw APIError(APIError::NotSignedIn{});
-    const auto params = co_await safeParams(current->user.email);
+    const auto params = co_await safeParams(requiredSession().user.email);
     co_return co_await derive(password, params.kdfSalt, params);
 }
 
 asio::awaitable<void> AccountService::changePassword(SecretText current, SecretText replacement) {
     const auto key = masterKey();
     const auto oldKeys = co_await keysOf(current);
-    const auto params = co_await safeParams(session()->user.email);
+    const auto params = co_await safeParams(requiredSession().user.email);
     ChangePasswordRequest request;
     request.newKdfSalt = KRCrypto::randomBytes(saltSize);
     const auto newKeys = co_await derive(replacement, request.newKdfSalt, params);
@@ -247,6 +245,7 @@ asio::awaitable<void> AccountService::signOut() {
     co_await offload([this] {
         keychain_->remove({KeychainStore::Key::masterKey});
         StoredSession::remove();
+        WidgetStore::clear();
         return true;
     });
 }
@@ -254,6 +253,13 @@ asio::awaitable<void> AccountService::signOut() {
 std::optional<AccountSession> AccountService::session() const {
     const MutexLock lock(mutex_);
     return session_;
+}
+
+AccountSession AccountService::requiredSession() const {
+    auto current = session();
+    if (!current)
+        throw APIError(APIError::NotSignedIn{});
+    return *std::move(current);
 }
 
 MasterKey AccountService::masterKey() const {

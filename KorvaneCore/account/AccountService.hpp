@@ -49,11 +49,14 @@ public:
     /// Takes up the sign-in that the keychain holds. Whether there is one.
     asio::awaitable<bool> restoreSession();
 
-    /// Forgets tokens, keys and session here, and withdraws the device's sign-in at the server; when that
-    /// cannot be reached, a warning is logged and the device stays in the account's list.
+    /// Forgets tokens, keys, session and what the widgets show here, and withdraws the device's sign-in at
+    /// the server; when that cannot be reached, a warning is logged and the device stays in the account's
+    /// list.
     asio::awaitable<void> signOut();
 
     [[nodiscard]] std::optional<AccountSession> session() const KR_EXCLUDES(mutex_);
+    /// The same. Throws APIError (NotSignedIn) without one.
+    [[nodiscard]] AccountSession requiredSession() const;
 
     /// Throws APIError (NotSignedIn).
     [[nodiscard]] KRCrypto::MasterKey masterKey() const KR_EXCLUDES(mutex_);

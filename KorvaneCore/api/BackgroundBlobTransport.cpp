@@ -51,7 +51,8 @@ BackgroundBlobTransport::BackgroundBlobTransport(std::string identifier, bool al
       identifier_(std::move(identifier)),
       allowsCellular_(allowsCellular) {}
 
-BackgroundBlobTransport::~BackgroundBlobTransport() {
+// Without memory for one posted handler the process ends here.
+BackgroundBlobTransport::~BackgroundBlobTransport() { // NOLINT(bugprone-exception-escape)
     asio::post(strand_, [this] {
         std::shared_ptr<BackgroundSession> session;
         {

@@ -280,8 +280,8 @@ std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count, 
             transfer.bodyError_ = std::current_exception();
             return CURL_READFUNC_ABORT;
         }
-    } else {
-        std::memcpy(buffer, transfer.request_.body->data() + transfer.sent_, length);
+    } else if (const auto& body = transfer.request_.body) {
+        std::memcpy(buffer, body->data() + transfer.sent_, length);
     }
     transfer.sent_ += length;
     return length;

@@ -20,6 +20,7 @@ constexpr std::size_t deepest = 32;
 
 /// Builds the value as Boost.JSON's own handler does, but for numbers that are no integers. Named as
 /// json::basic_parser asks.
+// NOLINTBEGIN(readability-identifier-naming)
 struct Handler {
     using Code = boost::json::error_code;
 
@@ -83,6 +84,8 @@ struct Handler {
     json::value_stack values;
     std::string number; ///< its text so far
 };
+
+// NOLINTEND(readability-identifier-naming)
 
 } // namespace
 

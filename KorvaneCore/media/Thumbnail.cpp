@@ -55,7 +55,9 @@ Pixbuf onWhite(GdkPixbuf* picture) {
     return opaque;
 }
 
-std::string encodeThumbnail(const std::filesystem::path& file, int maxSide) {
+} // namespace
+
+std::string makeThumbnail(const std::filesystem::path& file, int maxSide) {
     const auto stored = loadAtMost(file, maxSide);
     const Pixbuf upright(gdk_pixbuf_apply_embedded_orientation(stored.get()));
     if (!upright)
@@ -71,16 +73,6 @@ std::string encodeThumbnail(const std::filesystem::path& file, int maxSide) {
         fail(error, "the thumbnail cannot be encoded");
     const std::unique_ptr<gchar, decltype(&g_free)> owned(bytes, &g_free);
     return {bytes, size};
-}
-
-} // namespace
-
-std::string makeThumbnail(const std::filesystem::path& file, int maxSide) {
-    try {
-        return encodeThumbnail(file, maxSide);
-    } catch (const ThumbnailError& error) {
-        throw ThumbnailError(file.string() + ": " + error.what());
-    }
 }
 
 } // namespace Korvane

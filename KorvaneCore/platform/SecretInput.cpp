@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace Korvane::SecretInput {
 
@@ -60,12 +61,42 @@ bool next(int fd, char& byte) {
     }
 }
 
-void eraseCharacter(std::string& line) {
-    while (!line.empty() && (static_cast<unsigned char>(line.back()) & 0xC0) == 0x80)
-        line.pop_back(); // the rest of a UTF-8 character
-    if (!line.empty())
-        line.pop_back();
-}
+/// A secret as it is read. Its memory is never moved, and what is not handed over is overwritten.
+class Line {
+public:
+    Line() { text_.reserve(longest); }
+
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    ~Line() { eraseAll(); }
+
+    [[nodiscard]] std::size_t size() const { return text_.size(); }
+
+    void add(char byte) { text_.push_back(byte); }
+
+    void eraseCharacter() {
+        while (!text_.empty() && (static_cast<unsigned char>(text_.back()) & 0xC0) == 0x80)
+            eraseByte(); // the rest of a UTF-8 character
+        if (!text_.empty())
+            eraseByte();
+    }
+
+    void eraseAll() {
+        while (!text_.empty())
+            eraseByte();
+    }
+
+    std::string handOver() { return std::move(text_); }
+
+private:
+    void eraseByte() {
+        ::explicit_bzero(&text_.back(), 1);
+        text_.pop_back();
+    }
+
+    std::string text_;
+};
 
 } // namespace
 
@@ -75,39 +106,37 @@ std::string ask(std::string_view prompt) {
         throw Error("there is no terminal to ask on; hand it over with a file descriptor");
     put(terminal.get(), prompt);
     const RawTerminal raw(terminal.get());
-    std::string line;
-    line.reserve(longest); // never moved, so that wiping reaches all of it
+    Line line;
     for (char byte = 0; next(terminal.get(), byte);) {
         if (byte == '\n' || byte == '\r') {
             put(terminal.get(), "\n");
-            return line;
+            return line.handOver();
         }
         if (byte == interrupt || byte == endOfInput)
             break;
         if (byte == backspace || byte == rubOut)
-            eraseCharacter(line);
+            line.eraseCharacter();
         else if (byte == eraseLine)
-            line.clear();
+            line.eraseAll();
         else if (line.size() < longest)
-            line.push_back(byte);
+            line.add(byte);
     }
     put(terminal.get(), "\n");
     throw Error("given up");
 }
 
 std::string readLine(int fd) {
-    std::string line;
-    line.reserve(longest);
+    Line line;
     for (char byte = 0; next(fd, byte);) {
         if (byte == '\n')
-            return line;
+            return line.handOver();
         if (line.size() == longest)
             throw Error("the secret is too long");
-        line.push_back(byte);
+        line.add(byte);
     }
-    if (line.empty())
+    if (line.size() == 0)
         throw Error("the file descriptor holds no secret");
-    return line;
+    return line.handOver();
 }
 
 } // namespace Korvane::SecretInput

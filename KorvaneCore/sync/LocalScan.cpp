@@ -16,7 +16,7 @@ namespace {
 
 class Scanner {
 public:
-    explicit Scanner(fs::path root) : root_(std::move(root)) {}
+    Scanner(fs::path root, const fs::path& leftOut) : root_(std::move(root)), leftOut_(leftOut) {}
 
     LocalScan scan() {
         std::error_code error;
@@ -34,17 +34,28 @@ private:
              entry.increment(error)) {
             const auto name = entry->path().filename().string();
             if (!isNoise(name))
-                visit(folder.empty() ? name : folder + "/" + name);
+                visit((fs::path(folder) / name).string());
         }
     }
 
     void visit(const std::string& relPath) {
         const auto path = root_ / relPath;
+        if (path == leftOut_)
+            return;
+        if (!KRCrypto::isUTF8(relPath))
+            return skip(relPath, "its name is not UTF-8");
+        try {
+            add(relPath, path);
+        } catch (const FileError& error) {
+            scan_.isComplete = false;
+            skip(relPath, "it cannot be looked at: " + error.code().message());
+        }
+    }
+
+    void add(const std::string& relPath, const fs::path& path) {
         const auto status = fileStatus(path);
         if (!status)
             return; // gone meanwhile
-        if (!KRCrypto::isUTF8(relPath))
-            return skip(relPath, "its name is not UTF-8");
         if (status->kind == FileStatus::Kind::link)
             return skip(relPath, "links are not followed");
         if (status->kind == FileStatus::Kind::other)
@@ -68,13 +79,14 @@ private:
     }
 
     fs::path root_;
+    fs::path leftOut_;
     LocalScan scan_;
 };
 
 } // namespace
 
-LocalScan scanFolder(const fs::path& root) {
-    return Scanner(root).scan();
+LocalScan scanFolder(const fs::path& root, const fs::path& leftOut) {
+    return Scanner(root, leftOut).scan();
 }
 
 } // namespace Korvane

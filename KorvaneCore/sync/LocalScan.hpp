@@ -22,12 +22,13 @@ struct LocalScan {
 
     std::vector<Entry> entries; ///< folders before what is in them
     std::vector<Skipped> skipped;
-    bool isComplete = true; ///< false when a folder could not be listed
+    bool isComplete = true; ///< false when something could not be looked at
 };
 
 /// Lists everything below the folder. Links are not followed; links, special files and names that are no
-/// UTF-8 are skipped, noise is left out without a word. Blocking. Throws FileError when the root itself
-/// cannot be listed.
-[[nodiscard]] LocalScan scanFolder(const std::filesystem::path& root);
+/// UTF-8 are skipped, as is what cannot be looked at; noise and the folder `leftOut` are left out without a
+/// word. Blocking. Throws FileError when the root itself cannot be listed.
+[[nodiscard]] LocalScan scanFolder(const std::filesystem::path& root,
+                                   const std::filesystem::path& leftOut = {});
 
 } // namespace Korvane

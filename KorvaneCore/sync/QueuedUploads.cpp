@@ -19,7 +19,7 @@ QueuedUploads::QueuedUploads(LocalIndex& index, const std::string& rootId)
         const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
         const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
         if (origin != nullptr && origin->rootId == rootId)
-            failed_[origin->relPath] = upload->sourceStat;
+            failed_[origin->relPath] = {record.id, upload->sourceStat};
     }
 }
 
@@ -27,7 +27,7 @@ bool QueuedUploads::hold(const LocalScan::Entry& file) const {
     if (active_.contains(prefix_ + file.relPath))
         return true;
     const auto failed = failed_.find(file.relPath);
-    return failed != failed_.end() && failed->second.value_or(file.stat) == file.stat;
+    return failed != failed_.end() && failed->second.source.value_or(file.stat) == file.stat;
 }
 
 } // namespace Korvane

@@ -19,10 +19,18 @@ public:
     /// of the file is another try.
     [[nodiscard]] bool hold(const LocalScan::Entry& file) const;
 
+    struct Failed {
+        std::string id;                  ///< of the transfer
+        std::optional<LocalStat> source; ///< as it was
+    };
+
+    /// By path in the root.
+    [[nodiscard]] const std::map<std::string, Failed>& failed() const noexcept { return failed_; }
+
 private:
     std::string prefix_; ///< of the root's dedupe keys
     std::set<std::string> active_;
-    std::map<std::string, std::optional<LocalStat>> failed_; ///< the sources as they were, by path
+    std::map<std::string, Failed> failed_;
 };
 
 } // namespace Korvane

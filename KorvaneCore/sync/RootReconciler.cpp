@@ -1,13 +1,11 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
-#include "KRCrypto/KRCryptoError.hpp"
-#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
-#include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
-#include "KorvaneCore/sync/QueuedUploads.hpp"
+#include "KorvaneCore/sync/RelativePath.hpp"
+#include "KorvaneCore/sync/RootRound.hpp"
+#include "KorvaneCore/sync/TransferJob.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -16,292 +14,171 @@ namespace Korvane {
 
 namespace {
 
-std::string nameOf(const std::string& relPath) {
-    return relPath.substr(relPath.rfind('/') + 1); // npos + 1 is 0
+/// Of an origin that is known to be a root.
+const std::string& pathIn(const TransferOrigin& origin) {
+    return origin.as<TransferOrigin::Sync>()->relPath;
 }
 
-std::string parentOf(const std::string& relPath) {
-    const auto slash = relPath.rfind('/');
-    return slash == std::string::npos ? "" : relPath.substr(0, slash);
+std::optional<TransferOrigin> originOf(const TransferOutcome& outcome) {
+    if (const auto* failed = outcome.as<TransferOutcome::Failed>())
+        return failed->origin;
+    if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
+        return dropped->origin;
+    if (const auto* upload = outcome.as<TransferOutcome::Uploaded>())
+        return upload->job.origin;
+    return outcome.as<TransferOutcome::Downloaded>()->job.origin;
 }
 
-std::string absolute(const SyncRoot& root, const std::string& relPath) {
-    return root.path + "/" + relPath;
-}
-
-std::map<std::string, std::string> foldersOf(const SyncRoot& root,
-                                             const std::map<std::string, LocalIndex::BaseEntry>& base) {
-    std::map<std::string, std::string> folders{{"", root.folderId}};
-    for (const auto& [relPath, entry] : base)
-        if (entry.isFolder)
-            folders[relPath] = entry.itemId;
-    return folders;
+asio::awaitable<std::optional<LocalStat>> statOf(std::string path) {
+    co_return co_await offload([path = std::move(path)] { return localStat(path); });
 }
 
 } // namespace
 
+RootLedger RootReconciler::ledgerOf(SyncRoot root) const {
+    return {parts_.context.index, parts_.status, std::move(root)};
+}
+
+std::optional<RootLedger> RootReconciler::ledgerOf(const std::optional<TransferOrigin>& origin) const {
+    const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
+    if (sync == nullptr)
+        return std::nullopt;
+    const auto roots = SyncRoots::all(*parts_.context.index);
+    const auto found = std::ranges::find(roots, sync->rootId, &SyncRoot::id);
+    return found == roots.end() ? std::nullopt : std::optional(ledgerOf(*found));
+}
+
 asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
-    forgetTrashedFolders(root);
-    if (!reconciled_.contains(root.id))
-        co_await takeUpUnheardOf(root);
-    reconciled_.insert(root.id);
-    // What the queue has no more by now, the base knows once that has been heard of.
-    const auto queued = co_await offload([&] { return QueuedUploads(*parts_.context.index, root.id); });
-    co_await parts_.queue->delivered();
-    const auto scan = co_await offload([path = root.path] { return scanFolder(path); });
-    const auto base = parts_.context.index->baseEntries(root.id);
-    const auto plan = co_await offload([&] { return planSync(scan, base); });
-    auto folders = foldersOf(root, base);
-    markSkipped(root, scan);
-    for (const auto& step : plan.moves)
-        co_await move(root, step, folders);
-    for (const auto& folder : plan.newFolders)
-        co_await makeFolder(root, folder, folders);
-    for (const auto& doubtful : plan.doubtful)
-        if (!queued.hold(doubtful.entry) && !co_await isContentOf(root, doubtful))
-            co_await upload(root, doubtful, folders);
-    for (const auto& file : plan.uploads)
-        if (!queued.hold(file.entry) && !co_await isInAccount(root, file, folders))
-            co_await upload(root, file, folders);
-    std::vector<StatusDatabase::Entry> synced;
-    for (const auto& relPath : plan.unchanged)
-        if (!parts_.status->status(absolute(root, relPath)))
-            synced.push_back({absolute(root, relPath), PathStatus::synced, {}});
-    if (!synced.empty())
-        parts_.status->setMany(synced);
-}
-
-// Names are the user's own and stay out of the log; the status says which entries are meant.
-void RootReconciler::markSkipped(const SyncRoot& root, const LocalScan& scan) {
-    for (const auto& skipped : scan.skipped) {
-        const auto path = absolute(root, skipped.relPath);
-        if (parts_.status->status(path) == PathStatus::excluded)
-            continue;
-        Log::warning("sync", "an entry is not synced: " + skipped.reason);
-        parts_.status->set(PathStatus::excluded, path);
-    }
-}
-
-// Files of a folder in the Trash have nowhere to go; it is made anew, and they with it.
-void RootReconciler::forgetTrashedFolders(const SyncRoot& root) {
-    for (const auto& [relPath, entry] : parts_.context.index->baseEntries(root.id)) {
-        if (!entry.isFolder)
-            continue;
-        const auto item = parts_.context.index->item(entry.itemId);
-        if (item && item->deletedAt)
-            parts_.context.index->removeBase(root.id, relPath, true);
-    }
-}
-
-const std::string& RootReconciler::parentId(const Folders& folders, const std::string& relPath) {
-    const auto found = folders.find(parentOf(relPath));
-    if (found == folders.end())
-        throw std::runtime_error("the folder of " + relPath + " is not in the account yet");
-    return found->second;
-}
-
-// A folder of that name may be there already: from another device, or of an answer that was lost.
-asio::awaitable<RemoteFolder> RootReconciler::folderNamed(const std::string& name,
-                                                          const std::string& parentId) {
-    const auto masterKey = co_await parts_.context.masterKey();
-    const auto blindIndex = masterKey->nameBlindIndex(name);
-    try {
-        co_return co_await parts_.context.api->createFolder(
-            {newUUID(), parentId, masterKey->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
-    } catch (const APIError& error) {
-        if (!error.is<APIError::NameConflict>())
-            throw;
-    }
-    const auto page = co_await parts_.context.api->allChildren(parentId);
-    const auto existing = std::ranges::find_if(
-        page.folders, [&](const RemoteFolder& folder) { return folder.nameBlindIndex == blindIndex; });
-    if (existing == page.folders.end())
-        throw APIError(APIError::NameConflict{}); // a file has the name
-    co_return *existing;
-}
-
-asio::awaitable<void> RootReconciler::makeFolder(const SyncRoot& root, const LocalScan::Entry& entry,
-                                                 Folders& folders) {
-    const auto folder = co_await folderNamed(nameOf(entry.relPath), parentId(folders, entry.relPath));
-    parts_.context.index->apply(folder, *co_await parts_.context.masterKey());
-    setBase(root, entry, folder.id, 0, std::nullopt);
-    folders[entry.relPath] = folder.id;
-    mark(root, entry.relPath, PathStatus::synced, folder.id);
-}
-
-asio::awaitable<void> RootReconciler::move(const SyncRoot& root, const SyncPlan::Move& move,
-                                           Folders& folders) {
-    const auto masterKey = co_await parts_.context.masterKey();
-    const auto item = parts_.context.index->item(move.base.itemId);
-    if (!item)
-        co_return; // not known here yet; a later reconcile finds it moved still
-    const auto name = nameOf(move.entry.relPath);
-    const auto parent = parentId(folders, move.entry.relPath);
-    const auto blindIndex = masterKey->nameBlindIndex(name);
-    if (item->isFolder) {
-        UpdateFolderRequest request{parent, masterKey->sealMeta(KRCrypto::FolderMeta(name)), blindIndex, {}};
-        parts_.context.index->apply(co_await parts_.context.api->updateFolder(item->id, request), *masterKey);
-    } else {
-        auto meta = masterKey->openMeta(item->metaEnc);
-        auto fileMeta = *meta.file();
-        fileMeta.name = name;
-        UpdateFileRequest request{parent, masterKey->sealMeta(fileMeta), blindIndex, {}};
-        parts_.context.index->apply(co_await parts_.context.api->updateFile(item->id, request), *masterKey);
-    }
-    parts_.context.index->moveBase(root.id, move.from, move.entry.relPath);
-    if (item->isFolder)
-        for (const auto& [relPath, entry] : parts_.context.index->baseEntries(root.id))
-            if (entry.isFolder)
-                folders[relPath] = entry.itemId;
-    parts_.status->remove(absolute(root, move.from), true);
-    mark(root, move.entry.relPath, PathStatus::synced, item->id);
-}
-
-// Dated or written anew with the content it had: the base learns its new looks.
-asio::awaitable<bool> RootReconciler::isContentOf(const SyncRoot& root, const SyncPlan::Upload& doubtful) {
-    const auto& [entry, base] = doubtful;
-    if (!base->sha256 || !co_await hasContent(absolute(root, entry.relPath), entry.stat, *base->sha256))
-        co_return false;
-    setBase(root, entry, base->itemId, base->version, base->sha256);
-    co_return true;
-}
-
-// The account may have the file although the base does not know of it: the folder was synced before, or this
-// process ended too early.
-asio::awaitable<bool> RootReconciler::isInAccount(const SyncRoot& root, const SyncPlan::Upload& upload,
-                                                  const Folders& folders) {
-    const auto& [entry, base] = upload;
-    if (base)
-        co_return false;
-    const auto name = nameOf(entry.relPath);
-    const auto item = parts_.context.index->child(parentId(folders, entry.relPath), name);
-    if (!item || item->isFolder || !item->sha256 || item->size != entry.stat.size || item->name != name ||
-        !co_await hasContent(absolute(root, entry.relPath), entry.stat, *item->sha256))
-        co_return false;
-    setBase(root, entry, item->id, item->version, item->sha256);
-    mark(root, entry.relPath, PathStatus::synced, item->id);
-    co_return true;
-}
-
-// One that cannot be read now is left to its upload, which says so.
-asio::awaitable<bool> RootReconciler::hasContent(std::string path, LocalStat stat, std::string sha256) {
-    try {
-        co_return co_await contentHash(path, stat) == sha256;
-    } catch (const KRCrypto::KRCryptoError& error) {
-        Log::info("sync", error.what());
-    } catch (const FileError& error) {
-        Log::info("sync", error.code().message());
-    }
-    co_return false;
-}
-
-asio::awaitable<void> RootReconciler::upload(const SyncRoot& root, const SyncPlan::Upload& upload,
-                                             const Folders& folders) {
-    UploadJob job;
-    job.sourcePath = absolute(root, upload.entry.relPath);
-    job.folderId = parentId(folders, upload.entry.relPath);
-    job.name = nameOf(upload.entry.relPath);
-    job.clientFileId = newUUID();
-    job.origin = TransferOrigin::Sync{root.id, upload.entry.relPath};
-    job.sourceStat = upload.entry.stat;
-    job.plainSize = upload.entry.stat.size;
-    if (upload.base) {
-        job.fileId = upload.base->itemId;
-        job.baseVersion = upload.base->version;
-    }
-    mark(root, upload.entry.relPath, PathStatus::queued);
-    co_await parts_.queue->enqueueUpload(std::move(job), newUUID());
-}
-
-void RootReconciler::setBase(const SyncRoot& root, const LocalScan::Entry& entry, const std::string& itemId,
-                             std::int64_t version, const std::optional<std::string>& sha256) {
-    parts_.context.index->setBase(root.id, {entry.relPath, itemId, entry.stat.isDirectory, version,
-                                            entry.stat.size, entry.stat.mtime, entry.stat.inode, sha256});
-}
-
-void RootReconciler::mark(const SyncRoot& root, const std::string& relPath, PathStatus status,
-                          const std::optional<std::string>& itemId) {
-    parts_.status->set(status, absolute(root, relPath), itemId);
+    const auto ledger = ledgerOf(std::move(root));
+    if (reconciled_.insert(ledger.root().id).second)
+        co_await takeUpUnheardOf(ledger);
+    RootRound round(parts_.context, *parts_.queue, ledger);
+    if (!co_await round.run())
+        throw Incomplete();
 }
 
 asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutcome outcome) {
-    const auto roots = SyncRoots::all(*parts_.context.index);
-    const auto rootOf = [&](const std::optional<TransferOrigin>& origin) -> const SyncRoot* {
-        const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
-        const auto found =
-            sync != nullptr ? std::ranges::find(roots, sync->rootId, &SyncRoot::id) : roots.end();
-        return found == roots.end() ? nullptr : &*found;
-    };
-    const auto pathOf = [](const TransferOrigin& origin) {
-        return origin.as<TransferOrigin::Sync>()->relPath;
-    };
-    if (const auto* failed = outcome.as<TransferOutcome::Failed>())
-        if (const auto* root = rootOf(failed->origin))
-            mark(*root, pathOf(*failed->origin), PathStatus::error);
-    if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
-        if (const auto* root = rootOf(dropped->origin)) {
-            mark(*root, pathOf(*dropped->origin), PathStatus::queued);
-            co_return root->id;
-        }
-    const auto* done = outcome.as<TransferOutcome::Uploaded>();
-    const auto* root = done != nullptr ? rootOf(done->job.origin) : nullptr;
-    if (root == nullptr)
+    const auto origin = originOf(outcome);
+    const auto ledger = ledgerOf(origin);
+    if (!ledger)
         co_return std::nullopt;
-    co_await uploaded(*root, done->job, done->file.id, done->file.version);
-    // Of a change during the upload the event has passed: the queue had the file then.
-    const auto now = co_await offload([path = done->job.sourcePath] { return localStat(path); });
-    co_return now&& now != done->job.sourceStat ? std::optional(root->id) : std::nullopt;
+    bool again = false;
+    if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
+        co_await failed(*ledger, *failure);
+    } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
+        ledger->mark(pathIn(*origin), PathStatus::queued);
+        again = true;
+    } else if (const auto* upload = outcome.as<TransferOutcome::Uploaded>()) {
+        again = co_await uploaded(*ledger, upload->job, upload->file.id, upload->file.version);
+    } else if (const auto* download = outcome.as<TransferOutcome::Downloaded>()) {
+        again = co_await downloaded(*ledger, *download);
+    }
+    co_return again ? std::optional(ledger->root().id) : std::nullopt;
+}
+
+// A file that came and went before it was sent has failed at nothing.
+asio::awaitable<void> RootReconciler::failed(const RootLedger& ledger,
+                                             const TransferOutcome::Failed& failed) {
+    const auto& relPath = pathIn(*failed.origin);
+    if (failed.kind == TransferRecord::Kind::upload && !co_await statOf(ledger.absolute(relPath))) {
+        co_await parts_.queue->cancel(failed.id);
+        ledger.unmark(relPath, false);
+    } else {
+        ledger.mark(relPath, PathStatus::error);
+    }
+}
+
+// True when the file is another by now: of a change during the upload the event has passed, as the queue had
+// the file then.
+asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const UploadJob& job,
+                                               std::string itemId, std::int64_t version) {
+    if (!job.sourceStat)
+        co_return true;
+    auto relPath = pathIn(job.origin);
+    auto status = PathStatus::synced;
+    if (job.isConflictCopy) {
+        const auto parent = RelativePath::parent(relPath);
+        auto renamed = parent.empty() ? job.name : parent + "/" + job.name;
+        if (co_await keepConflictCopy(ledger, job, renamed))
+            relPath = std::move(renamed);
+        status = PathStatus::conflict;
+    }
+    ledger.setBase({relPath, *job.sourceStat}, itemId, version, job.sha256);
+    ledger.mark(relPath, status, itemId);
+    const auto now = co_await statOf(ledger.absolute(relPath));
+    co_return now&& now != job.sourceStat;
+}
+
+// A conflict copy is another file than the one it was made from, here as in the account; the version of the
+// other device comes to the place it leaves. False when it keeps its name here.
+asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
+                                                       std::string renamed) {
+    const auto& relPath = pathIn(job.origin);
+    const auto from = ledger.absolute(relPath);
+    const auto to = ledger.absolute(renamed);
+    const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
+    if (error && error != std::errc::no_such_file_or_directory) {
+        Log::warning("sync", "a conflict copy keeps its local name: " + error.message());
+        co_return false;
+    }
+    parts_.ownWrites->registerRemoval(from);
+    parts_.ownWrites->registerWrite(to, *job.sourceStat);
+    const auto base = ledger.base();
+    const auto before = base.find(relPath);
+    ledger.unmark(relPath, false);
+    if (before == base.end())
+        co_return true;
+    DownloadJob download;
+    download.fileId = before->second.itemId;
+    download.destinationPath = from;
+    download.origin = job.origin;
+    ledger.mark(relPath, PathStatus::queued);
+    const auto item = parts_.context.index->item(download.fileId);
+    co_await parts_.queue->enqueueDownload(std::move(download), RelativePath::name(relPath),
+                                           item ? item->size : 0);
+    ledger.removeBase(relPath, false); // last: until then this is done once more after a crash
+    co_return true;
+}
+
+// True when what lies there now is not what was fetched.
+asio::awaitable<bool> RootReconciler::downloaded(const RootLedger& ledger,
+                                                 const TransferOutcome::Downloaded& download) {
+    const auto& relPath = pathIn(download.job.origin);
+    const auto now = co_await statOf(ledger.absolute(relPath));
+    const auto item = parts_.context.index->item(download.file.id);
+    const bool isKnown = item && item->version == download.file.version;
+    if (!now || (isKnown && item->size != now->size))
+        co_return true;
+    ledger.setBase({relPath, *now}, download.file.id, download.file.version,
+                   isKnown ? item->sha256 : std::nullopt);
+    ledger.mark(relPath, PathStatus::synced, download.file.id);
+    co_return download.movedAside.has_value();
 }
 
 // An upload may have ended, and this process with it, before its outcome was heard of. It is told by its
 // file: that lies where it belongs, with the content sent, and the base does not know it.
-asio::awaitable<void> RootReconciler::takeUpUnheardOf(const SyncRoot& root) {
+asio::awaitable<void> RootReconciler::takeUpUnheardOf(const RootLedger& ledger) {
     auto& index = *parts_.context.index;
-    const auto base = index.baseEntries(root.id);
-    const auto folders = foldersOf(root, base);
     std::map<std::string, std::int64_t> known; // versions, by item
-    for (const auto& [relPath, entry] : base)
+    std::map<std::string, std::string> folders{{"", ledger.root().folderId}};
+    for (const auto& [relPath, entry] : ledger.base()) {
         known[entry.itemId] = entry.version;
+        if (entry.isFolder)
+            folders[relPath] = entry.itemId;
+    }
     for (const auto& record : index.transfers({{TransferRecord::State::done}}, -1)) {
         const auto read = readableJob(record);
         const auto* job = read ? std::get_if<UploadJob>(&*read) : nullptr;
         const auto* origin = job != nullptr ? job->origin.as<TransferOrigin::Sync>() : nullptr;
-        if (origin == nullptr || origin->rootId != root.id || !job->sourceStat)
+        if (origin == nullptr || origin->rootId != ledger.root().id)
             continue;
         const auto item = index.item(job->fileId.value_or(job->clientFileId));
-        const auto folder = folders.find(parentOf(origin->relPath));
-        const auto knownVersion = item ? known.find(item->id) : known.end();
+        const auto folder = folders.find(RelativePath::parent(origin->relPath));
+        const auto version = item ? known.find(item->id) : known.end();
         if (item && !item->deletedAt && item->sha256 == job->sha256 && folder != folders.end() &&
-            folder->second == item->parentId &&
-            (knownVersion == known.end() || knownVersion->second < item->version))
-            co_await uploaded(root, *job, item->id, item->version);
+            folder->second == item->parentId && (version == known.end() || version->second < item->version))
+            co_await uploaded(ledger, *job, item->id, item->version);
     }
-}
-
-// A conflict copy is another file than the one it was made from, here as in the account.
-asio::awaitable<void> RootReconciler::uploaded(const SyncRoot& root, const UploadJob& job,
-                                               const std::string& itemId, std::int64_t version) {
-    auto relPath = job.origin.as<TransferOrigin::Sync>()->relPath;
-    auto status = PathStatus::synced;
-    if (job.isConflictCopy) {
-        const auto parent = parentOf(relPath);
-        const auto renamed = parent.empty() ? job.name : parent + "/" + job.name;
-        const auto from = absolute(root, relPath);
-        const auto to = absolute(root, renamed);
-        const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
-        if (error && error != std::errc::no_such_file_or_directory) {
-            Log::warning("sync", "the conflict copy keeps its local name: " + error.message());
-        } else {
-            parts_.ownWrites->registerRemoval(from);
-            parts_.ownWrites->registerWrite(to, *job.sourceStat);
-            parts_.context.index->removeBase(root.id, relPath, false);
-            parts_.status->remove(from, false);
-            relPath = renamed;
-        }
-        status = PathStatus::conflict;
-    }
-    setBase(root, {relPath, *job.sourceStat}, itemId, version, job.sha256);
-    mark(root, relPath, status, itemId);
 }
 
 } // namespace Korvane

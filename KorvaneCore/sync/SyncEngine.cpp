@@ -1,11 +1,13 @@
 #include "KorvaneCore/sync/SyncEngine.hpp"
 
+#include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
 #include "KorvaneCore/sync/EventFilter.hpp"
 
 #include <boost/asio/redirect_error.hpp>
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -39,6 +41,7 @@ SyncEngine::SyncEngine(const asio::any_io_executor& executor, std::shared_ptr<Cl
       settleInterval_(settleInterval),
       reconcile_(std::move(reconcile)),
       source_(std::move(source)),
+      container_(SharedContainer::location().string() + "/"),
       ownWrites_(std::make_shared<OwnWriteTracker>(ownWriteWindow, clock_)),
       reconcileEnd_(strand_, asio::steady_timer::time_point::max()) {}
 
@@ -106,6 +109,7 @@ asio::awaitable<void> SyncEngine::addOnStrand(Root root) {
 
 asio::awaitable<void> SyncEngine::removeOnStrand(std::string rootId) {
     roots_.erase(rootId);
+    retryDelays_.erase(rootId);
     cancelTasks(rootId);
     if (auto watcher = take(watchers_, rootId))
         co_await release(std::move(watcher));
@@ -156,8 +160,10 @@ asio::awaitable<void> SyncEngine::reconcileEnds() {
 
 void SyncEngine::eventsArrived(const std::string& rootId, const std::vector<std::string>& paths,
                                bool rescan) {
-    const auto isOwnWrite = [this](const std::string& path) { return ownWrites_->isOwnWrite(path); };
-    if (watchers_.contains(rootId) && callsForReconcile(paths, rescan, isOwnWrite))
+    const auto isOurs = [this](const std::string& path) {
+        return ownWrites_->isOwnWrite(path) || path.starts_with(container_);
+    };
+    if (watchers_.contains(rootId) && callsForReconcile(paths, rescan, isOurs))
         schedule(rootId, settleInterval_);
 }
 
@@ -203,7 +209,19 @@ asio::awaitable<void> SyncEngine::reconcileNow(Root root, Cancellation task) {
     reconciling_.emplace(root.id, Running{std::move(task)});
     const auto ended = [&root](SyncEngine* engine) { engine->reconcileEnded(root.id); };
     const std::unique_ptr<SyncEngine, decltype(ended)> atEnd(this, ended);
-    co_await reconcile_(root);
+    try {
+        co_await reconcile_(root);
+        retryDelays_.erase(root.id);
+    } catch (...) {
+        retryLater(root.id);
+        throw;
+    }
+}
+
+void SyncEngine::retryLater(const std::string& rootId) {
+    auto& delay = retryDelays_.try_emplace(rootId, firstRetry / 2).first->second;
+    delay = std::min<Clock::Duration>(delay * 2, lastRetry);
+    schedule(rootId, delay);
 }
 
 void SyncEngine::reconcileEnded(const std::string& rootId) {

@@ -28,11 +28,15 @@ public:
 
     /// Brings a root and the cloud in line. Awaited on the engine's strand, for one root never twice at a
     /// time; cancelled by stop() and by removeRoot(), which it must not await itself. What it throws is
-    /// logged.
+    /// logged, and the root reconciled again later: after `firstRetry`, then each time after twice as long,
+    /// up to `lastRetry`, until it succeeds.
     using Reconcile = std::function<asio::awaitable<void>(Root root)>;
 
     /// How long, in seconds, an event is taken for the echo of the engine's own write.
     static constexpr double ownWriteWindow = 5;
+
+    static constexpr std::chrono::seconds firstRetry{10};
+    static constexpr std::chrono::seconds lastRetry{600};
 
     /// `settleInterval`: how long a root must be at rest after a change before it is reconciled.
     SyncEngine(const asio::any_io_executor& executor, std::shared_ptr<Clock> clock,
@@ -81,6 +85,7 @@ private:
     void eventsArrived(const std::string& rootId, const std::vector<std::string>& paths, bool rescan);
     void schedule(const std::string& rootId, Clock::Duration delay);
     void cancelTasks(const std::string& rootId);
+    void retryLater(const std::string& rootId);
 
     static asio::awaitable<void> settle(std::weak_ptr<SyncEngine> engine, std::shared_ptr<Clock> clock,
                                         std::string rootId, Clock::Duration delay, Cancellation task);
@@ -92,6 +97,7 @@ private:
     const Clock::Duration settleInterval_;
     const Reconcile reconcile_;
     const FileEventSource source_;
+    const std::string container_; ///< what changes in it is never synced
     const std::shared_ptr<OwnWriteTracker> ownWrites_;
 
     // On the strand, by root id:
@@ -100,7 +106,8 @@ private:
     std::map<std::string, std::shared_ptr<FSEventWatcher>> watchers_;
     std::map<std::string, Cancellation> debounce_; // waiting for the root to settle
     std::map<std::string, Running> reconciling_;
-    asio::steady_timer reconcileEnd_; // never expires; cancelled when one has ended
+    std::map<std::string, Clock::Duration> retryDelays_; // of roots whose last reconcile failed
+    asio::steady_timer reconcileEnd_;                    // never expires; cancelled when one has ended
 };
 
 } // namespace Korvane

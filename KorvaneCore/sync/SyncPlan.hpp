@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace Korvane {
@@ -25,8 +26,11 @@ struct SyncPlan {
         BaseEntry base; ///< under its old path
     };
 
-    std::vector<LocalScan::Entry> newFolders; ///< outer ones first
-    std::vector<Move> moves;                  ///< outer ones first
+    using NewFolder = LocalScan::Entry;
+
+    /// Each can be taken once those before it have been: a folder comes before what goes into it. A `from`
+    /// is the path before the first step.
+    std::vector<std::variant<NewFolder, Move>> steps;
     std::vector<Upload> uploads;
     std::vector<Upload> doubtful; ///< as large as before, dated otherwise: their content decides
     std::vector<std::string> unchanged;

@@ -47,7 +47,8 @@ TransferQueue::TransferQueue(const asio::any_io_executor& executor, std::shared_
     : core_(std::make_shared<QueueCore>(executor, std::move(index), std::move(runner), std::move(clock),
                                         std::move(jitter))) {}
 
-TransferQueue::~TransferQueue() {
+// Without memory for one posted handler the process ends here.
+TransferQueue::~TransferQueue() { // NOLINT(bugprone-exception-escape)
     asio::post(core_->strand(), [core = core_] { core->stop(); });
 }
 

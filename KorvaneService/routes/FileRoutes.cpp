@@ -28,9 +28,9 @@ Reply update(Exchange& exchange) {
         treeOf(exchange).updateFile(exchange.parameter("id"), exchange.body<UpdateFileRequest>())});
 }
 
-template <bool trashed>
+template <bool Trashed>
 Reply setTrashed(Exchange& exchange) {
-    return answer(FileEnvelope{treeOf(exchange).setFileTrashed(exchange.parameter("id"), trashed)});
+    return answer(FileEnvelope{treeOf(exchange).setFileTrashed(exchange.parameter("id"), Trashed)});
 }
 
 Reply versions(Exchange& exchange) {

@@ -29,9 +29,9 @@ Reply update(Exchange& exchange) {
         treeOf(exchange).updateFolder(exchange.parameter("id"), exchange.body<UpdateFolderRequest>())});
 }
 
-template <bool trashed>
+template <bool Trashed>
 Reply setTrashed(Exchange& exchange) {
-    return answer(FolderEnvelope{treeOf(exchange).setFolderTrashed(exchange.parameter("id"), trashed)});
+    return answer(FolderEnvelope{treeOf(exchange).setFolderTrashed(exchange.parameter("id"), Trashed)});
 }
 
 } // namespace

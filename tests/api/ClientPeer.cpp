@@ -12,8 +12,7 @@ using namespace Korvane;
 
 namespace {
 
-asio::awaitable<void>
-callOnce(APIClient& client) {
+asio::awaitable<void> callOnce(APIClient& client) {
     std::string outcome;
     try {
         outcome = "signed in as " + (co_await client.me()).user.id;

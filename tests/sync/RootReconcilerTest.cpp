@@ -34,7 +34,12 @@ protected:
             again_ = co_await reconciler.settled(std::move(outcome));
         });
         co_await pullChanges(*device_.api(), *index_, *masterKey_);
-        co_await reconciler.reconcile(syncRoot_);
+        isIncomplete_ = false;
+        try {
+            co_await reconciler.reconcile(syncRoot_);
+        } catch (const RootReconciler::Incomplete&) {
+            isIncomplete_ = true;
+        }
         co_await queue->start();
         for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
              stats = co_await queue->stats())
@@ -67,6 +72,7 @@ protected:
     std::shared_ptr<OwnWriteTracker> ownWrites_ = std::make_shared<OwnWriteTracker>(5, systemClock());
     std::function<void()> beforeOutcome_;
     std::optional<std::string> again_; ///< of the latest outcome
+    bool isIncomplete_ = false;           ///< the latest reconcile
     int looks_ = 0;
 };
 
@@ -114,9 +120,71 @@ TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
     const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{copy, "plan.txt"}));
     EXPECT_EQ(read(here_ / copy), content(61, 3));
-    EXPECT_FALSE(fs::exists(here_ / "plan.txt"));
+    EXPECT_EQ(read(here_ / "plan.txt"), content(60, 2));
     EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict);
     EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, NamesThatAreTakenInTheAccountAreNumberedThere) {
+    put("a.txt", content(10, 1));
+    put("b.txt", content(20, 2));
+    put("d/x", content(30, 3));
+    round();
+    upload(uploadOf(write("taken.txt", content(40, 4))));
+    fs::remove(here_ / "a.txt");
+    put("a.txt/inside", content(50, 5));
+    fs::rename(here_ / "b.txt", here_ / "taken.txt");
+    fs::create_directory(here_ / "sub");
+    fs::rename(here_ / "d/x", here_ / "sub/x");
+    put("Case/1", content(60, 6));
+    put("case/2", content(70, 7));
+    EXPECT_EQ(round(), 3);
+    EXPECT_FALSE(isIncomplete_);
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"Case", "Case/1", "a.txt", "a.txt (1)", "a.txt (1)/inside",
+                                                       "case (1)", "case (1)/2", "d", "sub", "sub/x",
+                                                       "taken (1).txt", "taken.txt"}));
+    EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, WhatIsTrashedElsewhereIsMadeAnewOnceItChangesHere) {
+    put("edited", content(10, 1));
+    put("moved", content(20, 2));
+    put("left", content(30, 3));
+    round();
+    for (const auto* name : {"edited", "moved", "left"})
+        device_.run(device_.api()->deleteFile(index_->child(root_, name)->id));
+    put("edited", content(15, 4));
+    fs::rename(here_ / "moved", here_ / "moved on");
+    round();
+    EXPECT_TRUE(isIncomplete_) << "the moved one begins anew";
+    round();
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"edited", "moved on"}));
+}
+
+TEST_F(RootReconcilerTest, NothingIsSentWhileTheMirroredFolderIsInTheTrash) {
+    put("m/a.txt", content(10, 1));
+    round();
+    const auto folder = index_->child(root_, "m")->id;
+    syncRoot_ = {"inner", (here_ / "m").string(), folder};
+    SyncRoots::add(*index_, syncRoot_);
+    device_.run(device_.api()->deleteFolder(folder));
+    put("m/b.txt", content(20, 2));
+    EXPECT_EQ(round(), 0);
+    EXPECT_EQ(status_->status(here_ / "m"), PathStatus::error);
+    device_.run(device_.api()->restoreFolder(folder));
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(status_->aggregateStatus(here_ / "m"), PathStatus::synced);
+}
+
+TEST_F(RootReconcilerTest, AnUploadThatFailedWithItsFileGoneIsForgotten) {
+    put("brief", content(10, 1));
+    service_->faults().add("POST /v1/uploads", Fault::Answer{400, "", {}});
+    round();
+    EXPECT_EQ(status_->status(here_ / "brief"), PathStatus::error);
+    fs::remove(here_ / "brief");
+    round();
+    EXPECT_EQ(status_->status(here_ / "brief"), std::nullopt);
+    EXPECT_TRUE(index_->transfers({{TransferRecord::State::failed}}, -1).empty());
 }
 
 TEST_F(RootReconcilerTest, AFolderThatWentToTheTrashIsMadeAnewWithItsFiles) {

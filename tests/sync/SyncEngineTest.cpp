@@ -1,5 +1,6 @@
 #include "KorvaneCore/sync/SyncEngine.hpp"
 
+#include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/VirtualClock.hpp"
@@ -189,6 +190,32 @@ TEST_F(Engine, ItsOwnWriteStartsNoReconcileWithinFiveSecondsAndOneAfterSix) {
     EXPECT_EQ(clock->sleepers(), 1U);
 }
 
+TEST_F(Engine, AFailedReconcileIsTriedAgainEverLaterUntilItSucceeds) {
+    reconcileFails = true;
+    await(engine->addRoot({"id", "/r"}));
+    await(engine->start());
+    tell({{"/r/a"}});
+    advance(settleInterval);
+    for (const auto delay : {10s, 20s, 40s}) {
+        const auto before = reconciled.size();
+        advance(delay - 1s);
+        EXPECT_EQ(reconciled.size(), before);
+        advance(1s);
+        EXPECT_EQ(reconciled.size(), before + 1);
+    }
+    reconcileFails = false;
+    advance(80s);
+    EXPECT_EQ(clock->sleepers(), 0U);
+}
+
+TEST_F(Engine, WhatChangesInTheContainerIsNoConcern) {
+    const auto container = SharedContainer::location().string();
+    await(engine->addRoot({"id", "/r"}));
+    await(engine->start());
+    tell({{container + "/index.sqlite-wal"}});
+    EXPECT_EQ(clock->sleepers(), 0U);
+}
+
 TEST_F(Engine, ChangesDuringAReconcileLeadToOneMoreAndNeverTwoAtATime) {
     reconcileTime = 10s;
     reconcileFails = true;
@@ -202,6 +229,7 @@ TEST_F(Engine, ChangesDuringAReconcileLeadToOneMoreAndNeverTwoAtATime) {
     }
     EXPECT_EQ(reconciled.size(), 1U);
     advance(4s);
+    reconcileFails = false;
     EXPECT_EQ(completed, 1);
     EXPECT_EQ(reconciled.size(), 2U);
     advance(1h);

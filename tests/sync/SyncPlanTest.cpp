@@ -27,10 +27,11 @@ std::string planned(const std::vector<Here>& base, const std::vector<Here>& now)
         scan.entries.push_back({path, {size, mtime, inode, isFolder}});
     const auto plan = planSync(scan, entries);
     std::string text;
-    for (const auto& move : plan.moves)
-        text += "move " + move.from + ">" + move.entry.relPath + " ";
-    for (const auto& folder : plan.newFolders)
-        text += "folder " + folder.relPath + " ";
+    for (const auto& step : plan.steps)
+        if (const auto* move = std::get_if<SyncPlan::Move>(&step))
+            text += "move " + move->from + ">" + move->entry.relPath + " ";
+        else
+            text += "folder " + std::get<SyncPlan::NewFolder>(step).relPath + " ";
     for (const auto& upload : plan.uploads)
         text += (upload.base ? "version " : "upload ") + upload.entry.relPath + " ";
     for (const auto& doubtful : plan.doubtful)
@@ -66,7 +67,21 @@ TEST(SyncPlanTest, EachDifferenceAsksForOneThing) {
         {"out of a moved folder",
          {folder, inside},
          {{"e", 0, 100, 2, true}, {"x", 7, 100, 3}},
-         "move d>e move d/x>x "},
+         "folder e move d/x>x "},
+        {"into a new folder", {file}, {{"d", 0, 100, 9, true}, {"d/f", 5, 100, 1}}, "folder d move f>d/f "},
+        {"a folder's name given to another",
+         {folder, inside},
+         {{"d", 0, 100, 9, true}, {"e", 0, 100, 2, true}, {"e/x", 7, 100, 3}},
+         "folder e move d/x>e/x "},
+        {"into a moved folder, from a moved one",
+         {{"c", 0, 1, 5, true}, {"c/y", 4, 1, 6}, folder, inside},
+         {{"e", 0, 100, 2, true}, {"e/c", 0, 1, 5, true}, {"e/c/y", 4, 1, 6}, {"e/x", 7, 100, 3}},
+         "move d>e move c>e/c "},
+        {"an empty folder moved", {folder}, {{"e", 0, 100, 2, true}}, "move d>e "},
+        {"a folder's inode given out again",
+         {folder, inside},
+         {{"e", 0, 100, 2, true}, {"e/x", 9, 300, 4}},
+         "folder e upload e/x "},
         {"a file became a folder", {file}, {{"f", 0, 100, 8, true}}, "folder f "},
     };
     for (const auto& [what, base, now, expected] : table)

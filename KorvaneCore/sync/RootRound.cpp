@@ -1,0 +1,337 @@
+#include "KorvaneCore/sync/RootRound.hpp"
+
+#include "KRCrypto/KRCryptoError.hpp"
+#include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneCore/sync/ContentHash.hpp"
+#include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/RelativePath.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Korvane {
+
+using KRCrypto::KRCryptoError;
+
+namespace {
+
+constexpr auto category = "sync";
+constexpr int mostNames = 100;
+
+/// It waits for something else; the next round comes back to it.
+struct Later {};
+
+} // namespace
+
+RootRound::RootRound(const JobContext& context, TransferQueue& queue, const RootLedger& ledger)
+    : context_(context), queue_(queue), ledger_(ledger) {}
+
+asio::awaitable<bool> RootRound::run() {
+    masterKey_ = co_await context_.masterKey();
+    if (!co_await hasFolder())
+        co_return true;
+    forgetMissingFolders();
+    // Before the base: an upload that ends in between is held, and not begun again with what it was based on.
+    // Of one that has ended by now the base knows once its outcome has been handled.
+    queued_.emplace(co_await offload([&] { return QueuedUploads(*context_.index, ledger_.root().id); }));
+    co_await queue_.delivered();
+    const auto base = ledger_.base();
+    const auto scan = co_await offload(
+        [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
+    const auto plan = co_await offload([&] { return planSync(scan, base); });
+    folders_[""] = ledger_.root().folderId;
+    for (const auto& [relPath, entry] : base)
+        if (entry.isFolder)
+            folders_[relPath] = entry.itemId;
+    isComplete_ = scan.isComplete;
+    markSkipped(scan);
+    co_await giveUpGone(scan);
+    for (const auto& step : plan.steps)
+        if (const auto* folder = std::get_if<SyncPlan::NewFolder>(&step))
+            co_await attempt(folder->relPath, makeFolder(*folder));
+        else if (const auto* moved = std::get_if<SyncPlan::Move>(&step))
+            co_await attempt(moved->entry.relPath, move(*moved));
+    for (const auto& doubtful : plan.doubtful)
+        if (!queued_->hold(doubtful.entry))
+            co_await attempt(doubtful.entry.relPath, compare(doubtful));
+    for (const auto& file : plan.uploads)
+        if (!queued_->hold(file.entry))
+            co_await attempt(file.entry.relPath, send(file));
+    ledger_.markSynced(plan.unchanged);
+    co_return isComplete_;
+}
+
+// Without the folder it is mirrored to, nothing of the root can go anywhere; what becomes of it is for the
+// user to say.
+asio::awaitable<bool> RootRound::hasFolder() {
+    const auto& id = ledger_.root().folderId;
+    auto item = context_.index->item(id);
+    if (!item) {
+        try {
+            context_.index->apply(co_await context_.api->folder(id), *masterKey_);
+        } catch (const APIError& error) {
+            if (!error.is<APIError::NotFound>())
+                throw;
+        }
+        item = context_.index->item(id);
+    }
+    const bool isThere = item && !item->deletedAt;
+    if (!isThere) {
+        Log::warning(category,
+                     "the folder of the account that a root is mirrored to is gone or in the Trash");
+        ledger_.mark("", PathStatus::error);
+    } else if (ledger_.status("") == PathStatus::error) {
+        ledger_.unmark("", false);
+    }
+    co_return isThere;
+}
+
+// Files of a folder that is gone, or in the Trash, have nowhere to go; it is made anew, and they with it.
+void RootRound::forgetMissingFolders() {
+    for (const auto& [relPath, entry] : ledger_.base()) {
+        if (!entry.isFolder)
+            continue;
+        const auto item = context_.index->item(entry.itemId);
+        if (!item || item->deletedAt)
+            ledger_.removeBase(relPath, true);
+    }
+}
+
+// Names are the user's own and stay out of the log; the status says which entries are meant.
+void RootRound::markSkipped(const LocalScan& scan) {
+    for (const auto& skipped : scan.skipped) {
+        if (ledger_.status(skipped.relPath) == PathStatus::excluded)
+            continue;
+        Log::warning(category, "an entry is not synced: " + skipped.reason);
+        ledger_.mark(skipped.relPath, PathStatus::excluded);
+    }
+}
+
+// An upload that failed and whose file is gone has nothing left to do.
+asio::awaitable<void> RootRound::giveUpGone(const LocalScan& scan) {
+    if (!scan.isComplete)
+        co_return;
+    for (const auto& [relPath, failed] : queued_->failed()) {
+        if (std::ranges::binary_search(scan.entries, relPath, {}, &LocalScan::Entry::relPath))
+            continue;
+        co_await queue_.cancel(failed.id);
+        ledger_.unmark(relPath, false);
+    }
+}
+
+asio::awaitable<void> RootRound::attempt(std::string relPath, asio::awaitable<void> work) {
+    std::string reason;
+    try {
+        co_await std::move(work);
+        co_return;
+    } catch (const Later&) {
+        isComplete_ = false;
+        co_return;
+    } catch (const FileError& error) {
+        reason = error.code().message();
+    } catch (const KRCryptoError& error) {
+        reason = error.what();
+    } catch (const std::exception& error) {
+        const auto* refusal = apiError(error);
+        if (refusal == nullptr || refusal->isRetryable() || refusal->is<APIError::Cancelled>())
+            throw;
+        reason = refusal->what();
+    }
+    isComplete_ = false;
+    Log::warning(category, "an entry cannot be mirrored: " + reason);
+    ledger_.mark(relPath, PathStatus::error);
+}
+
+const std::string& RootRound::parentId(const std::string& relPath) const {
+    const auto found = folders_.find(RelativePath::parent(relPath));
+    if (found == folders_.end())
+        throw Later();
+    return found->second;
+}
+
+bool RootRound::isOurs(const std::string& folderId) const {
+    return std::ranges::any_of(folders_, [&](const auto& folder) { return folder.second == folderId; });
+}
+
+// Names are taken in the account that are free here: by another device's files, by what was removed here, or
+// as they differ in case alone.
+asio::awaitable<void> RootRound::makeFolder(SyncPlan::NewFolder entry) {
+    const auto name = RelativePath::name(entry.relPath);
+    const auto& parent = parentId(entry.relPath);
+    std::optional<RemoteFolder> folder;
+    for (int n = 0; !folder; ++n) {
+        if (n > mostNames)
+            throw APIError(APIError::NameConflict{});
+        folder = co_await folderNamed(n == 0 ? name : fmt::format("{} ({})", name, n), parent);
+    }
+    context_.index->apply(*folder, *masterKey_);
+    ledger_.setBase(entry, folder->id, 0, std::nullopt);
+    folders_[entry.relPath] = folder->id;
+    ledger_.mark(entry.relPath, PathStatus::synced, folder->id);
+}
+
+// A folder of that name may be there already: of another device, or of an answer that was lost. None when
+// something else has the name.
+asio::awaitable<std::optional<RemoteFolder>> RootRound::folderNamed(std::string name, std::string parentId) {
+    const auto blindIndex = masterKey_->nameBlindIndex(name);
+    std::optional<APIError> refusal;
+    try {
+        co_return co_await context_.api->createFolder(
+            {newUUID(), parentId, masterKey_->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
+    } catch (const APIError& error) {
+        refusal = error;
+    }
+    if (const auto* missing = refusal->as<APIError::FolderMissing>()) {
+        context_.index->markDeleted(missing->folderId.value_or(parentId), context_.clock->now());
+        throw Later();
+    }
+    if (!refusal->is<APIError::NameConflict>())
+        throw APIError(*refusal);
+    const auto page = co_await context_.api->allChildren(parentId);
+    const auto existing = std::ranges::find_if(
+        page.folders, [&](const RemoteFolder& folder) { return folder.nameBlindIndex == blindIndex; });
+    if (existing == page.folders.end() || isOurs(existing->id))
+        co_return std::nullopt;
+    co_return *existing;
+}
+
+asio::awaitable<void> RootRound::move(SyncPlan::Move move) {
+    const auto& to = move.entry.relPath;
+    auto from = move.from;
+    for (const auto& [before, after] : moved_)
+        from = RelativePath::moved(from, before, after);
+    const auto name = RelativePath::name(to);
+    const auto& parent = parentId(to);
+    move.base.relPath = from;
+    for (int n = 0;; ++n) {
+        if (n > mostNames)
+            throw APIError(APIError::NameConflict{});
+        const auto free = n == 0               ? name
+                          : move.base.isFolder ? fmt::format("{} ({})", name, n)
+                                               : FileNames::numbered(name, n);
+        if (co_await rename(move.base, free, parent))
+            break;
+    }
+    ledger_.moveBase(from, to);
+    ledger_.unmark(from, true);
+    moved_.emplace_back(from, to);
+    if (move.base.isFolder) {
+        std::map<std::string, std::string> folders;
+        for (const auto& [relPath, id] : folders_)
+            folders[RelativePath::moved(relPath, from, to)] = id;
+        folders_ = std::move(folders);
+    }
+    ledger_.mark(to, PathStatus::synced, move.base.itemId);
+}
+
+// False when the name is taken.
+asio::awaitable<bool> RootRound::rename(SyncPlan::BaseEntry base, std::string name, std::string parentId) {
+    const auto blindIndex = masterKey_->nameBlindIndex(name);
+    std::optional<APIError> refusal;
+    try {
+        if (base.isFolder) {
+            const UpdateFolderRequest request{
+                parentId, masterKey_->sealMeta(KRCrypto::FolderMeta(name)), blindIndex, {}};
+            context_.index->apply(co_await context_.api->updateFolder(base.itemId, request), *masterKey_);
+        } else {
+            auto meta = co_await metaOf(base.itemId);
+            meta.name = name;
+            const UpdateFileRequest request{parentId, masterKey_->sealMeta(meta), blindIndex, {}};
+            context_.index->apply(co_await context_.api->updateFile(base.itemId, request), *masterKey_);
+        }
+        co_return true;
+    } catch (const APIError& error) {
+        refusal = error;
+    }
+    if (refusal->is<APIError::NameConflict>())
+        co_return false;
+    const auto* missing = refusal->as<APIError::FolderMissing>();
+    if (missing == nullptr && !refusal->is<APIError::NotFound>())
+        throw APIError(*refusal);
+    // What it becomes part of is gone, or it is itself: then it begins anew.
+    const bool isParent = missing != nullptr && missing->folderId.value_or(parentId) == parentId;
+    context_.index->markDeleted(isParent ? parentId : base.itemId, context_.clock->now());
+    if (!isParent)
+        ledger_.removeBase(base.relPath, base.isFolder);
+    throw Later();
+}
+
+asio::awaitable<KRCrypto::FileMeta> RootRound::metaOf(std::string itemId) {
+    const auto item = context_.index->item(itemId);
+    const auto meta =
+        masterKey_->openMeta(item ? item->metaEnc : (co_await context_.api->file(itemId)).metaEnc);
+    if (meta.file() == nullptr)
+        throw KRCryptoError(KRCryptoError::InvalidMeta{});
+    co_return *meta.file();
+}
+
+// Dated or written anew with the content it had: the base learns its new looks.
+asio::awaitable<void> RootRound::compare(SyncPlan::Upload doubtful) {
+    const auto& [entry, base] = doubtful;
+    if (base && base->sha256 &&
+        co_await hasContent(ledger_.absolute(entry.relPath), entry.stat, *base->sha256))
+        ledger_.setBase(entry, base->itemId, base->version, base->sha256);
+    else
+        co_await enqueue(std::move(doubtful));
+}
+
+asio::awaitable<void> RootRound::send(SyncPlan::Upload file) {
+    if (!co_await isInAccount(file))
+        co_await enqueue(std::move(file));
+}
+
+// The account may have the file although the base does not know of it: the folder was synced before, or this
+// process ended too early.
+asio::awaitable<bool> RootRound::isInAccount(SyncPlan::Upload file) {
+    const auto& [entry, base] = file;
+    if (base)
+        co_return false;
+    const auto name = RelativePath::name(entry.relPath);
+    const auto item = context_.index->child(parentId(entry.relPath), name);
+    if (!item || item->isFolder || !item->sha256 || item->size != entry.stat.size || item->name != name ||
+        !co_await hasContent(ledger_.absolute(entry.relPath), entry.stat, *item->sha256))
+        co_return false;
+    ledger_.setBase(entry, item->id, item->version, item->sha256);
+    ledger_.mark(entry.relPath, PathStatus::synced, item->id);
+    co_return true;
+}
+
+// One that cannot be read now is left to its upload, which says so.
+asio::awaitable<bool> RootRound::hasContent(std::string path, LocalStat stat, std::string sha256) {
+    try {
+        co_return co_await contentHash(path, stat) == sha256;
+    } catch (const KRCryptoError& error) {
+        Log::info(category, error.what());
+    } catch (const FileError& error) {
+        Log::info(category, error.code().message());
+    }
+    co_return false;
+}
+
+asio::awaitable<void> RootRound::enqueue(SyncPlan::Upload file) {
+    const auto& relPath = file.entry.relPath;
+    UploadJob job;
+    job.sourcePath = ledger_.absolute(relPath);
+    job.folderId = parentId(relPath);
+    job.name = RelativePath::name(relPath);
+    job.clientFileId = newUUID();
+    job.origin = TransferOrigin::Sync{ledger_.root().id, relPath};
+    job.sourceStat = file.entry.stat;
+    job.plainSize = file.entry.stat.size;
+    // What was trashed elsewhere and is changed here is a new file.
+    const auto item = file.base ? context_.index->item(file.base->itemId) : std::nullopt;
+    if (item && !item->deletedAt) {
+        job.fileId = file.base->itemId;
+        job.baseVersion = file.base->version;
+    }
+    ledger_.mark(relPath, PathStatus::queued);
+    co_await queue_.enqueueUpload(std::move(job), newUUID());
+}
+
+} // namespace Korvane
