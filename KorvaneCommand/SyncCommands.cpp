@@ -7,6 +7,7 @@
 #include "KorvaneCommand/SyncSession.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/TransferJob.hpp"
 
@@ -116,7 +117,11 @@ int remove(const SyncRequest& request) {
     cancelUploads(workshop, found->id);
     workshop.status->clearRoot(found->path);
     tellOthers(workshop);
-    std::printf("%s is no longer synced; its files stay where they are.\n", printable(found->path).c_str());
+    if (request.json)
+        std::puts(KRJSON::write(*found).c_str());
+    else
+        std::printf("%s is no longer synced; its files stay where they are.\n",
+                    printable(found->path).c_str());
     return ExitCode::done;
 }
 
@@ -150,6 +155,22 @@ private:
     std::optional<StatsReport> shown_;
 };
 
+/// One line on the transfers, for the service manager when it changes.
+class ManagerStatus {
+public:
+    void show(const TransferQueueStats& stats) {
+        auto line = std::to_string(stats.running) + " transfers run, " + std::to_string(stats.pending) +
+                    " wait, " + std::to_string(stats.failed) + " failed";
+        if (line == shown_)
+            return;
+        ServiceManager::status(line);
+        shown_ = std::move(line);
+    }
+
+private:
+    std::string shown_;
+};
+
 /// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
 asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
@@ -161,10 +182,13 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
         look.cancel();
     });
     co_await session.startSync();
+    ServiceManager::ready("Mirroring");
     ProgressDisplay display;
     Events events;
+    ManagerStatus managerStatus;
     for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
+        managerStatus.show(stats);
         if (request.json)
             events.show(stats);
         else
@@ -174,6 +198,7 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
         boost::system::error_code woken;
         co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
+    ServiceManager::stopping();
     display.end();
     signals.cancel();
 }
@@ -202,25 +227,31 @@ int run(const SyncRequest& request) {
 } // namespace
 
 void addSyncCommands(CLI::App& app, int& status) {
-    auto* sync = app.add_subcommand("sync", "Which folders are mirrored to the account");
+    auto* sync = app.add_subcommand("sync", "Choose mirrored folders");
     sync->require_subcommand(1);
     const auto request = std::make_shared<SyncRequest>();
 
     auto* adding = sync->add_subcommand("add", "Mirror a folder");
-    adding->add_option("FOLDER", request->folder, "The folder")->required();
-    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)");
+    adding->add_option("FOLDER", request->folder, "The folder")->required()->type_name("DIR");
+    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)")
+        ->type_name("FOLDER");
     adding->add_flag("--json", request->json, "Print one line of JSON");
     adding->callback([request, &status] { status = add(*request); });
 
     auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
-    removing->add_option("FOLDER", request->root, "The folder, or its identifier")->required();
+    removing->add_option("FOLDER", request->root, "The folder, or its identifier")
+        ->required()
+        ->type_name("DIR");
+    removing->add_flag("--json", request->json, "Print one line of JSON");
     removing->callback([request, &status] { status = remove(*request); });
 
     auto* listing = sync->add_subcommand("list", "List them");
     listing->add_flag("--json", request->json, "Print one line of JSON");
     listing->callback([request, &status] { status = list(*request); });
 
-    auto* running = app.add_subcommand("run", "Mirror the folders and move what waits, until interrupted");
+    auto* running = app.add_subcommand("run", "Mirror and transfer now");
+    running->footer(
+        "Mirrors the synced folders and carries out the waiting transfers until it is interrupted.");
     running->add_flag("--json", request->json, "Print a line of JSON after each change");
     running->add_flag("--once", request->once, "End once everything is in the account");
     running->callback([request, &status] { status = run(*request); });

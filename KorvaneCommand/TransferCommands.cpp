@@ -205,17 +205,20 @@ int transfer(const TransferRequest& request,
 } // namespace
 
 void addTransferCommands(CLI::App& app, int& status) {
-    auto* upload = app.add_subcommand("upload", "Upload files and folders");
+    auto* upload = app.add_subcommand("upload", "Upload files or folders");
     const auto up = std::make_shared<TransferRequest>();
-    upload->add_option("PATH", up->paths, "Files and folders")->required();
-    upload->add_option("--to", up->remote, "Folder of the account, made if missing (default: its root)");
+    upload->add_option("PATH", up->paths, "Files and folders")->required()->type_name("FILE");
+    upload->footer("Exits with 1 when one of the files could not be uploaded; the others are.");
+    upload->add_option("--to", up->remote, "Folder of the account, made if missing (default: its root)")
+        ->type_name("FOLDER");
     upload->add_flag("--json", up->json, "Print one line of JSON");
     upload->callback([up, &status] { status = transfer(*up, uploadAll); });
 
-    auto* download = app.add_subcommand("download", "Download a file or folder");
+    auto* download = app.add_subcommand("download", "Download file or folder");
     const auto down = std::make_shared<TransferRequest>();
     download->add_option("REMOTE", down->remote, "Path in the account")->required();
-    download->add_option("DEST", down->destination, "Where to put it (default: here)");
+    download->add_option("DEST", down->destination, "Where to put it (default: here)")->type_name("FILE");
+    download->footer("Exits with 1 when one of the files could not be downloaded; the others are.");
     download->add_flag("--json", down->json, "Print one line of JSON");
     download->callback([down, &status] { status = transfer(*down, downloadAll); });
 }

@@ -73,13 +73,15 @@ int publish(const PublishRequest& request) {
 } // namespace
 
 void addWidgetsCommand(CLI::App& app, int& status) {
-    auto* widgets = app.add_subcommand("widgets", "What the desktop widgets show");
+    auto* widgets = app.add_subcommand("widgets", "Publish to the widgets");
     widgets->require_subcommand(1);
     auto* command = widgets->add_subcommand("publish", "Publish files of this computer to the widgets");
     const auto request = std::make_shared<PublishRequest>();
     auto* pin =
-        command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8");
-    auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"");
+        command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8")
+            ->type_name("FILE");
+    auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"")
+                      ->type_name("FILE");
     command
         ->add_option("--years", request->sources.yearsAgo,
                      "Years since the picture (default: by its file's date)")

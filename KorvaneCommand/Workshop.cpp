@@ -1,5 +1,6 @@
 #include "KorvaneCommand/Workshop.hpp"
 
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
@@ -22,6 +23,7 @@ Workshop::Workshop() {
     rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
+    AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
     queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
                                             std::make_shared<TransferRunner>(jobContext()), systemClock(),
@@ -29,29 +31,10 @@ Workshop::Workshop() {
     offline = std::make_shared<OfflineCopies>(
         OfflineCopies::Parts{index, queue, requests, notifications(), SharedContainer::offline()});
     publisher_ = std::make_shared<WidgetPublisher>(index, SharedContainer::offline());
-    keepToOneAccount(session.user.id);
 }
 
 NotificationCenter Workshop::notifications() {
     return NotificationCenter(SharedContainer::notificationFolder());
-}
-
-// What another account left in the index is none of this one's: its transfers would go to the wrong place.
-// Its offline copies go before they are forgotten.
-void Workshop::keepToOneAccount(const std::string& userId) {
-    static const std::string key = "accountUserId";
-    const auto known = index->value(key);
-    if (known == userId)
-        return;
-    if (known) {
-        if (!ownQueue())
-            throw std::runtime_error("another korvane still works for another account; stop it first");
-        offline->removeAll();
-        status->clearAll();
-        index->reset();
-        leaveQueue();
-    }
-    index->setValue(userId, key);
 }
 
 JobContext Workshop::jobContext() {

@@ -60,8 +60,6 @@ public:
     asio::awaitable<std::string> folderAt(std::string path);
 
 private:
-    void keepToOneAccount(const std::string& userId);
-
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     std::string rootFolderId_;
     FileLock lock_; ///< while this process may run the queue

@@ -5,6 +5,7 @@
 #include "KRCrypto/RecoveryCode.hpp"
 #include "KRCrypto/ServerKDFError.hpp"
 #include "KRCrypto/Sizes.hpp"
+#include "KorvaneCore/account/PairingError.hpp"
 #include "KorvaneCore/account/WrongRecoveryCode.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/api/AccountActionError.hpp"
@@ -12,6 +13,7 @@
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace Korvane {
@@ -25,6 +27,7 @@ using KRCrypto::PasswordKeys;
 using KRCrypto::SecretBytes;
 
 constexpr std::size_t saltSize = 16;
+constexpr int entriesTried = 20; // of the root folder, with a key that came by pairing
 
 AccountActionError wrongPassword() {
     return {AccountActionError::Kind::wrongPassword, "Wrong e-mail address or password."};
@@ -73,6 +76,15 @@ std::optional<MasterKey> unwrapped(const SecretBytes& key, const Bytes& box,
 std::optional<std::string> deviceOf(const std::string& email) {
     const auto stored = StoredSession::read();
     return stored && stored->user.email == email ? std::optional(stored->device.id) : std::nullopt;
+}
+
+bool opens(const MasterKey& key, const Bytes& meta) {
+    try {
+        static_cast<void>(key.openMeta(meta));
+        return true;
+    } catch (const KRCryptoError&) {
+        return false;
+    }
 }
 
 /// Whether the server refused a proof of the password, as opposed to the sign-in itself.
@@ -131,7 +143,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
         throw;
     }
     if (!response.wrappedMasterKey)
-        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey is missing"});
+        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey: is missing"});
     auto key = unwrapped(keys.kek, *response.wrappedMasterKey, &MasterKey::unwrapWithKek);
     if (!key)
         throw wrongPassword();
@@ -219,6 +231,34 @@ asio::awaitable<void> AccountService::enter(AuthResponse response, MasterKey key
     });
     co_await api_->setTokens({response.accessToken, response.refreshToken});
     set(std::move(session), std::move(key));
+}
+
+// A service that cannot be asked leaves the question open: whoever wants to deceive here can as well show an
+// empty folder.
+asio::awaitable<bool> AccountService::isRefused(MasterKey key, std::string rootFolderId) const {
+    ChildrenPage page;
+    try {
+        page = co_await api_->children(std::move(rootFolderId), std::nullopt, entriesTried);
+    } catch (const APIError& error) {
+        if (error.is<APIError::Cancelled>())
+            throw;
+        Log::warning("account", std::string("the paired key could not be tried: ") + error.what());
+        co_return false;
+    }
+    const bool isOpened =
+        std::ranges::any_of(page.files, [&](const auto& file) { return opens(key, file.metaEnc); }) ||
+        std::ranges::any_of(
+            page.folders, [&](const auto& folder) { return folder.metaEnc && opens(key, *folder.metaEnc); });
+    co_return !isOpened && page.files.size() + page.folders.size() > 0;
+}
+
+asio::awaitable<void> AccountService::enterPaired(AuthResponse response, MasterKey key) {
+    const auto rootFolderId = response.user.rootFolderId;
+    co_await enter(std::move(response), key);
+    if (!co_await isRefused(key, rootFolderId))
+        co_return;
+    co_await signOut();
+    throw PairingError(PairingError::Kind::foreignKey);
 }
 
 asio::awaitable<bool> AccountService::restoreSession() {

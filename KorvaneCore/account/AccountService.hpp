@@ -40,6 +40,11 @@ public:
     /// for a text that is no recovery code, before anything derived from it is sent.
     asio::awaitable<void> recover(std::string email, SecretText recoveryCode, SecretText newPassword);
 
+    /// Signs in with what an approving device handed over (see PairingOffer). Throws PairingError
+    /// (foreignKey), signed out again, when the account has something in its root folder and the key opens
+    /// none of it.
+    asio::awaitable<void> enterPaired(AuthResponse response, KRCrypto::MasterKey key);
+
     /// Throws AccountActionError (wrongPassword).
     asio::awaitable<void> changePassword(SecretText current, SecretText replacement);
 
@@ -65,6 +70,7 @@ private:
     asio::awaitable<AuthParams> safeParams(std::string email) const;
     asio::awaitable<KRCrypto::PasswordKeys> keysOf(const SecretText& password) const;
     asio::awaitable<void> enter(AuthResponse response, KRCrypto::MasterKey key);
+    asio::awaitable<bool> isRefused(KRCrypto::MasterKey key, std::string rootFolderId) const;
     void set(std::optional<AccountSession> session, std::optional<KRCrypto::MasterKey> key)
         KR_EXCLUDES(mutex_);
 

@@ -134,8 +134,8 @@ std::optional<std::string> WidgetPublisher::thumbnailOf(const WidgetSnapshot::Ph
     try {
         if (published && published->onThisDay && published->onThisDay->thumbnailFile == photo.thumbnailFile)
             return readFile(WidgetStore::thumbnailURL(photo), WidgetStore::maxThumbnailSize);
-    } catch (const FileError&) {
-        // Somebody removed it: it is made anew.
+    } catch (const FileError& error) {
+        Log::info("widget", "the published thumbnail is made anew: " + error.code().message());
     }
     try {
         auto thumbnail = makeThumbnail(copy.path);

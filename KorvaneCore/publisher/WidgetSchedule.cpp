@@ -48,13 +48,14 @@ asio::awaitable<void> WidgetSchedule::startOnStrand() {
     if (isRunning_)
         co_return;
     // The observation's thread only posts: it never owns the schedule, which would have to join it.
-    observation_ = notifications_.observe(KRIdentifiers::widgetsChangedNotification,
-                                          [weak = weak_from_this(), strand = strand_] {
-                                              asio::post(strand, [weak] {
-                                                  if (const auto self = weak.lock())
-                                                      self->changedOnStrand();
-                                              });
-                                          });
+    const auto tell = [weak = weak_from_this(), strand = strand_] {
+        asio::post(strand, [weak] {
+            if (const auto self = weak.lock())
+                self->changedOnStrand();
+        });
+    };
+    observation_ = std::make_shared<NotificationCenter::Observation>(
+        notifications_.observe(KRIdentifiers::widgetsChangedNotification, tell));
     isRunning_ = true;
     begin(&WidgetSchedule::followDays, following_);
     changedOnStrand();
@@ -62,12 +63,11 @@ asio::awaitable<void> WidgetSchedule::startOnStrand() {
 
 asio::awaitable<void> WidgetSchedule::stopOnStrand() {
     isRunning_ = false;
-    if (observation_) // joins its thread, away from the strand
-        co_await offload([observation = std::make_shared<NotificationCenter::Observation>(
-                              *std::exchange(observation_, std::nullopt))]() mutable {
-            observation.reset();
-            return true;
-        });
+    // Its end joins its thread, away from the strand.
+    co_await offload([observation = std::exchange(observation_, nullptr)]() mutable {
+        observation.reset();
+        return true;
+    });
     for (const auto& task : {publishing_, following_})
         if (task)
             (*task)->emit(asio::cancellation_type::terminal);

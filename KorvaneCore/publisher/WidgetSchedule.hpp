@@ -64,7 +64,7 @@ private:
     // On the strand:
     bool isRunning_ = false;
     bool again_ = false; // something changed while the work ran
-    std::optional<NotificationCenter::Observation> observation_;
+    std::shared_ptr<NotificationCenter::Observation> observation_;
     std::optional<Cancellation> publishing_; // while the task runs
     std::optional<Cancellation> following_;  // likewise
     asio::steady_timer taskEnd_;             // never expires; cancelled when one has ended

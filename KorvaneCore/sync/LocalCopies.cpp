@@ -4,7 +4,6 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/sync/SyncRoots.hpp"
 
-#include <algorithm>
 #include <utility>
 
 namespace Korvane {
@@ -49,9 +48,8 @@ bool LocalCopies::isContentOf(const LocalIndex::BaseEntry& base, const IndexItem
 std::optional<std::filesystem::path> LocalCopies::folderOf(const std::string& rootId) const {
     if (rootId == offlineRoot)
         return offlineFolder_;
-    const auto roots = SyncRoots::all(*index_);
-    const auto root = std::ranges::find(roots, rootId, &SyncRoot::id);
-    return root == roots.end() ? std::nullopt : std::optional<std::filesystem::path>(root->path);
+    const auto root = SyncRoots::find(*index_, rootId);
+    return root ? std::optional<std::filesystem::path>(root->path) : std::nullopt;
 }
 
 } // namespace Korvane

@@ -97,8 +97,9 @@ bool OfflineCopies::has(const IndexItem& item) {
     });
 }
 
-void OfflineCopies::removeAll() {
-    removeUnwanted({});
+void OfflineCopies::removeAll(LocalIndex& index, const std::filesystem::path& folder) {
+    for (const auto& [relPath, base] : index.baseEntries(LocalCopies::offlineRoot))
+        remove(index, folder, base);
 }
 
 OfflineCopies::Files OfflineCopies::wanted() {
@@ -120,20 +121,23 @@ OfflineCopies::Files OfflineCopies::wanted() {
 void OfflineCopies::removeUnwanted(const Files& wanted) {
     for (const auto& [relPath, base] : parts_.index->baseEntries(LocalCopies::offlineRoot))
         if (!wanted.contains(base.itemId))
-            remove(base);
+            remove(*parts_.index, parts_.folder, base);
 }
 
-void OfflineCopies::remove(const LocalIndex::BaseEntry& base) {
-    const auto path = parts_.folder / base.relPath;
+/// One that cannot be removed stays recorded, for the next time.
+void OfflineCopies::remove(LocalIndex& index, const std::filesystem::path& folder,
+                           const LocalIndex::BaseEntry& base) {
+    const auto path = folder / base.relPath;
+    std::error_code error;
     if (LocalCopies::untouched(path, base)) {
-        std::error_code error;
         std::filesystem::remove(path, error);
-        if (error)
-            throw FileError("remove", path, error);
-    } else if (localStat(path)) {
+    } else if (std::filesystem::exists(std::filesystem::symlink_status(path, error))) {
         Log::warning(category, "an offline copy was changed by somebody and is left in place");
     }
-    parts_.index->removeBase(LocalCopies::offlineRoot, base.relPath, false);
+    if (error && error != std::errc::no_such_file_or_directory)
+        Log::warning(category, "an offline copy cannot be removed: " + error.message());
+    else
+        index.removeBase(LocalCopies::offlineRoot, base.relPath, false);
 }
 
 std::vector<OfflineCopies::Missing> OfflineCopies::missing() {
@@ -180,14 +184,18 @@ std::map<std::string, std::set<std::string>> OfflineCopies::downloads() {
 
 /// A download whose end was not recorded, because the process ended first, need not be made again.
 asio::awaitable<bool> OfflineCopies::adopt(const Missing& file) {
-    const auto stat = co_await offload([path = file.destination] { return localStat(path); });
-    if (!stat || stat->isDirectory || stat->size != file.item.size || !file.item.sha256)
+    if (!file.item.sha256)
         co_return false;
+    std::optional<LocalStat> stat;
     try {
-        if (co_await contentHash(file.destination, *stat) != *file.item.sha256)
+        stat = co_await offload([path = file.destination] { return localStat(path); });
+        if (!stat || stat->isDirectory || stat->size != file.item.size ||
+            co_await contentHash(file.destination, *stat) != *file.item.sha256)
             co_return false;
     } catch (const KRCrypto::KRCryptoError&) {
         co_return false; // somebody is writing to it; the download moves it aside
+    } catch (const FileError&) {
+        co_return false; // likewise when it cannot be read
     }
     record(file.item.id, file.item.version, file.destination, *stat, file.item.sha256);
     co_return true;

@@ -21,8 +21,8 @@ class TransferQueue;
 /// content lies below a sync root is here already; any other is downloaded to a folder of its own.
 ///
 /// Copies are recorded with their looks. One that was changed since is the user's: it is neither replaced nor
-/// removed (a download moves it aside). Operations throw SQLiteError and FileError; what was done until then
-/// is kept, and the next keep() goes on.
+/// removed (a download moves it aside). Operations throw SQLiteError, and FileError when a change cannot be
+/// announced; what was done until then is kept, and the next keep() goes on.
 class OfflineCopies {
 public:
     struct Parts {
@@ -52,8 +52,8 @@ public:
     /// disk.
     [[nodiscard]] bool has(const IndexItem& item);
 
-    /// Removes all copies, as before another account takes over the index.
-    void removeAll();
+    /// Removes all copies the index knows, as before it is emptied.
+    static void removeAll(LocalIndex& index, const std::filesystem::path& folder);
 
 private:
     /// A file to be kept whose content is not here.
@@ -67,7 +67,8 @@ private:
 
     [[nodiscard]] Files wanted();
     void removeUnwanted(const Files& wanted);
-    void remove(const LocalIndex::BaseEntry& base);
+    static void remove(LocalIndex& index, const std::filesystem::path& folder,
+                       const LocalIndex::BaseEntry& base);
     [[nodiscard]] std::vector<Missing> missing();
     [[nodiscard]] std::map<std::string, std::set<std::string>> downloads();
     asio::awaitable<bool> adopt(const Missing& file);

@@ -58,7 +58,9 @@ SQLRow live(Exchange& exchange, const std::string& id) {
     return rows[0];
 }
 
-// The sealed key and the tokens are given once; whoever asks again finds the pairing collected.
+// An approving device announces its key, so that both users can compare digits, and sends the sealed key
+// afterwards; "approved_by" is whose device it is from its first word on. The sealed key and the tokens are
+// given once; whoever asks again finds the pairing collected.
 Reply collect(Exchange& exchange) {
     const auto row = live(exchange, exchange.parameter("pairingId"));
     const auto secret = exchange.request.headers["X-Pairing-Secret"];
@@ -66,24 +68,24 @@ Reply collect(Exchange& exchange) {
         exchange.query("code") != row.string("code"))
         throw Refusal::forbidden("the pairing belongs to another device");
     PairPollResponse response;
-    const auto approver = row.string("approved_by");
-    if (!approver) {
-        response.status = "pending";
+    response.approverPublicKey = row.data("approver_public_key");
+    response.encryptedMasterKey = row.data("encrypted_master_key");
+    if (!response.encryptedMasterKey) {
+        response.status = response.approverPublicKey ? "announced" : "pending";
         return answer(response);
     }
     if (row.boolValue("collected"))
         throw Refusal::expired("the pairing was used");
     exchange.database.run("UPDATE pairings SET collected = 1 WHERE id = ?", Columns::text(row, "id"));
     response.status = "approved";
-    response.approverPublicKey = row.data("approver_public_key");
-    response.encryptedMasterKey = row.data("encrypted_master_key");
-    response.user = Sessions::user(exchange.database, *approver);
+    const auto approver = Columns::text(row, "approved_by");
+    response.user = Sessions::user(exchange.database, approver);
     if (const auto bound = row.string("device_id")) {
-        response.device = Sessions::device(exchange.database, {*approver, *bound}, *bound);
+        response.device = Sessions::device(exchange.database, {approver, *bound}, *bound);
         return answer(response);
     }
     const auto session =
-        Sessions::signIn(exchange.state, exchange.database, *approver, Columns::text(row, "device_name"),
+        Sessions::signIn(exchange.state, exchange.database, approver, Columns::text(row, "device_name"),
                          Columns::text(row, "platform"), {});
     const auto tokens = Sessions::issue(exchange.state, exchange.database, session);
     response.accessToken = tokens.accessToken;
@@ -114,11 +116,11 @@ Reply pending(Exchange& exchange) {
     if (code)
         Credentials::countAttempt(exchange, "pairing:" + exchange.session.userId);
     PendingPairingsResponse response;
-    for (const auto& row :
-         exchange.database.query("SELECT * FROM pairings WHERE approved_by IS NULL AND expires_at > ?1 AND "
-                                 "(user_id = ?2 OR (user_id IS NULL AND code = ?3)) AND code = COALESCE(?3, "
-                                 "code) ORDER BY created_at",
-                                 exchange.state.now(), exchange.session.userId, code))
+    for (const auto& row : exchange.database.query(
+             "SELECT * FROM pairings WHERE encrypted_master_key IS NULL AND expires_at > ?1 AND "
+             "(user_id = ?2 OR (user_id IS NULL AND code = ?3)) AND code = COALESCE(?3, "
+             "code) ORDER BY created_at",
+             exchange.state.now(), exchange.session.userId, code))
         response.pairings.push_back(pendingPairing(row));
     return answer(response);
 }
@@ -126,19 +128,25 @@ Reply pending(Exchange& exchange) {
 Reply approve(Exchange& exchange) {
     const auto request = exchange.body<PairApproveRequest>();
     Credentials::countAttempt(exchange, "pairing:" + exchange.session.userId);
-    Credentials::requireWrappedKey(request.encryptedMasterKey);
+    const bool announces = request.encryptedMasterKey.empty();
+    if (!announces)
+        Credentials::requireWrappedKey(request.encryptedMasterKey);
     if (request.approverPublicKey.size() != KRCrypto::keySize)
         throw Refusal::badRequest("a public key has 32 bytes");
     const auto row = live(exchange, request.pairingId);
     if (row.string("code") != request.code ||
         row.string("user_id").value_or(exchange.session.userId) != exchange.session.userId)
         throw Refusal::forbidden("the code is not this pairing's");
-    if (row.string("approved_by"))
+    if (row.data("encrypted_master_key"))
         throw Refusal::expired("the pairing was used");
+    if (row.string("approved_by").value_or(exchange.session.userId) != exchange.session.userId ||
+        row.data("approver_public_key").value_or(request.approverPublicKey) != request.approverPublicKey)
+        throw Refusal::conflict("pairing_answered", "another device has answered this pairing");
     exchange.database.run(
         "UPDATE pairings SET approver_public_key = ?, encrypted_master_key = ?, approved_by = ? "
         "WHERE id = ?",
-        request.approverPublicKey, request.encryptedMasterKey, exchange.session.userId, request.pairingId);
+        request.approverPublicKey, announces ? std::nullopt : std::optional(request.encryptedMasterKey),
+        exchange.session.userId, request.pairingId);
     return noContent();
 }
 

@@ -120,7 +120,7 @@ TEST_F(OfflineCopiesTest, WhatSomebodyChangedIsNeitherReplacedNorRemoved) {
     writeFile(offline_ / (b.id + ".txt"), "foreign");
     copies_.pin(b.id);
     keep();
-    copies_.removeAll();
+    OfflineCopies::removeAll(*index_, offline_);
     EXPECT_EQ(contents(), (Contents{"foreign", "once more", "somebody's own"}));
 }
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 namespace Korvane::Testing {
 namespace {
 
@@ -33,6 +35,14 @@ protected:
         return names;
     }
 
+    /// What `pins` says once the file is offline, or at last.
+    static std::string untilOffline(const std::string& path) {
+        std::string output;
+        for (int look = 0; look < 200 && output != "offline  " + path + "\n"; ++look)
+            output = korvane({"pins"}).output;
+        return output;
+    }
+
     LocalService service_;
     TemporaryFolder folder_;
 };
@@ -43,8 +53,14 @@ TEST_F(PinCommandsTest, PinsAreShownAndKeptOfflineUntilUnpinned) {
     EXPECT_EQ(korvane({"pin", "Papers/notes.txt"}).exitCode, 0);
     EXPECT_EQ(pinnedNames(), "notes.txt ");
     EXPECT_EQ(korvane({"pins"}).output, "waiting  Papers/notes.txt\n");
-    EXPECT_EQ(korvane({"run", "--once", "--json"}).exitCode, 0);
-    EXPECT_EQ(korvane({"pins"}).output, "offline  Papers/notes.txt\n");
+    ChildProcess running({builtProgram("korvane").string(), "run", "--json"});
+    EXPECT_EQ(untilOffline("Papers/notes.txt"), "offline  Papers/notes.txt\n");
+    EXPECT_EQ(korvane({"unpin", "Papers/notes.txt"}).exitCode, 0);
+    EXPECT_EQ(korvane({"pin", "Papers/notes.txt"}).exitCode, 0);
+    EXPECT_EQ(untilOffline("Papers/notes.txt"), "offline  Papers/notes.txt\n")
+        << "the process that runs has noticed";
+    running.signal(SIGINT);
+    EXPECT_EQ(running.wait(), 0);
 
     EXPECT_EQ(korvane({"sync", "add", folder_.path(), "--to", "Papers"}).exitCode, 0);
     EXPECT_EQ(korvane({"pin", folder_.path()}).exitCode, 0);

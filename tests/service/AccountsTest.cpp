@@ -137,6 +137,38 @@ TEST(Accounts, PairingHandsOverOnceAndInTime) {
     EXPECT_EQ(approver.failure(approve(late, late.code)), "Expired");
 }
 
+TEST(Accounts, AnAnnouncedPairingIsItsApproversAlone) {
+    LocalService service;
+    TestDevice approver(service);
+    TestDevice stranger(service);
+    TestDevice fresh(service);
+    approver.signUp(email);
+    stranger.signUp("cem@example.org");
+    const auto pairing =
+        fresh.run(fresh.api()->pairStart({KRCrypto::Bytes(32, 1), "fresh", Platform::macos}));
+    const auto answer = [&](TestDevice& by, std::uint8_t key, std::size_t sealed) {
+        return by.failure(by.api()->pairApprove(
+            {pairing.pairingId, pairing.code, KRCrypto::Bytes(32, key), KRCrypto::Bytes(sealed, 3)}));
+    };
+    const auto poll = [&] {
+        return fresh.run(fresh.api()->pairPoll(pairing.pairingId, pairing.code, pairing.pollSecret));
+    };
+    EXPECT_EQ(answer(approver, 2, 0), "");
+    EXPECT_EQ(answer(approver, 2, 0), "") << "said again";
+    const auto announced = poll();
+    EXPECT_EQ(announced.status, "announced");
+    EXPECT_EQ(announced.approverPublicKey, KRCrypto::Bytes(32, 2));
+    EXPECT_EQ(announced.encryptedMasterKey, std::nullopt);
+    EXPECT_EQ(announced.accessToken, std::nullopt);
+    for (const std::size_t sealed : {0U, 61U}) {
+        EXPECT_NE(answer(approver, 9, sealed), "") << "another key";
+        EXPECT_NE(answer(stranger, 2, sealed), "") << "another user";
+    }
+    EXPECT_EQ(answer(approver, 2, 61), "");
+    EXPECT_EQ(answer(approver, 2, 61), "Expired");
+    EXPECT_EQ(poll().status, "approved");
+}
+
 TEST(Accounts, DeletingAnAccountLeavesNothingOfIt) {
     LocalService service;
     TestDevice device(service);

@@ -81,6 +81,12 @@ std::string ChildProcess::readAll() {
     return all;
 }
 
+void ChildProcess::writeLine(const std::string& line) {
+    const auto text = line + "\n";
+    if (::write(input_.get(), text.data(), text.size()) != std::ssize(text))
+        throw std::runtime_error("the process does not listen");
+}
+
 void ChildProcess::signal(int number) const {
     ::kill(pid_, number);
 }

@@ -27,6 +27,8 @@ public:
     /// The rest of the output.
     std::string readAll();
 
+    void writeLine(const std::string& line);
+
     void closeInput() { input_.close(); }
 
     void signal(int number) const;

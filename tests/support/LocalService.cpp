@@ -35,10 +35,10 @@ KRConfiguration LocalService::configuration() const {
     return configuration;
 }
 
-TestDevice::TestDevice(const LocalService& service)
+TestDevice::TestDevice(const LocalService& service, std::shared_ptr<HTTPSession> session)
     : keychain_(std::make_shared<FileKeychain>(folder_ / "keychain.json")),
-      api_(std::make_shared<APIClient>(context_.get_executor(), service.configuration(), keychain_, nullptr,
-                                       service.clock)) {}
+      api_(std::make_shared<APIClient>(context_.get_executor(), service.configuration(), keychain_,
+                                       std::move(session), service.clock)) {}
 
 void TestDevice::run(asio::awaitable<void> call) {
     std::exception_ptr error;

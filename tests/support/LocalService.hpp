@@ -46,7 +46,8 @@ private:
 /// A device of a user of that service, with keys made up where the service does not look into them.
 class TestDevice {
 public:
-    explicit TestDevice(const LocalService& service);
+    /// `session` stands in for the network.
+    explicit TestDevice(const LocalService& service, std::shared_ptr<HTTPSession> session = nullptr);
 
     /// Runs a call to its end, for its result or what it throws.
     template <class T>

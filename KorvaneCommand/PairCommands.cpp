@@ -1,0 +1,169 @@
+#include "KorvaneCommand/PairCommands.hpp"
+
+#include "KorvaneCommand/Client.hpp"
+#include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCore/account/PairingApproval.hpp"
+#include "KorvaneCore/account/PairingDigits.hpp"
+#include "KorvaneCore/account/PairingError.hpp"
+#include "KorvaneCore/account/PairingOffer.hpp"
+#include "KorvaneCore/config/DeviceInfo.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Bundle.hpp"
+
+#include <boost/describe/class.hpp>
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+namespace Korvane {
+
+namespace {
+
+struct PairRequest {
+    std::optional<std::string> service;
+    std::optional<std::string> name;
+    std::string code;
+    bool typesDigits = false;
+    bool json = false;
+};
+
+/// One line for programs; each step has the members that belong to it.
+struct Step {
+    std::string step; ///< "started", "announced" or "done"
+    // The initialisers let designated ones leave members out.
+    // NOLINTBEGIN(readability-redundant-member-init)
+    std::optional<std::string> code{};
+    std::optional<std::int64_t> validFor{}; ///< seconds
+    std::optional<std::string> digits{};
+    std::optional<std::string> deviceName{};
+    std::optional<std::string> platform{};
+    std::optional<std::string> email{};
+    std::optional<std::string> deviceId{};
+    std::optional<std::string> service{};
+    // NOLINTEND(readability-redundant-member-init)
+};
+BOOST_DESCRIBE_STRUCT(Step, (),
+                      (step, code, validFor, digits, deviceName, platform, email, deviceId, service))
+
+/// Each step is there to be read before the next one is waited for.
+void tell(const PairRequest& request, const Step& step, const std::string& text) {
+    std::puts(request.json ? KRJSON::write(step).c_str() : text.c_str());
+    std::fflush(stdout);
+}
+
+/// A line of standard input; empty at its end. The question is for people only.
+std::string answerTo(const PairRequest& request, const char* question) {
+    if (!request.json)
+        std::fputs(question, stderr);
+    std::string line;
+    std::getline(std::cin, line);
+    if (line.ends_with('\r'))
+        line.pop_back();
+    return line;
+}
+
+void requireYes(const PairRequest& request) {
+    const auto answer = answerTo(request, "Do both devices show these digits? [y/N] ");
+    if (answer != "y" && answer != "Y" && answer != "yes")
+        throw PairingError(PairingError::Kind::notConfirmed);
+}
+
+/// The stored configuration, with the service that was named: it is kept only once a pairing succeeds.
+KRConfiguration configurationOf(const PairRequest& request) {
+    auto configuration = KRConfiguration::fromBundle(Bundle::main());
+    if (!request.service)
+        return configuration;
+    const auto url = KRConfiguration::parseBaseURL(*request.service);
+    if (!url)
+        throw std::invalid_argument("--service is no http or https URL");
+    configuration.apiBaseURL = *url;
+    configuration.webBaseURL = *url;
+    return configuration;
+}
+
+std::string minutes(std::chrono::seconds time) {
+    const auto whole = std::chrono::ceil<std::chrono::minutes>(time).count();
+    return whole == 1 ? "a minute" : std::to_string(whole) + " minutes";
+}
+
+int start(const PairRequest& request) {
+    Client client(configurationOf(request));
+    PairingOffer offer(client.api, systemClock(), request.name.value_or(DeviceInfo::currentDeviceName()));
+    const auto invitation = client.run(offer.start());
+    tell(request,
+         {.step = "started", .code = invitation.code, .validFor = std::int64_t{invitation.validFor.count()}},
+         "Within " + minutes(invitation.validFor) + ", run this on a device that is signed in:\n\n  " +
+             "korvane pair approve " + invitation.code + "\n");
+    const auto digits = client.run(offer.answer());
+    tell(request, {.step = "announced", .digits = digits},
+         "The other device has answered. It must show the same digits as this one:\n\n  " +
+             PairingDigits::grouped(digits) + "\n");
+    requireYes(request);
+    client.run(offer.accept(client.account));
+    if (request.service)
+        KRConfiguration::setOverrides(request.service, request.service);
+    if (request.name)
+        DeviceInfo::setPreferredName(*request.name);
+    if (const auto session = client.account.session())
+        tell(request,
+             {.step = "done",
+              .email = session->user.email,
+              .deviceId = session->device.id,
+              .service = std::string(client.configuration.apiBaseURL.buffer())},
+             "Paired, and signed in as " + printable(session->user.email) + " on \"" +
+                 printable(session->device.name) + "\".");
+    return ExitCode::done;
+}
+
+int approve(const PairRequest& request) {
+    Client client;
+    client.requireSession();
+    PairingApproval approval(client.api, client.account.masterKey());
+    const auto digits = client.run(approval.announce(request.code));
+    Step announced{.step = "announced",
+                   .deviceName = approval.device().deviceName,
+                   .platform = approval.device().platform};
+    auto text = "The new device calls itself \"" + printable(approval.device().deviceName) + "\".";
+    if (!request.typesDigits) {
+        announced.digits = digits;
+        text += " It must show the same digits as this one:\n\n  " + PairingDigits::grouped(digits) + "\n";
+    }
+    tell(request, announced, text);
+    if (!request.typesDigits)
+        requireYes(request);
+    else if (!PairingDigits::same(answerTo(request, "Digits on the new device: "), digits))
+        throw PairingError(PairingError::Kind::notConfirmed);
+    client.run(approval.approve());
+    tell(request, {.step = "done"}, "The key is on its way; the new device asks for a last confirmation.");
+    return ExitCode::done;
+}
+
+} // namespace
+
+void addPairCommands(CLI::App& app, int& status) {
+    auto* pair = app.add_subcommand("pair", "Sign in a new device with the help of one that is signed in");
+    pair->require_subcommand(1);
+    const auto request = std::make_shared<PairRequest>();
+
+    auto* starting = pair->add_subcommand(
+        "start", "On the new device: shows a code, then digits to compare, and signs in.\nThe answer to the "
+                 "question is read from standard input.");
+    starting->add_option("--service", request->service, "URL of the service, from the sign-in on");
+    starting->add_option("--name", request->name, "What this device is to be called");
+    starting->add_flag("--json", request->json, "Print one line of JSON for each step");
+    starting->callback([request, &status] { status = start(*request); });
+
+    auto* approving = pair->add_subcommand(
+        "approve", "On a signed-in device: shows digits to compare, and hands the account's key over.\nThe "
+                   "answer to the question is read from standard input.");
+    approving->add_option("CODE", request->code, "The code on the new device")->required();
+    approving->add_flag("--digits", request->typesDigits,
+                        "Show no digits: read those of the new device and compare them here");
+    approving->add_flag("--json", request->json, "Print one line of JSON for each step");
+    approving->callback([request, &status] { status = approve(*request); });
+}
+
+} // namespace Korvane
