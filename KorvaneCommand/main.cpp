@@ -4,6 +4,7 @@
 #include "KorvaneCommand/PairCommands.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
+#include "KorvaneCommand/ShareCommands.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/SyncCommands.hpp"
 #include "KorvaneCommand/TransferCommands.hpp"
@@ -27,6 +28,7 @@ int run(int argc, char** argv) {
     addPairCommands(app, status);
     addSyncCommands(app, status);
     addTransferCommands(app, status);
+    addShareCommands(app, status);
     addStatusCommand(app, status);
     addQueueCommand(app, status);
     addActivityCommand(app, status);

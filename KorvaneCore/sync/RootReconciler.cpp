@@ -3,7 +3,6 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
-#include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
 #include "KorvaneCore/sync/RootRound.hpp"
 #include "KorvaneCore/sync/TransferJob.hpp"
@@ -134,7 +133,9 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
     download.destinationPath = from;
     download.origin = job.origin;
     ledger.mark(relPath, PathStatus::queued);
-    co_await parts_.queue->enqueueDownload(std::move(download), newUUID());
+    const auto item = parts_.context.index->item(download.fileId);
+    co_await parts_.queue->enqueueDownload(std::move(download), RelativePath::name(relPath),
+                                           item ? item->size : 0);
     co_return true;
 }
 

@@ -115,10 +115,10 @@ void RootRound::markSkipped(const LocalScan& scan) {
 asio::awaitable<void> RootRound::giveUpGone(const LocalScan& scan) {
     if (!scan.isComplete)
         co_return;
-    for (const auto& [relPath, id] : queued_->failed()) {
+    for (const auto& [relPath, failed] : queued_->failed()) {
         if (std::ranges::binary_search(scan.entries, relPath, {}, &LocalScan::Entry::relPath))
             continue;
-        co_await queue_.cancel(id);
+        co_await queue_.cancel(failed.id);
         ledger_.unmark(relPath, false);
     }
 }
