@@ -52,7 +52,7 @@ public:
     /// disk.
     [[nodiscard]] bool has(const IndexItem& item);
 
-    /// Removes all copies the index knows, as before it is emptied.
+    /// Removes all copies, before the index forgets them. For a process that owns the queue.
     static void removeAll(LocalIndex& index, const std::filesystem::path& folder);
 
 private:
@@ -68,8 +68,6 @@ private:
 
     [[nodiscard]] Files wanted();
     void removeUnwanted(const Files& wanted);
-    static void remove(LocalIndex& index, const std::filesystem::path& folder,
-                       const LocalIndex::BaseEntry& base);
     [[nodiscard]] std::vector<Missing> missing();
     [[nodiscard]] std::map<std::string, std::set<std::string>> downloads();
     asio::awaitable<bool> adopt(const Missing& file);
