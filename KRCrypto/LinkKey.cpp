@@ -40,6 +40,11 @@ LinkKey LinkKey::fromFragment(std::string_view fragment) {
     return LinkKey(decodedFragment(fragment));
 }
 
+LinkKey LinkKey::fromBytes(ByteView bytes) {
+    Internal::requireKeySize(bytes);
+    return LinkKey(SecretBytes::copyOf(bytes));
+}
+
 SecretBytes LinkKey::fragment() const {
     return B64::encodeSecretURL(bytes_);
 }

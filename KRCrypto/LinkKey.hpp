@@ -18,6 +18,8 @@ public:
     // Unpadded base64url of 32 bytes. Throws InvalidFragment.
     static LinkKey fromFragment(std::string_view fragment);
 
+    static LinkKey fromBytes(ByteView bytes); // throws InvalidKeyLength
+
     const SecretBytes& bytes() const noexcept { return bytes_; }
 
     SecretBytes fragment() const; // 43 characters

@@ -1,11 +1,10 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 
-#include "KRCrypto/SecretBytes.hpp"
 #include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/GivenSecret.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "KorvaneCore/platform/SecretInput.hpp"
 
 #include <cstdio>
 #include <functional>
@@ -35,26 +34,6 @@ struct Identity {
     std::string service;
 };
 BOOST_DESCRIBE_STRUCT(Identity, (), (email, userId, device, service))
-
-SecretText secret(std::string text) {
-    const SecretText result{std::string_view(text)};
-    KRCrypto::wipe(text);
-    return result;
-}
-
-SecretText given(const std::optional<int>& fd, std::string_view prompt) {
-    return secret(fd ? SecretInput::readLine(*fd) : SecretInput::ask(prompt));
-}
-
-/// A password to be: asked for twice on a terminal.
-SecretText chosen(const std::optional<int>& fd) {
-    auto password = given(fd, "New password: ");
-    if (password.empty())
-        throw std::invalid_argument("a password is not empty");
-    if (!fd && given(fd, "The same again: ") != password)
-        throw std::invalid_argument("the passwords differ; nothing was changed");
-    return password;
-}
 
 void useService(const AccountRequest& request) {
     if (!request.service)
@@ -89,8 +68,8 @@ void showRecoveryCode(const SecretText& code, bool json) {
 int signUp(const AccountRequest& request) {
     useService(request);
     Client client;
-    const auto code =
-        client.run(client.account.signUp(request.email, chosen(request.passwordFD), request.inviteCode));
+    const auto code = client.run(
+        client.account.signUp(request.email, chosenPassword(request.passwordFD), request.inviteCode));
     if (!request.json)
         report(client, request, "Signed up as");
     showRecoveryCode(code, request.json);
@@ -100,7 +79,7 @@ int signUp(const AccountRequest& request) {
 int signIn(const AccountRequest& request) {
     useService(request);
     Client client;
-    client.run(client.account.signIn(request.email, given(request.passwordFD, "Password: ")));
+    client.run(client.account.signIn(request.email, givenSecret(request.passwordFD, "Password: ")));
     report(client, request, "Signed in as");
     return ExitCode::done;
 }
@@ -122,8 +101,8 @@ int signOut(const AccountRequest&) {
 int recover(const AccountRequest& request) {
     useService(request);
     Client client;
-    const auto code = given(request.codeFD, "Recovery code: ");
-    client.run(client.account.recover(request.email, code, chosen(request.newPasswordFD)));
+    const auto code = givenSecret(request.codeFD, "Recovery code: ");
+    client.run(client.account.recover(request.email, code, chosenPassword(request.newPasswordFD)));
     report(client, request, "Recovered, and signed in as");
     return ExitCode::done;
 }
@@ -131,8 +110,8 @@ int recover(const AccountRequest& request) {
 int changePassword(const AccountRequest& request) {
     Client client;
     client.requireSession();
-    const auto current = given(request.passwordFD, "Current password: ");
-    client.run(client.account.changePassword(current, chosen(request.newPasswordFD)));
+    const auto current = givenSecret(request.passwordFD, "Current password: ");
+    client.run(client.account.changePassword(current, chosenPassword(request.newPasswordFD)));
     std::puts("The password was changed.");
     return ExitCode::done;
 }
@@ -140,7 +119,8 @@ int changePassword(const AccountRequest& request) {
 int newRecoveryCode(const AccountRequest& request) {
     Client client;
     client.requireSession();
-    const auto code = client.run(client.account.rotateRecoveryKey(given(request.passwordFD, "Password: ")));
+    const auto code =
+        client.run(client.account.rotateRecoveryKey(givenSecret(request.passwordFD, "Password: ")));
     showRecoveryCode(code, request.json);
     return ExitCode::done;
 }

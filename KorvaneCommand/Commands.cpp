@@ -7,6 +7,7 @@
 #include "KorvaneCommand/PinCommands.hpp"
 #include "KorvaneCommand/QueueCommand.hpp"
 #include "KorvaneCommand/ServiceCommand.hpp"
+#include "KorvaneCommand/ShareCommands.hpp"
 #include "KorvaneCommand/StatusCommand.hpp"
 #include "KorvaneCommand/SyncCommands.hpp"
 #include "KorvaneCommand/TransferCommands.hpp"
@@ -32,7 +33,7 @@ struct Group {
 void addCommands(CLI::App& app, int& status) {
     const std::vector<Group> groups = {
         {"Account", {addAccountCommands, addPairCommands}},
-        {"Files", {addTransferCommands, addPinCommands}},
+        {"Files", {addTransferCommands, addPinCommands, addShareCommands}},
         {"Synced folders", {addSyncCommands, addStatusCommand, addQueueCommand, addActivityCommand}},
         {"This computer",
          {addWidgetsCommand, addIndexCommand, addServiceCommand, addDoctorCommand, addDocumentCommands}},

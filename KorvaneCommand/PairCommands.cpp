@@ -107,14 +107,14 @@ int start(const PairRequest& request) {
         KRConfiguration::setOverrides(request.service, request.service);
     if (request.name)
         DeviceInfo::setPreferredName(*request.name);
-    if (const auto session = client.account.session())
-        tell(request,
-             {.step = "done",
-              .email = session->user.email,
-              .deviceId = session->device.id,
-              .service = std::string(client.configuration.apiBaseURL.buffer())},
-             "Paired, and signed in as " + printable(session->user.email) + " on \"" +
-                 printable(session->device.name) + "\".");
+    const auto session = client.account.requiredSession();
+    tell(request,
+         {.step = "done",
+          .email = session.user.email,
+          .deviceId = session.device.id,
+          .service = std::string(client.configuration.apiBaseURL.buffer())},
+         "Paired, and signed in as " + printable(session.user.email) + " on \"" +
+             printable(session.device.name) + "\".");
     return ExitCode::done;
 }
 

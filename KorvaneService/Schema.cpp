@@ -141,6 +141,10 @@ CREATE TABLE IF NOT EXISTS share_entries (
     entry_id TEXT NOT NULL,
     entry TEXT NOT NULL,
     PRIMARY KEY (share_id, entry_id));
+CREATE TABLE IF NOT EXISTS share_counts (
+    share_id TEXT PRIMARY KEY REFERENCES shares(id) ON DELETE CASCADE,
+    views INTEGER NOT NULL DEFAULT 0,
+    downloads INTEGER NOT NULL DEFAULT 0);
 )";
 
 } // namespace

@@ -16,9 +16,9 @@ constexpr std::uint64_t largestAPIBody = std::uint64_t{8} << 20;
 
 Router allRoutes() {
     Router router;
-    for (const auto add :
-         {addAccountRoutes, addSingleSignOnRoutes, addPairingRoutes, addDeviceRoutes, addFolderRoutes,
-          addFileRoutes, addTrashRoutes, addUploadRoutes, addChangeRoutes, addShareRoutes, addStorageRoutes})
+    for (const auto add : {addAccountRoutes, addSingleSignOnRoutes, addPairingRoutes, addDeviceRoutes,
+                           addFolderRoutes, addFileRoutes, addTrashRoutes, addUploadRoutes, addChangeRoutes,
+                           addShareRoutes, addPublicShareRoutes, addStorageRoutes})
         add(router);
     return router;
 }

@@ -7,6 +7,7 @@
 #include "KorvaneCore/api/records/Changes.hpp"
 #include "KorvaneCore/api/records/Entries.hpp"
 #include "KorvaneCore/api/records/Pairing.hpp"
+#include "KorvaneCore/api/records/PublicShares.hpp"
 #include "KorvaneCore/api/records/Shares.hpp"
 #include "KorvaneCore/api/records/SingleSignOn.hpp"
 #include "KorvaneCore/api/records/Uploads.hpp"
@@ -137,6 +138,11 @@ public:
                                              std::vector<std::string> remove);
     asio::awaitable<Share> updateShare(std::string id, std::optional<KRJSON::Date> expiresAt);
     asio::awaitable<void> revokeShare(std::string id);
+
+    // What whoever has a link may ask, signed in or not. These throw APIErrorInfo; `reason` is "revoked" in
+    // that of a share its owner has revoked.
+    asio::awaitable<PublicShare> publicShare(std::string token);
+    asio::awaitable<DownloadInfo> publicShareDownload(std::string token, std::string entryId);
 
     // Pre-signed storage URLs: no token is sent to them. These throw APIErrorInfo.
 

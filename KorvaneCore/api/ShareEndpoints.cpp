@@ -42,6 +42,22 @@ asio::awaitable<void> APIClient::revokeShare(std::string id) {
     return call<void>({.method = "DELETE", .path = "/shares" + Call::segment(id)});
 }
 
+asio::awaitable<PublicShare> APIClient::publicShare(std::string token) {
+    return call<PublicShare>({.method = "GET",
+                              .path = "/public/shares" + Call::segment(token),
+                              .maxAnswerSize = AnswerLimit::list,
+                              .authenticated = false,
+                              .returnsErrorInfo = true});
+}
+
+asio::awaitable<DownloadInfo> APIClient::publicShareDownload(std::string token, std::string entryId) {
+    return call<DownloadInfo>(
+        {.method = "GET",
+         .path = "/public/shares" + Call::segment(token) + "/entries" + Call::segment(entryId) + "/download",
+         .authenticated = false,
+         .returnsErrorInfo = true});
+}
+
 // NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace Korvane

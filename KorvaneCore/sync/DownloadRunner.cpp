@@ -8,12 +8,11 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
-#include "KorvaneCore/sync/Both.hpp"
+#include "KorvaneCore/sync/BlobFetch.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace Korvane {
@@ -25,9 +24,6 @@ namespace {
 
 constexpr int mostLooks = 5;
 constexpr std::string_view receivedBlobs = "drop_"; // their ids are not made from the content
-
-/// The destination's folder, and room for two chunks on their way.
-using Buffers = std::array<KRCrypto::Bytes, 2>;
 
 } // namespace
 
@@ -105,7 +101,6 @@ std::filesystem::path DownloadRunner::temporaryPath() const {
     return destination_.parent_path() / (".korvane-" + run_.record().id + ".partial");
 }
 
-// While one chunk is opened and written, the next is fetched.
 asio::awaitable<PartialFile> DownloadRunner::fetch() {
     const auto previous = std::exchange(job_.tempPath, temporaryPath().string());
     job_.version = file_.version;
@@ -117,59 +112,20 @@ asio::awaitable<PartialFile> DownloadRunner::fetch() {
             std::filesystem::remove(*previous, gone); // of an earlier run, replaced by this one's
         return PartialFile(*job_.tempPath);
     });
-    const auto count = file_.chunkCount;
-    KRCrypto::ChunkDecryptor decryptor(fileKey_, count);
-    Buffers buffers;
-    const auto write = [&](std::int64_t index) -> asio::awaitable<void> {
-        co_await offload([&, index] {
-            auto& buffer = buffers[static_cast<std::size_t>(index % 2)];
-            partial.append(decryptor.decryptInto(index, buffer, buffer));
-            return true;
-        });
-        run_.setProgress(decryptor.plainBytes(), meta_.size);
-    };
-    co_await fetchChunk(0, buffers[0]);
-    for (std::int64_t index = 0; index < count; ++index) {
-        if (index + 1 < count)
-            co_await both(fetchChunk(index + 1, buffers[static_cast<std::size_t>((index + 1) % 2)]),
-                          write(index));
-        else
-            co_await write(index);
-    }
-    static_cast<void>(decryptor.finish(meta_.sha256));
-    const auto modified = meta_.mtime ? KRJSON::parseDate(*meta_.mtime) : std::nullopt;
-    co_await offload([&] {
-        partial.finish(modified);
-        return true;
-    });
+    BlobFetch blob(context_.transport, {fileKey_, file_.chunkCount, file_.encryptedSize, context_.chunkSize},
+                   info_.url, [this] { return freshURL(); });
+    co_await blob.into(partial, meta_,
+                       [this](std::int64_t plainBytes) { run_.setProgress(plainBytes, meta_.size); });
     co_return partial;
 }
 
-asio::awaitable<void> DownloadRunner::fetchChunk(std::int64_t index, KRCrypto::Bytes& buffer) {
-    const auto range =
-        ChunkCrypto::encryptedRange(index, file_.chunkCount, file_.encryptedSize, context_.chunkSize);
-    buffer.resize(static_cast<std::size_t>(range.end - range.start));
-    for (;;) {
-        try {
-            co_await context_.transport->getInto(info_.url, range.start, buffer);
-            co_return;
-        } catch (const std::exception& error) {
-            const auto* refusal = apiError(error);
-            if (refusal == nullptr || !refusal->is<APIError::Forbidden>() || renewed_)
-                throw;
-        }
-        co_await renewURL();
-    }
-}
-
-// A storage URL expires; a new one is asked for once. Of another version it is no use to this run.
-asio::awaitable<void> DownloadRunner::renewURL() {
-    renewed_ = true;
-    const auto fresh = co_await context_.api->downloadInfo(job_.fileId);
+// Of another version it is no use to this run.
+asio::awaitable<std::string> DownloadRunner::freshURL() {
+    auto fresh = co_await context_.api->downloadInfo(job_.fileId);
     if (fresh.version.value_or(file_.version) != file_.version ||
         fresh.blobId.value_or(file_.blobId) != file_.blobId)
         throw APIError(APIError::Transport{"the file changed while it was fetched", true});
-    info_.url = fresh.url;
+    co_return std::move(fresh.url);
 }
 
 bool DownloadRunner::mustBeKept(const LocalStat& present) const {

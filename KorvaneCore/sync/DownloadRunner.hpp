@@ -27,8 +27,7 @@ private:
     asio::awaitable<RemoteFile> currentFile();
     void checkRecord() const;
     asio::awaitable<PartialFile> fetch();
-    asio::awaitable<void> fetchChunk(std::int64_t index, KRCrypto::Bytes& buffer);
-    asio::awaitable<void> renewURL();
+    asio::awaitable<std::string> freshURL();
     asio::awaitable<std::optional<std::filesystem::path>> place(PartialFile partial);
     [[nodiscard]] std::filesystem::path temporaryPath() const;
     [[nodiscard]] std::optional<std::filesystem::path> placeHere(const PartialFile& partial) const;
@@ -43,8 +42,7 @@ private:
     DownloadInfo info_;
     KRCrypto::FileMeta meta_{"", "", 0, ""};
     KRCrypto::SecretBytes fileKey_;
-    bool renewed_ = false; ///< the storage URL, once
-    bool ranBefore_;       ///< an earlier run may have come to its end unheard
+    bool ranBefore_; ///< an earlier run may have come to its end unheard
 };
 
 } // namespace Korvane

@@ -15,6 +15,7 @@ void addTrashRoutes(Router& router);
 void addUploadRoutes(Router& router);
 void addChangeRoutes(Router& router);
 void addShareRoutes(Router& router);
+void addPublicShareRoutes(Router& router);
 void addStorageRoutes(Router& router);
 
 } // namespace Korvane

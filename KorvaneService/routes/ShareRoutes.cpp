@@ -18,13 +18,15 @@ Share shareOf(const SQLRow& row) {
     share.expiresAt = row.date("expires_at");
     share.createdAt = row.date("created_at");
     share.revokedAt = row.date("revoked_at");
+    share.downloads = row.intValue("downloads").value_or(0);
+    share.views = row.intValue("views").value_or(0);
     share.entryCount = row.intValue("entries");
     return share;
 }
 
 std::string selectShares(const std::string& condition) {
-    return "SELECT s.*, (SELECT COUNT(*) FROM share_entries e WHERE e.share_id = s.id) AS entries FROM "
-           "shares s "
+    return "SELECT s.*, c.views, c.downloads, (SELECT COUNT(*) FROM share_entries e WHERE e.share_id = s.id) "
+           "AS entries FROM shares s LEFT JOIN share_counts c ON c.share_id = s.id "
            "WHERE s.user_id = ?1" +
            condition + " ORDER BY s.created_at, s.id";
 }

@@ -141,6 +141,8 @@ protected:
             {"updateShareEntries", [&] { return c.updateShareEntries(id_, {}, {"e"}); }},
             {"updateShare", [&c, id = id_, date] { return ignoring(c.updateShare(id, date)); }},
             {"revokeShare", [&] { return c.revokeShare(id_); }},
+            {"publicShare", [&] { return ignoring(c.publicShare(id_)); }},
+            {"publicShareDownload", [&] { return ignoring(c.publicShareDownload(id_, "d")); }},
         };
     }
 };

@@ -67,18 +67,20 @@ TEST(Records, AreWhatTheTableSays) {
     for (std::string line; std::getline(file, line);)
         if (!line.starts_with("#"))
             rows.push_back(line);
-    const auto records = describeAll<
-        User, Device, AuthParams, AuthParams::Argon2, SignupRequest, LoginRequest, AuthResponse, MeResponse,
-        RecoveryBeginResponse, RecoveryCompleteRequest, ChangePasswordRequest, DeleteAccountRequest,
-        RotateRecoveryRequest, RecoveryWrappedKeyResponse, Usage, SSOConfig, SSOConfig::Apple,
-        SSOConfig::Google, SSOLoginRequest, SSOSignupRequest, LinkIdentityRequest, IdentitiesResponse,
-        PairStartRequest, PairStartResponse, PairPollResponse, PendingPairing, PendingPairingsResponse,
-        PairApproveRequest, DevicesResponse, DeviceEnvelope, DevicePatchRequest, RemoteFolder, RemoteFile,
-        FolderEnvelope, FileEnvelope, ChildrenPage, CreateFolderRequest, UpdateFolderRequest,
-        CreateFileRequest, UpdateFileRequest, FileVersion, VersionsResponse, DownloadInfo,
-        TrashRestoreResponse, CreateUploadRequest, UploadPart, CreateUploadResponse, UploadStatusResponse,
-        PartUploadResponse, CompleteUploadRequest, ChangesPage, Share, ShareEntry, CreateShareRequest,
-        ShareEnvelope, SharesResponse, ShareDetail, UpdateShareRequest, TokenPair, RefreshRequest>();
+    const auto records =
+        describeAll<User, Device, AuthParams, AuthParams::Argon2, SignupRequest, LoginRequest, AuthResponse,
+                    MeResponse, RecoveryBeginResponse, RecoveryCompleteRequest, ChangePasswordRequest,
+                    DeleteAccountRequest, RotateRecoveryRequest, RecoveryWrappedKeyResponse, Usage, SSOConfig,
+                    SSOConfig::Apple, SSOConfig::Google, SSOLoginRequest, SSOSignupRequest,
+                    LinkIdentityRequest, IdentitiesResponse, PairStartRequest, PairStartResponse,
+                    PairPollResponse, PendingPairing, PendingPairingsResponse, PairApproveRequest,
+                    DevicesResponse, DeviceEnvelope, DevicePatchRequest, RemoteFolder, RemoteFile,
+                    FolderEnvelope, FileEnvelope, ChildrenPage, CreateFolderRequest, UpdateFolderRequest,
+                    CreateFileRequest, UpdateFileRequest, FileVersion, VersionsResponse, DownloadInfo,
+                    TrashRestoreResponse, CreateUploadRequest, UploadPart, CreateUploadResponse,
+                    UploadStatusResponse, PartUploadResponse, CompleteUploadRequest, ChangesPage, Share,
+                    ShareEntry, CreateShareRequest, ShareEnvelope, SharesResponse, ShareDetail,
+                    PublicShareEntry, PublicShare, UpdateShareRequest, TokenPair, RefreshRequest>();
     ASSERT_EQ(rows.size(), records.size());
     for (std::size_t i = 0; i < rows.size(); ++i)
         EXPECT_EQ(records[i], rows[i]);
