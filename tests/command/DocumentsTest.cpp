@@ -172,7 +172,7 @@ TEST_F(Documents, BashAndFishCompleteCommandsOptionsValuesAndPaths) {
         std::vector<std::string> inFish = {"fish", "--no-config", "-c", fish};
         inFish.insert(inFish.end(), words.begin(), words.end());
         std::set<std::string> found;
-        for (auto line : lines(output(inFish)))
+        for (const auto& line : lines(output(inFish)))
             found.insert(line.ends_with('/') ? line.substr(0, line.size() - 1) : line);
         EXPECT_EQ(found, expected) << testing::PrintToString(words);
     }
