@@ -4,6 +4,7 @@
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
@@ -65,6 +66,16 @@ void Workshop::leaveQueue() {
 
 asio::awaitable<void> Workshop::pull() {
     co_await pullChanges(*client.api, *index, *masterKey_);
+}
+
+asio::awaitable<void> Workshop::pullIfPossible() {
+    try {
+        co_await pull();
+    } catch (const APIError& error) {
+        if (!error.isRetryable())
+            throw;
+        Log::warning("sync", std::string("changes were not pulled: ") + error.what());
+    }
 }
 
 asio::awaitable<void> Workshop::keepOffline() {
