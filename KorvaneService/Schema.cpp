@@ -87,6 +87,7 @@ CREATE TABLE IF NOT EXISTS blobs (
     chunk_count INTEGER NOT NULL,
     PRIMARY KEY (user_id, blob_id));
 CREATE UNIQUE INDEX IF NOT EXISTS blobs_folder ON blobs(folder);
+CREATE INDEX IF NOT EXISTS blobs_size ON blobs(user_id, encrypted_size);
 CREATE TABLE IF NOT EXISTS versions (
     file_id TEXT NOT NULL REFERENCES files(id) ON DELETE CASCADE,
     version INTEGER NOT NULL,
@@ -108,6 +109,8 @@ CREATE TABLE IF NOT EXISTS uploads (
     chunk_count INTEGER NOT NULL,
     expires_at REAL NOT NULL,
     file_id TEXT);
+CREATE INDEX IF NOT EXISTS uploads_expiry ON uploads(user_id, expires_at);
+CREATE INDEX IF NOT EXISTS uploads_open ON uploads(user_id, encrypted_size) WHERE file_id IS NULL;
 CREATE TABLE IF NOT EXISTS upload_parts (
     upload_id TEXT NOT NULL REFERENCES uploads(id) ON DELETE CASCADE,
     part_number INTEGER NOT NULL,

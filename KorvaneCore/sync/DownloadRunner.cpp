@@ -39,7 +39,8 @@ asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
     auto partial = co_await fetch();
     // Before the rename as well as after it: its event may be here before this coroutine is.
     const auto fetched = co_await offload([path = partial.path()] { return localStat(path); });
-    co_await run_.reportOwnWrite(destination_, fetched.value());
+    if (fetched)
+        co_await run_.reportOwnWrite(destination_, *fetched);
     const auto movedAside = co_await place(std::move(partial));
     const auto placed = co_await offload([this] { return localStat(destination_); });
     if (placed)

@@ -9,7 +9,7 @@ namespace Korvane {
 namespace {
 
 std::string keyOf(const std::string& rootId, const std::string& relPath) {
-    return *TransferOrigin(TransferOrigin::Sync{rootId, relPath}).dedupeKey();
+    return TransferOrigin(TransferOrigin::Sync{rootId, relPath}).dedupeKey().value_or("");
 }
 
 } // namespace

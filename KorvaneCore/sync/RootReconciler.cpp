@@ -15,8 +15,9 @@ namespace Korvane {
 namespace {
 
 /// Of an origin that is known to be a root.
-const std::string& pathIn(const TransferOrigin& origin) {
-    return origin.as<TransferOrigin::Sync>()->relPath;
+std::string pathIn(const std::optional<TransferOrigin>& origin) {
+    const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
+    return sync != nullptr ? sync->relPath : "";
 }
 
 std::optional<TransferOrigin> originOf(const TransferOutcome& outcome) {
@@ -66,7 +67,7 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
     if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
         co_await failed(*ledger, *failure);
     } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
-        ledger->mark(pathIn(*origin), PathStatus::queued);
+        ledger->mark(pathIn(origin), PathStatus::queued);
         again = true;
     } else if (const auto* upload = outcome.as<TransferOutcome::Uploaded>()) {
         again = co_await uploaded(*ledger, upload->job, upload->file.id, upload->file.version);
@@ -79,7 +80,7 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
 // A file that came and went before it was sent has failed at nothing.
 asio::awaitable<void> RootReconciler::failed(const RootLedger& ledger,
                                              const TransferOutcome::Failed& failed) {
-    const auto& relPath = pathIn(*failed.origin);
+    const auto relPath = pathIn(failed.origin);
     if (failed.kind == TransferRecord::Kind::upload && !co_await statOf(ledger.absolute(relPath))) {
         co_await parts_.queue->cancel(failed.id);
         ledger.unmark(relPath, false);
@@ -113,7 +114,7 @@ asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const U
 // other device comes to the place it leaves. False when it keeps its name here.
 asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
                                                        std::string renamed) {
-    const auto& relPath = pathIn(job.origin);
+    const auto relPath = pathIn(job.origin);
     const auto from = ledger.absolute(relPath);
     const auto to = ledger.absolute(renamed);
     const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
@@ -122,7 +123,8 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
         co_return false;
     }
     parts_.ownWrites->registerRemoval(from);
-    parts_.ownWrites->registerWrite(to, *job.sourceStat);
+    if (job.sourceStat)
+        parts_.ownWrites->registerWrite(to, *job.sourceStat);
     const auto base = ledger.base();
     const auto before = base.find(relPath);
     ledger.unmark(relPath, false);
@@ -143,7 +145,7 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
 // True when what lies there now is not what was fetched.
 asio::awaitable<bool> RootReconciler::downloaded(const RootLedger& ledger,
                                                  const TransferOutcome::Downloaded& download) {
-    const auto& relPath = pathIn(download.job.origin);
+    const auto relPath = pathIn(download.job.origin);
     const auto now = co_await statOf(ledger.absolute(relPath));
     const auto item = parts_.context.index->item(download.file.id);
     const bool isKnown = item && item->version == download.file.version;

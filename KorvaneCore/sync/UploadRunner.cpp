@@ -79,19 +79,30 @@ asio::awaitable<void> UploadRunner::hashSource() {
     });
     if (!stat)
         throw TransferQueue::PermanentFailure("Source file no longer exists");
-    if (job_.sha256 && job_.sourceStat == stat)
+    if (auto known = recordedContent(); known && known->stat == *stat) {
+        content_ = std::move(*known);
         co_return;
+    }
     co_await giveUpContent();
     if (ChunkCrypto::chunkCount(stat->size, context_.chunkSize) > KRCrypto::maxParts)
         throw APIError(APIError::BadRequest{"File too large (max 10000 parts)"});
     if (!job_.mime)
         job_.mime = co_await offload([source] { return mediaType(source); });
-    const auto hash = co_await contentHash(source, *stat);
-    job_.sourceStat = stat;
-    job_.sha256 = hash;
-    job_.plainSize = stat->size;
-    job_.blobId = masterKey_->blobId(KRCrypto::Hex::decode(hash));
+    content_.stat = *stat;
+    content_.sha256 = co_await contentHash(source, *stat);
+    content_.size = stat->size;
+    content_.blobId = masterKey_->blobId(KRCrypto::Hex::decode(content_.sha256));
+    job_.sourceStat = content_.stat;
+    job_.sha256 = content_.sha256;
+    job_.plainSize = content_.size;
+    job_.blobId = content_.blobId;
     save();
+}
+
+std::optional<UploadRunner::Content> UploadRunner::recordedContent() const {
+    if (!job_.sourceStat || !job_.sha256 || !job_.plainSize || !job_.blobId)
+        return std::nullopt;
+    return Content{*job_.sourceStat, *job_.sha256, *job_.plainSize, *job_.blobId};
 }
 
 asio::awaitable<void> UploadRunner::giveUpContent() {
@@ -133,7 +144,7 @@ asio::awaitable<void> UploadRunner::settleOldContent() {
 
 // Of several uploads of one content the first sends it; the others then find it at the service.
 asio::awaitable<RemoteFile> UploadRunner::store() {
-    const auto turn = co_await contents_.take(*job_.blobId);
+    const auto turn = co_await contents_.take(content_.blobId);
     auto plan = co_await resumeSession();
     if (!plan)
         plan = co_await beginSession();
@@ -146,13 +157,16 @@ asio::awaitable<std::optional<PartPlan>> UploadRunner::resumeSession() {
     if (!job_.uploadId || !job_.wrappedFileKey)
         co_return std::nullopt;
     try {
-        fileKey_ = masterKey_->unwrapFileKey(*job_.wrappedFileKey);
-        auto status = co_await context_.api->uploadStatus(*job_.uploadId);
+        wrappedKey_ = *job_.wrappedFileKey;
+        uploadId_ = *job_.uploadId;
+        fileKey_ = masterKey_->unwrapFileKey(wrappedKey_);
+        auto status = co_await context_.api->uploadStatus(uploadId_);
         co_return PartPlan(std::move(status.parts), chunkCount());
     } catch (const APIError& error) {
         if (!error.is<APIError::NotFound>() && !error.is<APIError::Expired>())
             throw;
     }
+    uploadId_.clear();
     job_.uploadId.reset();
     job_.wrappedFileKey.reset();
     save();
@@ -162,29 +176,32 @@ asio::awaitable<std::optional<PartPlan>> UploadRunner::resumeSession() {
 // The key is stored before anything is sealed with it: a run that follows seals the same content with it, or
 // none.
 asio::awaitable<std::optional<PartPlan>> UploadRunner::beginSession() {
-    auto answer = co_await context_.api->createUpload({*job_.blobId, encryptedSize(), chunkCount()});
+    auto answer = co_await context_.api->createUpload({content_.blobId, encryptedSize(), chunkCount()});
     if (answer.status == "exists") {
         auto key = co_await knownKey(context_, *masterKey_, job_, answer.wrappedFileKey);
-        job_.wrappedFileKey = std::move(key.wrapped);
+        wrappedKey_ = std::move(key.wrapped);
+        job_.wrappedFileKey = wrappedKey_;
         fileKey_ = std::move(key.key);
         save();
         co_return std::nullopt;
     }
     if (!answer.uploadId)
         throw TransferQueue::PermanentFailure("upload id missing");
+    uploadId_ = *answer.uploadId;
     fileKey_ = ChunkCrypto::generateFileKey();
-    job_.uploadId = answer.uploadId;
-    job_.wrappedFileKey = masterKey_->wrapFileKey(fileKey_);
+    wrappedKey_ = masterKey_->wrapFileKey(fileKey_);
+    job_.uploadId = uploadId_;
+    job_.wrappedFileKey = wrappedKey_;
     save();
     if (!answer.parts)
-        answer.parts = (co_await context_.api->uploadStatus(*job_.uploadId)).parts;
+        answer.parts = (co_await context_.api->uploadStatus(uploadId_)).parts;
     co_return PartPlan(std::move(*answer.parts), chunkCount());
 }
 
 asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
     for (int round = 0; round < mostRounds; ++round) {
         co_await sendParts(plan.missing(sent_));
-        plan = PartPlan((co_await context_.api->uploadStatus(*job_.uploadId)).parts, chunkCount());
+        plan = PartPlan((co_await context_.api->uploadStatus(uploadId_)).parts, chunkCount());
         if (!plan.missing(sent_).empty())
             continue;
         try {
@@ -204,7 +221,7 @@ asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
 asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts) {
     if (parts.empty())
         co_return;
-    SendState state{std::move(parts), 0, *job_.plainSize, false, co_await offload([this] {
+    SendState state{std::move(parts), 0, content_.size, false, co_await offload([this] {
                         requireUnchanged();
                         return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize);
                     })};
@@ -221,7 +238,7 @@ asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts)
 }
 
 asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
-    KRCrypto::Bytes buffer(static_cast<std::size_t>(std::min(context_.chunkSize, *job_.plainSize)) +
+    KRCrypto::Bytes buffer(static_cast<std::size_t>(std::min(context_.chunkSize, content_.size)) +
                            KRCrypto::gcmTagSize);
     while (state.next < state.parts.size() && !state.urlsExpired) {
         const auto part = state.parts[state.next++];
@@ -240,7 +257,7 @@ asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
         }
         sent_.insert(part.index);
         state.progress += static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
-        run_.setProgress(state.progress, *job_.plainSize);
+        run_.setProgress(state.progress, content_.size);
     }
 }
 
@@ -273,25 +290,25 @@ asio::awaitable<RemoteFile> UploadRunner::registerFile() {
 asio::awaitable<RemoteFile> UploadRunner::registerOnce() {
     const auto fileName = name();
     const KRCrypto::FileMeta meta(
-        fileName, job_.mime.value_or("application/octet-stream"), *job_.plainSize, *job_.sha256,
-        KRJSON::formatDate(job_.mtime.value_or(dateSince1970(job_.sourceStat->mtime))));
+        fileName, job_.mime.value_or("application/octet-stream"), content_.size, content_.sha256,
+        KRJSON::formatDate(job_.mtime.value_or(dateSince1970(content_.stat.mtime))));
     const auto newId = job_.fileId ? std::nullopt : std::optional(job_.clientFileId);
-    if (job_.uploadId) {
+    if (!uploadId_.empty()) {
         CompleteUploadRequest request{job_.folderId,
                                       newId,
                                       job_.fileId,
                                       job_.fileId ? job_.baseVersion : std::nullopt,
                                       masterKey_->sealMeta(meta),
                                       masterKey_->nameBlindIndex(fileName),
-                                      *job_.wrappedFileKey};
-        co_return co_await context_.api->completeUpload(*job_.uploadId, std::move(request));
+                                      wrappedKey_};
+        co_return co_await context_.api->completeUpload(uploadId_, std::move(request));
     }
     CreateFileRequest request{newId,
                               job_.folderId,
                               masterKey_->sealMeta(meta),
                               masterKey_->nameBlindIndex(fileName),
-                              *job_.blobId,
-                              *job_.wrappedFileKey,
+                              content_.blobId,
+                              wrappedKey_,
                               chunkCount(),
                               encryptedSize(),
                               job_.fileId,
@@ -354,7 +371,7 @@ void UploadRunner::folderMissing(const APIError::FolderMissing& missing) {
 
 // A file is complete without its thumbnail, so what goes wrong here is logged and the upload succeeds.
 asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
-    if (!job_.mime->starts_with("image/") || *job_.plainSize > largestPicture)
+    if (!job_.mime.value_or("").starts_with("image/") || content_.size > largestPicture)
         co_return;
     try {
         const auto sealed = co_await offload([this] {
@@ -374,15 +391,15 @@ asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
 }
 
 std::int64_t UploadRunner::chunkCount() const {
-    return ChunkCrypto::chunkCount(*job_.plainSize, context_.chunkSize);
+    return ChunkCrypto::chunkCount(content_.size, context_.chunkSize);
 }
 
 std::int64_t UploadRunner::encryptedSize() const {
-    return ChunkCrypto::encryptedSize(*job_.plainSize, context_.chunkSize);
+    return ChunkCrypto::encryptedSize(content_.size, context_.chunkSize);
 }
 
 void UploadRunner::requireUnchanged() const {
-    if (localStat(job_.sourcePath) != job_.sourceStat)
+    if (localStat(job_.sourcePath) != content_.stat)
         throw KRCryptoError(KRCryptoError::FileChangedDuringRead{});
 }
 

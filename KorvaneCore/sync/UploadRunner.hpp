@@ -30,7 +30,16 @@ public:
     asio::awaitable<TransferOutcome::Uploaded> upload();
 
 private:
+    /// What is sent, as it was hashed.
+    struct Content {
+        LocalStat stat;
+        std::string sha256; ///< in hex
+        std::int64_t size = 0;
+        std::string blobId;
+    };
+
     asio::awaitable<void> hashSource();
+    [[nodiscard]] std::optional<Content> recordedContent() const;
     asio::awaitable<RemoteFile> store();
     asio::awaitable<void> addThumbnail(const RemoteFile& file);
 
@@ -62,6 +71,9 @@ private:
     Turns& contents_;
     UploadJob job_;
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
+    Content content_;
+    std::string uploadId_; ///< of the session; empty for a blob that the service has
+    KRCrypto::Bytes wrappedKey_;
     KRCrypto::SecretBytes fileKey_;
     std::set<std::int64_t> sent_; ///< chunks, in this run
 };

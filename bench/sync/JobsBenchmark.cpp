@@ -121,7 +121,8 @@ private:
 struct Client {
     explicit Client(const std::string& url) {
         KRConfiguration configuration;
-        configuration.apiBaseURL = KRConfiguration::parseBaseURL(url).value();
+        if (const auto parsed = KRConfiguration::parseBaseURL(url))
+            configuration.apiBaseURL = *parsed;
         job.api = std::make_shared<APIClient>(context.get_executor(), configuration,
                                               std::make_shared<FileKeychain>(folder / "keychain.json"));
         job.index = std::make_shared<LocalIndex>(folder / "index.sqlite");
@@ -351,9 +352,7 @@ std::pair<double, double> transportBounds(Client& client, const Load& load) {
     return {put, get};
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     if (argc < 3) {
         std::fprintf(stderr, "usage: jobs-benchmark COUNT SIZE [LATENCY]\n");
         return 2;
@@ -382,4 +381,15 @@ int main(int argc, char** argv) {
     print("up", load, up, uploadRequests, put, crypto);
     print("down", load, down, downloadRequests, get, crypto);
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "jobs-benchmark: %s\n", error.what());
+        return 1;
+    }
 }

@@ -82,6 +82,8 @@ TEST_F(UploadJobTest, TheKeyOfAStoredBlobIsFoundWhereverItIs) {
     index_->reset();
     device.run(device.api()->deleteFile(original.id));
     EXPECT_EQ(run(uploadOf(folder_ / "unknown")).blobId, original.blobId) << "from the Trash";
+    runner_.reset(); // before the device it works with
+    context_ = {};
 }
 
 /// Every call of an upload fails in every way, once; the runs that follow end with one file of the right
