@@ -13,6 +13,21 @@ namespace KRCrypto {
 void wipe(MutableBytes bytes) noexcept;
 void wipe(std::string& text) noexcept;
 
+// Overwrites a text or bytes that may be a secret when it ends, however its scope is left.
+template <class Container>
+class WipedAtEnd {
+public:
+    explicit WipedAtEnd(Container& bytes) noexcept : bytes_(bytes) {}
+
+    WipedAtEnd(const WipedAtEnd&) = delete;
+    WipedAtEnd& operator=(const WipedAtEnd&) = delete;
+
+    ~WipedAtEnd() { wipe(bytes_); }
+
+private:
+    Container& bytes_;
+};
+
 // A key, a password, or text that holds one. Its bytes are overwritten before their memory is given back: at
 // the end of its life, when it is assigned to and when it shrinks or grows. Copies are secrets of their own;
 // a moved-from one is empty. It cannot be printed or formatted, and turns into a plain container only by an

@@ -1,5 +1,6 @@
 #include "KorvaneCommand/AccountCommands.hpp"
 
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/GivenSecret.hpp"
@@ -83,10 +84,16 @@ int signIn(const AccountRequest& request) {
     return ExitCode::done;
 }
 
+// What is left of the account goes even where the sign-in has ended before.
 int signOut(const AccountRequest&) {
+    const auto lock = AccountData::claim();
     Client client;
-    client.requireSession();
-    client.run(client.account.signOut());
+    const bool wasSignedIn = client.run(client.account.restoreSession());
+    if (wasSignedIn)
+        client.run(client.account.signOut());
+    AccountData::forget();
+    if (!wasSignedIn)
+        throw APIError(APIError::NotSignedIn{});
     std::puts("Signed out.");
     return ExitCode::done;
 }
@@ -143,7 +150,10 @@ int renameDevice(const AccountRequest& request) {
     Client client;
     client.requireSession();
     const auto device = client.run(client.api->updateDevice(request.device, request.name, std::nullopt));
-    std::printf("%s is now called \"%s\".\n", device.id.c_str(), device.name.c_str());
+    if (request.json)
+        std::puts(KRJSON::write(device).c_str());
+    else
+        std::printf("%s is now called \"%s\".\n", device.id.c_str(), device.name.c_str());
     return ExitCode::done;
 }
 
@@ -172,7 +182,7 @@ struct Adder {
 
 void addEmail(CLI::App& command, AccountRequest& request) {
     command.add_option("EMAIL", request.email, "E-mail address of the account")->required();
-    command.add_option("--service", request.service, "URL of the service, from now on");
+    command.add_option("--service", request.service, "URL of the service, from now on")->type_name("URL");
 }
 
 void addPassword(CLI::App& command, std::optional<int>& fd, const std::string& option,
@@ -186,11 +196,12 @@ void addJSON(CLI::App& command, AccountRequest& request) {
 }
 
 void addDevices(const Adder& adder) {
-    auto* devices = adder.app.add_subcommand("devices", "The account's signed-in devices");
+    auto* devices = adder.app.add_subcommand("devices", "Manage the devices");
     devices->require_subcommand(1);
     const auto [list, listing] = adder.add(*devices, "list", "List them", listDevices);
     addJSON(*list, *listing);
     const auto [rename, renaming] = adder.add(*devices, "rename", "Give one a new name", renameDevice);
+    addJSON(*rename, *renaming);
     rename->add_option("ID", renaming->device, "Its identifier")->required();
     rename->add_option("NAME", renaming->name, "Its new name")->required();
     const auto [revoke, revoking] = adder.add(*devices, "revoke", "Sign one out", revokeDevice);
@@ -204,7 +215,8 @@ void addAccountCommands(CLI::App& app, int& status) {
     const auto [up, signingUp] = adder.add(app, "sign-up", "Make an account", signUp);
     addEmail(*up, *signingUp);
     addPassword(*up, signingUp->passwordFD, "--password-fd", "password");
-    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one");
+    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
+        ->type_name("CODE");
     addJSON(*up, *signingUp);
 
     const auto [in, signingIn] = adder.add(app, "sign-in", "Sign in on this device", signIn);
@@ -212,10 +224,9 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*in, signingIn->passwordFD, "--password-fd", "password");
     addJSON(*in, *signingIn);
 
-    adder.add(app, "sign-out", "Sign out and forget the keys on this device", signOut);
+    adder.add(app, "sign-out", "Sign out, forget keys", signOut);
 
-    const auto [back, recovering] =
-        adder.add(app, "recover", "Set a new password with the recovery code", recover);
+    const auto [back, recovering] = adder.add(app, "recover", "Recover a lost password", recover);
     addEmail(*back, *recovering);
     addPassword(*back, recovering->codeFD, "--code-fd", "recovery code");
     addPassword(*back, recovering->newPasswordFD, "--new-password-fd", "new password");
@@ -225,12 +236,11 @@ void addAccountCommands(CLI::App& app, int& status) {
     addPassword(*password, changing->passwordFD, "--password-fd", "current password");
     addPassword(*password, changing->newPasswordFD, "--new-password-fd", "new password");
 
-    const auto [code, rotating] =
-        adder.add(app, "recovery-code", "Replace the recovery code by a new one", newRecoveryCode);
+    const auto [code, rotating] = adder.add(app, "recovery-code", "Renew the recovery code", newRecoveryCode);
     addPassword(*code, rotating->passwordFD, "--password-fd", "password");
     addJSON(*code, *rotating);
 
-    const auto [who, asking] = adder.add(app, "whoami", "Who is signed in here", whoami);
+    const auto [who, asking] = adder.add(app, "whoami", "Tell who is signed in", whoami);
     addJSON(*who, *asking);
     addDevices(adder);
 }

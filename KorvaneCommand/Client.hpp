@@ -14,7 +14,9 @@
 
 namespace Korvane {
 
-/// The core, as a command uses it: one thread, which runs while the command waits for something.
+/// The core, as a command uses it: one thread, which runs while the command waits for something. When the
+/// service takes this device's sign-in no longer, its tokens and its master key are forgotten and standard
+/// error says how to sign in again; the index stays, for the same account's next sign-in.
 class Client {
 public:
     Client();
@@ -41,6 +43,8 @@ public:
 
 private:
     void finish();
+    void endSignIn(const APIError& error);
+    asio::awaitable<void> forgetKeys();
 };
 
 } // namespace Korvane

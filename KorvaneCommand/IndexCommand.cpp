@@ -143,7 +143,7 @@ int verify(const IndexRequest& request) {
 } // namespace
 
 void addIndexCommand(CLI::App& app, int& status) {
-    auto* index = app.add_subcommand("index", "What the local index holds; changes nothing");
+    auto* index = app.add_subcommand("index", "Look into local index");
     index->require_subcommand(1);
     const auto request = std::make_shared<IndexRequest>();
     const auto add = [&](const char* name, const char* help, int (*run)(const IndexRequest&)) {
@@ -158,10 +158,10 @@ void addIndexCommand(CLI::App& app, int& status) {
     searching->add_option("--limit", request->limit, "Most results to print")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
-    add("ls", "List a folder", list)
+    add("list", "List a folder", list)
         ->add_option("PATH", request->path, "The folder, from the root")
         ->capture_default_str();
-    add("verify", "Look for damage and contradictions; exits with 1 when there are any", verify);
+    add("verify", "Look for damage and contradictions", verify)->footer("Exits with 1 when there are any.");
 }
 
 } // namespace Korvane

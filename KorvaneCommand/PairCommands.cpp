@@ -148,21 +148,21 @@ void addPairCommands(CLI::App& app, int& status) {
     pair->require_subcommand(1);
     const auto request = std::make_shared<PairRequest>();
 
-    auto* starting = pair->add_subcommand(
-        "start", "On the new device: shows a code, then digits to compare, and signs in.\nThe answer to the "
-                 "question is read from standard input.");
+    auto* starting =
+        pair->add_subcommand("start", "On the new device: show a code, then digits to compare, and sign in");
     starting->add_option("--service", request->service, "URL of the service, from the sign-in on");
     starting->add_option("--name", request->name, "What this device is to be called");
-    starting->add_flag("--json", request->json, "Print one line of JSON for each step");
+    starting->add_flag("--json", request->json,
+                       "Print one line of JSON for each step; answers are read from standard input as ever");
     starting->callback([request, &status] { status = start(*request); });
 
     auto* approving = pair->add_subcommand(
-        "approve", "On a signed-in device: shows digits to compare, and hands the account's key over.\nThe "
-                   "answer to the question is read from standard input.");
+        "approve", "On a signed-in device: show digits to compare, and hand the account's key over");
     approving->add_option("CODE", request->code, "The code on the new device")->required();
     approving->add_flag("--digits", request->typesDigits,
                         "Show no digits: read those of the new device and compare them here");
-    approving->add_flag("--json", request->json, "Print one line of JSON for each step");
+    approving->add_flag("--json", request->json,
+                        "Print one line of JSON for each step; answers are read from standard input as ever");
     approving->callback([request, &status] { status = approve(*request); });
 }
 

@@ -1,5 +1,9 @@
 #include "KorvaneCommand/Printable.hpp"
 
+#include <fmt/format.h>
+
+#include <iterator>
+
 namespace Korvane {
 
 std::string printable(const std::string& text) {
@@ -12,6 +16,14 @@ std::string printable(const std::string& text) {
         shown += c1 || byte < 0x20 || byte == 0x7F ? '?' : c;
     }
     return shown;
+}
+
+std::string byteCount(double bytes) {
+    static constexpr const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    std::size_t unit = 0;
+    for (; bytes >= 1024 && unit + 1 < std::size(units); ++unit)
+        bytes /= 1024;
+    return fmt::format("{:.{}f} {}", bytes, unit == 0 ? 0 : 1, units[unit]);
 }
 
 } // namespace Korvane

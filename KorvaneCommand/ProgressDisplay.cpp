@@ -1,5 +1,6 @@
 #include "KorvaneCommand/ProgressDisplay.hpp"
 
+#include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
 #include <fmt/format.h>
@@ -10,14 +11,6 @@
 namespace Korvane {
 
 namespace {
-
-std::string bytesText(double bytes) {
-    static constexpr const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    std::size_t unit = 0;
-    for (; bytes >= 1024 && unit + 1 < std::size(units); ++unit)
-        bytes /= 1024;
-    return fmt::format("{:.{}f} {}", bytes, unit == 0 ? 0 : 1, units[unit]);
-}
 
 std::string durationText(double seconds) {
     const auto whole = static_cast<long>(std::min(seconds, 359'999.0));
@@ -42,8 +35,8 @@ std::string ProgressDisplay::line(const TransferQueueStats& stats) {
     auto text = fmt::format("{} moving, {} waiting, {} failed", stats.running, stats.pending + stats.paused,
                             stats.failed);
     if (stats.running > 0)
-        text += fmt::format("; {} of {}, {}/s", bytesText(static_cast<double>(stats.bytesDone)),
-                            bytesText(static_cast<double>(stats.bytesTotal)), bytesText(rate_));
+        text += fmt::format("; {} of {}, {}/s", byteCount(static_cast<double>(stats.bytesDone)),
+                            byteCount(static_cast<double>(stats.bytesTotal)), byteCount(rate_));
     if (stats.running > 0 && rate_ > 1)
         text += fmt::format(", {} left", durationText(left / rate_));
     return text;

@@ -66,6 +66,12 @@ struct QueueReport {
 
 BOOST_DESCRIBE_STRUCT(QueueReport, (), (paused, metered, transfers))
 
+struct CancelReport {
+    std::vector<std::string> cancelling;
+};
+
+BOOST_DESCRIBE_STRUCT(CancelReport, (), (cancelling))
+
 struct ActivityReport {
     TransferRecord::Date at;
     std::string kind;
@@ -201,7 +207,10 @@ int cancel(const QueueRequest& request) {
             all);
     }
     queue.requests.cancel(ids);
-    fmt::print("Cancelling {} transfer{}.\n", ids.size(), ids.size() == 1 ? "" : "s");
+    if (request.json)
+        std::puts(KRJSON::write(CancelReport{ids}).c_str());
+    else
+        fmt::print("Cancelling {} transfer{}.\n", ids.size(), ids.size() == 1 ? "" : "s");
     return ExitCode::done;
 }
 
@@ -224,7 +233,7 @@ int printActivity(const QueueRequest& request) {
 } // namespace
 
 void addQueueCommand(CLI::App& app, int& status) {
-    auto* queue = app.add_subcommand("queue", "The transfers that wait, run or have failed");
+    auto* queue = app.add_subcommand("queue", "Show, steer transfers");
     queue->require_subcommand(0, 1);
     const auto request = std::make_shared<QueueRequest>();
     queue->add_flag("--json", request->json, "Print one line of JSON");
@@ -243,6 +252,7 @@ void addQueueCommand(CLI::App& app, int& status) {
     add("retry", "Try failed transfers again", retry);
     add("nudge", "Try now what waits for its next attempt", nudge);
     auto* cancelling = add("cancel", "Discard transfers", cancel);
+    cancelling->add_flag("--json", request->json, "Print one line of JSON");
     auto* what = cancelling->add_option_group("what");
     what->add_option("ID", request->id, "The transfer with this identity");
     what->add_flag("--failed", request->onlyFailed, "All that have failed");
@@ -255,7 +265,7 @@ void addQueueCommand(CLI::App& app, int& status) {
 }
 
 void addActivityCommand(CLI::App& app, int& status) {
-    auto* command = app.add_subcommand("activity", "What was uploaded and downloaded lately, newest first");
+    auto* command = app.add_subcommand("activity", "Show past transfers");
     const auto request = std::make_shared<QueueRequest>();
     command->add_option("--limit", request->limit, "Most rows to print")
         ->check(CLI::PositiveNumber)

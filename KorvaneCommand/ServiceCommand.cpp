@@ -2,6 +2,7 @@
 
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UserFolders.hpp"
 #include "KorvaneService/Service.hpp"
 
@@ -58,29 +59,34 @@ int serve(const ServiceRequest& request) {
         std::printf("Listening on %s, data in %s. Ctrl-C stops it.\n", listening.url.c_str(),
                     listening.data.c_str());
     std::fflush(stdout);
+    ServiceManager::ready("Listening on " + listening.url);
     waiting.run();
+    ServiceManager::stopping();
     return ExitCode::done;
 }
 
 } // namespace
 
 void addServiceCommand(CLI::App& app, int& status) {
-    auto* command =
-        app.add_subcommand("service", "Run the storage service on this computer, until interrupted");
+    auto* command = app.add_subcommand("service", "Run a storage service");
+    command->footer("The service listens on 127.0.0.1 until it is interrupted.");
     const auto request = std::make_shared<ServiceRequest>();
     auto& settings = request->settings;
     command->add_option("--port", settings.port, "Port on 127.0.0.1; 0 for any free one")
         ->capture_default_str();
-    command->add_option("--data", settings.folder,
-                        "Folder for its data (default: korvane-service in your data folder)");
+    command
+        ->add_option("--data", settings.folder,
+                     "Folder for its data (default: korvane-service in your data folder)")
+        ->type_name("DIR");
     command->add_option("--quota", request->quotaGiB, "Room of a new account in GiB")
         ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 20))
         ->capture_default_str();
     command->add_option("--token-lifetime", request->tokenLifetime, "Seconds an access token is valid")
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{86400}))
         ->capture_default_str();
-    auto* invite = command->add_option("--invite-code", settings.inviteCode,
-                                       "Let only those sign up who have this code");
+    auto* invite =
+        command->add_option("--invite-code", settings.inviteCode, "Let only those sign up who have this code")
+            ->type_name("CODE");
     command->add_flag("--json", request->json, "Print one line of JSON once it listens");
     command->callback([request, invite, &status] {
         if (invite->count() > 0)

@@ -138,7 +138,7 @@ void print(const ShareReport& report, bool showsLinks) {
 
 int list(const ShareRequest& request) {
     Workshop workshop;
-    workshop.client.run(workshop.pullIfPossible());
+    workshop.client.run(workshop.pull());
     auto service = shareServiceOf(workshop);
     std::vector<ShareReport> reports;
     for (const auto& listed : workshop.client.run(service.list()))
@@ -232,14 +232,12 @@ void addShareCommands(CLI::App& app, int& status) {
     auto* revoking = add("revoke", "End a share; what was fetched already stays where it is", revoke);
     revoking->add_option("ID", request->id, "Its identifier")->required();
 
-    auto* opening = add("open",
-                        "Fetch what a link leads to, without an account.\nA link under this device's web "
-                        "address is asked of this device's service. For any other\none, --service names the "
-                        "API: a link says where its web page is, not where its API is.",
-                        open);
+    auto* opening = add("open", "Fetch what a link leads to, without an account", open);
     opening->add_option("URL", request->link, "The link, with the part after \"#\"")->required();
     opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)");
-    opening->add_option("--service", request->service, "URL of the API that the link's service has");
+    opening->add_option(
+        "--service", request->service,
+        "URL of the API behind the link; needed unless the link is under this device's web address");
     opening->add_option("--password-fd", request->passwordFD, "Read the password from this file descriptor")
         ->check(CLI::NonNegativeNumber);
     addJSON(opening);

@@ -103,9 +103,10 @@ int report(const StatusRequest& request) {
 } // namespace
 
 void addStatusCommand(CLI::App& app, int& status) {
-    auto* command = app.add_subcommand("status", "The sync state of files and folders");
+    auto* command = app.add_subcommand("status", "Show the sync state");
     const auto request = std::make_shared<StatusRequest>();
-    command->add_option("PATH", request->paths, "Files and folders (default: the synced folders)");
+    command->add_option("PATH", request->paths, "Files and folders (default: the synced folders)")
+        ->type_name("FILE");
     command->add_flag("--json", request->json, "Print one line of JSON");
     command->add_flag("--watch", request->watch, "Print again after each change, until interrupted");
     command->callback([request, &status] { status = report(*request); });

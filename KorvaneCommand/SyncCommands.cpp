@@ -1,11 +1,15 @@
 #include "KorvaneCommand/SyncCommands.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneCore/sync/TransferJob.hpp"
 
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -61,6 +65,11 @@ asio::awaitable<SyncRoot> added(Workshop& workshop, const SyncRequest& request) 
     const auto folder = fs::canonical(request.folder).string();
     if (!fs::is_directory(folder))
         throw std::runtime_error(folder + " is no folder");
+    if (!KRCrypto::isUTF8(folder))
+        throw std::runtime_error("a folder whose path is not UTF-8 cannot be synced");
+    const auto container = SharedContainer::location().string();
+    if (folder == container || folder.starts_with(container + "/"))
+        throw std::runtime_error(folder + " is Korvane's own");
     for (const auto& other : SyncRoots::all(*workshop.index))
         if (overlap(folder, other.path))
             throw std::runtime_error(other.path + " is synced already");
@@ -82,6 +91,20 @@ int add(const SyncRequest& request) {
     return ExitCode::done;
 }
 
+/// What waits for a folder that is no longer synced is not wanted any more.
+void cancelUploads(Workshop& workshop, const std::string& rootId) {
+    using enum TransferRecord::State;
+    std::vector<std::string> ids;
+    for (const auto& record : workshop.index->transfers({{pending, running, paused, failed}}, -1)) {
+        const auto job = readableJob(record);
+        const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
+        const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
+        if (origin != nullptr && origin->rootId == rootId)
+            ids.push_back(record.id);
+    }
+    workshop.requests->cancel(ids);
+}
+
 int remove(const SyncRequest& request) {
     Workshop workshop;
     const auto roots = SyncRoots::all(*workshop.index);
@@ -91,9 +114,14 @@ int remove(const SyncRequest& request) {
     if (found == roots.end())
         throw std::runtime_error("\"" + request.root + "\" is not synced");
     SyncRoots::remove(*workshop.index, found->id);
+    cancelUploads(workshop, found->id);
     workshop.status->clearRoot(found->path);
     tellOthers(workshop);
-    std::printf("%s is no longer synced; its files stay where they are.\n", printable(found->path).c_str());
+    if (request.json)
+        std::puts(KRJSON::write(*found).c_str());
+    else
+        std::printf("%s is no longer synced; its files stay where they are.\n",
+                    printable(found->path).c_str());
     return ExitCode::done;
 }
 
@@ -127,7 +155,24 @@ private:
     std::optional<StatsReport> shown_;
 };
 
-asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& request) {
+/// One line on the transfers, for the service manager when it changes.
+class ManagerStatus {
+public:
+    void show(const TransferQueueStats& stats) {
+        auto line = std::to_string(stats.running) + " transfers run, " + std::to_string(stats.pending) +
+                    " wait, " + std::to_string(stats.failed) + " failed";
+        if (line == shown_)
+            return;
+        ServiceManager::status(line);
+        shown_ = std::move(line);
+    }
+
+private:
+    std::string shown_;
+};
+
+/// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
+asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
     asio::steady_timer look(executor);
     bool stopped = false;
@@ -136,56 +181,77 @@ asio::awaitable<void> runUntilStopped(Workshop& workshop, const SyncRequest& req
         stopped = !error;
         look.cancel();
     });
-    if (!co_await workshop.startTransfers())
-        throw std::runtime_error("another korvane is at work on this account's transfers");
-    co_await workshop.pullIfPossible();
-    co_await workshop.startSync();
+    co_await session.startSync();
+    ServiceManager::ready("Mirroring");
     ProgressDisplay display;
     Events events;
+    ManagerStatus managerStatus;
     for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
+        managerStatus.show(stats);
         if (request.json)
             events.show(stats);
         else
             display.show(stats);
-        quiet = stats.pending + stats.running == 0 && workshop.isReconciled() ? quiet + 1 : 0;
+        quiet = stats.pending + stats.running == 0 && session.isReconciled() ? quiet + 1 : 0;
         look.expires_after(lookInterval);
         boost::system::error_code woken;
         co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
+    ServiceManager::stopping();
     display.end();
     signals.cancel();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
+    if (!co_await session.during(watch(session, workshop, request)))
+        throw std::runtime_error("another korvane is at work on this account's transfers");
+    co_await workshop.publishWidgets();
 }
 
 int run(const SyncRequest& request) {
     Workshop workshop;
-    workshop.client.run(runUntilStopped(workshop, request));
-    return ExitCode::done;
+    SyncSession session(workshop);
+    workshop.client.run(mirror(session, workshop, request));
+    const auto& tally = session.tally();
+    if (request.json)
+        std::puts(KRJSON::write(tally).c_str());
+    else
+        std::printf("%s.\n", tally.text().c_str());
+    if (!session.isComplete())
+        std::fputs("korvane: not everything could be mirrored; `korvane status` shows what is left.\n",
+                   stderr);
+    return session.isComplete() && tally.failures == 0 ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace
 
 void addSyncCommands(CLI::App& app, int& status) {
-    auto* sync = app.add_subcommand("sync", "Which folders are mirrored to the account");
+    auto* sync = app.add_subcommand("sync", "Choose mirrored folders");
     sync->require_subcommand(1);
     const auto request = std::make_shared<SyncRequest>();
 
     auto* adding = sync->add_subcommand("add", "Mirror a folder");
-    adding->add_option("FOLDER", request->folder, "The folder")->required();
-    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)");
+    adding->add_option("FOLDER", request->folder, "The folder")->required()->type_name("DIR");
+    adding->add_option("--to", request->to, "Folder of the account (default: of the same name)")
+        ->type_name("FOLDER");
     adding->add_flag("--json", request->json, "Print one line of JSON");
     adding->callback([request, &status] { status = add(*request); });
 
     auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
-    removing->add_option("FOLDER", request->root, "The folder, or its identifier")->required();
+    removing->add_option("FOLDER", request->root, "The folder, or its identifier")
+        ->required()
+        ->type_name("DIR");
+    removing->add_flag("--json", request->json, "Print one line of JSON");
     removing->callback([request, &status] { status = remove(*request); });
 
     auto* listing = sync->add_subcommand("list", "List them");
     listing->add_flag("--json", request->json, "Print one line of JSON");
     listing->callback([request, &status] { status = list(*request); });
 
-    auto* running = app.add_subcommand("run", "Mirror the folders and move what waits, until interrupted");
+    auto* running = app.add_subcommand("run", "Mirror and transfer now");
+    running->footer(
+        "Mirrors the synced folders and carries out the waiting transfers until it is interrupted.");
     running->add_flag("--json", request->json, "Print a line of JSON after each change");
     running->add_flag("--once", request->once, "End once everything is in the account");
     running->callback([request, &status] { status = run(*request); });

@@ -3,7 +3,7 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
-#include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/SyncSession.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
@@ -68,26 +68,27 @@ std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
     return std::nullopt;
 }
 
-/// Runs the queue until every file of the batch has settled.
-asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    std::vector<FileReport> reports;
-    if (!co_await workshop.startTransfers()) {
-        for (const auto& file : batch)
-            reports.push_back({file.name, "queued", std::nullopt});
-        co_return reports;
-    }
+/// Until every file of the batch has settled.
+asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector<FileReport>& reports) {
     ProgressDisplay display;
-    for (std::size_t next = 0; next < batch.size();) {
-        if (auto report = settled(*workshop.index, batch[next])) {
+    while (reports.size() < batch.size()) {
+        if (auto report = settled(*workshop.index, batch[reports.size()])) {
             reports.push_back(std::move(*report));
-            ++next;
             continue;
         }
         display.show(co_await workshop.queue->stats());
         co_await systemClock()->sleep(lookInterval);
     }
     display.end();
-    co_await workshop.stopTransfers();
+}
+
+asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
+    std::vector<FileReport> reports;
+    SyncSession session(workshop);
+    if (co_await session.during(follow(workshop, batch, reports)))
+        co_return reports;
+    for (const auto& file : batch)
+        reports.push_back({file.name, "queued", std::nullopt});
     co_return reports;
 }
 
@@ -204,17 +205,20 @@ int transfer(const TransferRequest& request,
 } // namespace
 
 void addTransferCommands(CLI::App& app, int& status) {
-    auto* upload = app.add_subcommand("upload", "Upload files and folders");
+    auto* upload = app.add_subcommand("upload", "Upload files or folders");
     const auto up = std::make_shared<TransferRequest>();
-    upload->add_option("PATH", up->paths, "Files and folders")->required();
-    upload->add_option("--to", up->remote, "Folder of the account, made if missing (default: its root)");
+    upload->add_option("PATH", up->paths, "Files and folders")->required()->type_name("FILE");
+    upload->footer("Exits with 1 when one of the files could not be uploaded; the others are.");
+    upload->add_option("--to", up->remote, "Folder of the account, made if missing (default: its root)")
+        ->type_name("FOLDER");
     upload->add_flag("--json", up->json, "Print one line of JSON");
     upload->callback([up, &status] { status = transfer(*up, uploadAll); });
 
-    auto* download = app.add_subcommand("download", "Download a file or folder");
+    auto* download = app.add_subcommand("download", "Download file or folder");
     const auto down = std::make_shared<TransferRequest>();
     download->add_option("REMOTE", down->remote, "Path in the account")->required();
-    download->add_option("DEST", down->destination, "Where to put it (default: here)");
+    download->add_option("DEST", down->destination, "Where to put it (default: here)")->type_name("FILE");
+    download->footer("Exits with 1 when one of the files could not be downloaded; the others are.");
     download->add_flag("--json", down->json, "Print one line of JSON");
     download->callback([down, &status] { status = transfer(*down, downloadAll); });
 }

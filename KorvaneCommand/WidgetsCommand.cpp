@@ -2,6 +2,7 @@
 
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/LocalSnapshot.hpp"
+#include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
 
@@ -14,6 +15,7 @@ namespace {
 
 struct PublishRequest {
     LocalSnapshotSources sources;
+    bool fromIndex = false;
     bool hide = false;
     bool show = false;
     bool clear = false;
@@ -30,6 +32,27 @@ void report(const WidgetSnapshot& snapshot, bool json) {
                     snapshot.onThisDay ? "a photo for today" : "no photo");
 }
 
+void choose(const PublishRequest& request) {
+    if (request.hide)
+        WidgetStore::setHideContent(true);
+    if (request.show)
+        WidgetStore::setHideContent(false);
+}
+
+WidgetSnapshot publishLocal(const PublishRequest& request) {
+    // Composed before anything changes, so a source that cannot be read leaves all as it was.
+    const auto composed = composeLocalSnapshot(request.sources, std::chrono::system_clock::now());
+    choose(request);
+    const auto wanted = request.hide ? LocalSnapshot{WidgetSnapshot::hidden, std::nullopt} : composed;
+    return WidgetStore::save(wanted.snapshot, wanted.thumbnail);
+}
+
+WidgetSnapshot publishIndex(const PublishRequest& request) {
+    Workshop workshop;
+    choose(request);
+    return workshop.client.run(workshop.publishWidgets()).snapshot;
+}
+
 int publish(const PublishRequest& request) {
     if (request.sources.pins.size() > WidgetStore::maxPins) {
         std::fprintf(stderr, "korvane: at most %zu items can be pinned.\n", WidgetStore::maxPins);
@@ -40,14 +63,7 @@ int publish(const PublishRequest& request) {
         std::puts(request.json ? "null" : "Cleared: the widgets ask to sign in.");
         return ExitCode::done;
     }
-    // Composed before anything changes, so a source that cannot be read leaves all as it was.
-    const auto composed = composeLocalSnapshot(request.sources, std::chrono::system_clock::now());
-    if (request.hide)
-        WidgetStore::setHideContent(true);
-    if (request.show)
-        WidgetStore::setHideContent(false);
-    const auto wanted = request.hide ? LocalSnapshot{WidgetSnapshot::hidden, std::nullopt} : composed;
-    const auto published = WidgetStore::save(wanted.snapshot, wanted.thumbnail);
+    const auto published = request.fromIndex ? publishIndex(request) : publishLocal(request);
     if (published.contentHidden && !request.hide)
         std::fputs("korvane: widget content is hidden; --show shows it again.\n", stderr);
     report(published, request.json);
@@ -57,25 +73,33 @@ int publish(const PublishRequest& request) {
 } // namespace
 
 void addWidgetsCommand(CLI::App& app, int& status) {
-    auto* widgets = app.add_subcommand("widgets", "What the desktop widgets show");
+    auto* widgets = app.add_subcommand("widgets", "Publish to the widgets");
     widgets->require_subcommand(1);
     auto* command = widgets->add_subcommand("publish", "Publish files of this computer to the widgets");
     const auto request = std::make_shared<PublishRequest>();
     auto* pin =
-        command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8");
-    auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"");
+        command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8")
+            ->type_name("FILE");
+    auto* photo = command->add_option("--photo", request->sources.photo, "Picture for \"On this day\"")
+                      ->type_name("FILE");
     command
         ->add_option("--years", request->sources.yearsAgo,
                      "Years since the picture (default: by its file's date)")
         ->check(CLI::Range(1, 200))
         ->needs(photo);
+    auto* index = command
+                      ->add_flag("--from-index", request->fromIndex,
+                                 "Publish what is pinned, and a photo of this day, of the account")
+                      ->excludes(pin)
+                      ->excludes(photo);
     auto* hide = command->add_flag("--hide", request->hide, "Hide names and photos from now on");
     auto* show = command->add_flag("--show", request->show, "Show them again")->excludes(hide);
     command->add_flag("--clear", request->clear, "Publish nothing, as when signed out")
         ->excludes(hide)
         ->excludes(show)
         ->excludes(pin)
-        ->excludes(photo);
+        ->excludes(photo)
+        ->excludes(index);
     command->add_flag("--json", request->json, "Print the published snapshot as JSON");
     command->callback([request, &status] { status = publish(*request); });
 }

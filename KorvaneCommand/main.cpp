@@ -1,17 +1,6 @@
-#include "KorvaneCommand/AccountCommands.hpp"
+#include "KorvaneCommand/Commands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
-#include "KorvaneCommand/IndexCommand.hpp"
-#include "KorvaneCommand/PairCommands.hpp"
-#include "KorvaneCommand/QueueCommand.hpp"
-#include "KorvaneCommand/ServiceCommand.hpp"
-#include "KorvaneCommand/ShareCommands.hpp"
-#include "KorvaneCommand/StatusCommand.hpp"
-#include "KorvaneCommand/SyncCommands.hpp"
-#include "KorvaneCommand/TransferCommands.hpp"
-#include "KorvaneCommand/WidgetsCommand.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
-
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 
@@ -20,21 +9,9 @@ namespace {
 using namespace Korvane;
 
 int run(int argc, char** argv) {
-    CLI::App app("Korvane: end-to-end-encrypted file storage.\nExit codes: 0 done, 1 failed, 2 wrong usage.",
-                 "korvane");
-    app.require_subcommand(1);
+    CLI::App app;
     int status = ExitCode::done;
-    addAccountCommands(app, status);
-    addPairCommands(app, status);
-    addSyncCommands(app, status);
-    addTransferCommands(app, status);
-    addShareCommands(app, status);
-    addStatusCommand(app, status);
-    addQueueCommand(app, status);
-    addActivityCommand(app, status);
-    addIndexCommand(app, status);
-    addWidgetsCommand(app, status);
-    addServiceCommand(app, status);
+    addCommands(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

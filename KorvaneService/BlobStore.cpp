@@ -9,7 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <utility>
 
 namespace Korvane {
 
@@ -19,6 +19,18 @@ namespace {
 
 [[noreturn]] void refuse(std::string_view operation, const fs::path& path) {
     throw FileError(operation, path, std::error_code(errno, std::generic_category()));
+}
+
+/// Returns once the file's bytes, or the folder's names, are on the disk.
+void sync(const fs::path& path) {
+    const FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.isOpen() || ::fsync(fd.get()) != 0)
+        refuse("sync", path);
+}
+
+/// Not what a crash left of writing one.
+bool isPart(const fs::path& file) {
+    return !file.has_extension();
 }
 
 } // namespace
@@ -46,29 +58,33 @@ void BlobStore::beginUpload(const std::string& uploadId) const {
 }
 
 void BlobStore::putPart(const std::string& uploadId, std::int64_t part, KRCrypto::ByteView bytes) const {
-    const auto file = uploadFolder(uploadId) / std::to_string(part);
-    auto temporary = (uploadFolder(uploadId) / "part-XXXXXX").string();
-    const FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (fd.get() < 0)
-        refuse("write", file);
-    for (auto rest = bytes; !rest.empty();) {
-        const auto written = ::write(fd.get(), rest.data(), rest.size());
-        if (written < 0)
-            refuse("write", file);
-        rest = rest.subspan(static_cast<std::size_t>(written));
-    }
-    if (::rename(temporary.c_str(), file.c_str()) != 0)
-        refuse("write", file);
+    writeTemporaryFile(uploadFolder(uploadId) / std::to_string(part), KRCrypto::asText(bytes));
+}
+
+bool BlobStore::holdsPart(const std::string& uploadId, std::int64_t part, std::int64_t encryptedSize) const {
+    const auto isWhole = [&](const fs::path& folder) {
+        std::error_code absent;
+        const auto size = fs::file_size(folder / std::to_string(part), absent);
+        return !absent && std::cmp_equal(size, partSize(part, encryptedSize));
+    };
+    return isWhole(uploadFolder(uploadId)) || isWhole(blobFolder(uploadId));
 }
 
 void BlobStore::finishUpload(const std::string& uploadId) const {
-    for (const auto& part : fs::directory_iterator(uploadFolder(uploadId))) {
-        const FileDescriptor fd(::open(part.path().c_str(), O_RDONLY | O_CLOEXEC));
-        if (fd.get() < 0 || ::fdatasync(fd.get()) != 0)
-            refuse("sync", part.path());
+    const auto upload = uploadFolder(uploadId);
+    const auto blob = blobFolder(uploadId);
+    if (!fs::exists(blob)) { // else an earlier attempt came so far, and what followed failed
+        for (const auto& entry : fs::directory_iterator(upload))
+            if (isPart(entry.path()))
+                sync(entry.path());
+            else
+                fs::remove(entry.path());
+        sync(upload);
+        if (::rename(upload.c_str(), blob.c_str()) != 0)
+            refuse("move", upload);
     }
-    if (::rename(uploadFolder(uploadId).c_str(), blobFolder(uploadId).c_str()) != 0)
-        refuse("move", uploadFolder(uploadId));
+    sync(blob.parent_path());
+    sync(upload.parent_path());
 }
 
 fs::path BlobStore::uploadFolder(const std::string& uploadId) const {

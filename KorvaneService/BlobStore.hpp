@@ -28,7 +28,11 @@ public:
     /// Replaces the part whole; it need not be on the disk on return.
     void putPart(const std::string& uploadId, std::int64_t part, KRCrypto::ByteView bytes) const;
 
-    /// Makes an upload the blob of the same name, with its bytes on the disk.
+    /// Whether the part is there, whole: one that was put may be lost when the machine stops.
+    [[nodiscard]] bool holdsPart(const std::string& uploadId, std::int64_t part,
+                                 std::int64_t encryptedSize) const;
+
+    /// Makes an upload the blob of the same name, all of it on the disk on return. May be called again.
     void finishUpload(const std::string& uploadId) const;
 
     [[nodiscard]] std::filesystem::path uploadFolder(const std::string& uploadId) const;

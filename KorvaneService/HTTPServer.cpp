@@ -1,10 +1,13 @@
 #include "KorvaneService/HTTPServer.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCore/platform/FileDescriptor.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -12,6 +15,7 @@
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 #include <fcntl.h>
+#include <fmt/chrono.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,6 +37,7 @@ constexpr std::chrono::minutes idleTime{5};
 constexpr std::size_t readBuffer = std::size_t{256} << 10;
 constexpr std::size_t sliceBuffer = std::size_t{512} << 10;
 constexpr int threadCount = 2;
+constexpr std::chrono::milliseconds acceptPause{100};
 
 /// A request with what the connection itself needs to know.
 struct Incoming {
@@ -42,7 +47,7 @@ struct Incoming {
     std::size_t bytes = 0; ///< of the body
 };
 
-/// None when the target is no path.
+/// None when the target is no path of UTF-8 texts: they come back in answers.
 std::optional<Request> understood(http::request<Body>&& message) {
     const auto url = boost::urls::parse_origin_form({message.target().data(), message.target().size()});
     if (!url)
@@ -55,6 +60,11 @@ std::optional<Request> understood(http::request<Body>&& message) {
     plusIsSpace.space_as_plus = true;
     for (const auto& item : url->params(plusIsSpace))
         request.query[item.key] = item.value;
+    if (!std::ranges::all_of(request.path, KRCrypto::isUTF8) ||
+        !std::ranges::all_of(request.query, [](const auto& item) {
+            return KRCrypto::isUTF8(item.first) && KRCrypto::isUTF8(item.second);
+        }))
+        return std::nullopt;
     request.body = std::move(message.body());
     request.headers = std::move(static_cast<http::fields&>(message));
     return request;
@@ -111,7 +121,11 @@ asio::awaitable<Incoming> receive(beast::tcp_stream& stream, beast::flat_buffer&
     http::request_parser<Body> parser;
     parser.body_limit(boost::none);
     co_await http::async_read_header(stream, buffer, parser, asio::use_awaitable);
-    parser.body_limit(application.bodyLimit(targetOf(parser.get())));
+    const auto limit = application.bodyLimit(targetOf(parser.get()));
+    parser.body_limit(limit);
+    // The parser would hold a length it was told against the limit while it reads the header only.
+    if (const auto length = parser.content_length(); length && *length > limit)
+        throw boost::system::system_error(http::make_error_code(http::error::body_limit));
     if (beast::iequals(parser.get()[http::field::expect], "100-continue")) {
         static constexpr std::string_view goOn = "HTTP/1.1 100 Continue\r\n\r\n";
         co_await asio::async_write(stream, asio::buffer(goOn), asio::use_awaitable);
@@ -158,6 +172,9 @@ HTTPServer::HTTPServer(std::uint16_t port, Application application, Faults& faul
             Log::error("service", std::string("no longer listening: ") + failure.what());
         }
     });
+}
+
+void HTTPServer::start() {
     for (int i = 0; i < threadCount; ++i)
         threads_.emplace_back([this] { context_.run(); });
 }
@@ -171,9 +188,19 @@ std::uint16_t HTTPServer::port() const {
 }
 
 asio::awaitable<void> HTTPServer::accept() {
+    asio::steady_timer pause(context_);
     for (;;) {
-        auto socket = co_await acceptor_.async_accept(asio::make_strand(context_), asio::use_awaitable);
-        socket.set_option(tcp::no_delay(true));
+        boost::system::error_code refused;
+        auto socket = co_await acceptor_.async_accept(asio::make_strand(context_),
+                                                      asio::redirect_error(asio::use_awaitable, refused));
+        if (refused) { // too many open files, say
+            Log::error("service", "cannot accept a connection: " + refused.message());
+            pause.expires_after(acceptPause);
+            co_await pause.async_wait(asio::use_awaitable);
+            continue;
+        }
+        boost::system::error_code gone; // then serve() finds it out
+        socket.set_option(tcp::no_delay(true), gone);
         const auto strand = socket.get_executor();
         asio::co_spawn(strand, serve(beast::tcp_stream(std::move(socket))),
                        [](const std::exception_ptr& end) {
@@ -196,6 +223,14 @@ Reply HTTPServer::answered(const Request& request) const {
         Log::error("service", error.what());
         return replyOf(Refusal(500, "internal", "the service failed"));
     }
+}
+
+void HTTPServer::stamp(Reply& reply) const {
+    if (std::ranges::any_of(reply.headers,
+                            [](const auto& header) { return beast::iequals(header.first, "Date"); }))
+        return;
+    const auto now = std::chrono::floor<std::chrono::seconds>(application_.now());
+    reply.headers.emplace_back("Date", fmt::format("{:%a, %d %b %Y %H:%M:%S} GMT", fmt::gmtime(now)));
 }
 
 // What a fault leaves of the answer; none when the connection ends without one.
@@ -240,12 +275,19 @@ asio::awaitable<void> HTTPServer::serve(beast::tcp_stream stream) {
         stream.expires_never();
         if (!incoming.request) {
             co_await send(stream, replyOf(Refusal::badRequest("the target is no path")), incoming);
+            if (!incoming.keepAlive)
+                co_return;
             continue;
         }
+        if (application_.latency.count() > 0) {
+            asio::steady_timer distance(stream.get_executor(), application_.latency);
+            co_await distance.async_wait(asio::use_awaitable);
+        }
         const auto fault = faults_.next(application_.routeName(*incoming.request), incoming.bytes);
-        const auto reply = co_await faulted(*incoming.request, fault);
+        auto reply = co_await faulted(*incoming.request, fault);
         if (!reply)
             co_return;
+        stamp(*reply);
         if (const auto* cut = fault ? std::get_if<Fault::Truncate>(&*fault) : nullptr) {
             co_await send(stream, *reply, incoming, cut->bytes);
             co_return;

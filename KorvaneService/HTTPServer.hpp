@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneService/Exchange.hpp"
 #include "KorvaneService/Faults.hpp"
 
@@ -7,6 +8,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -27,16 +29,22 @@ public:
         std::function<Reply(const Request&)> answer;
         /// Most bytes of a body sent to this path.
         std::function<std::uint64_t(std::string_view path)> bodyLimit;
+        std::chrono::milliseconds latency{0}; ///< before each answer
+        /// The time that answers tell.
+        std::function<Clock::Time()> now;
     };
 
-    /// Listens from now on; port 0 takes any free one. `faults` outlives the server. Throws
-    /// boost::system::system_error when the port cannot be had.
+    /// Takes the port, 0 for any free one; who connects waits for start(). `faults` outlives the server.
+    /// Throws boost::system::system_error when the port cannot be had.
     HTTPServer(std::uint16_t port, Application application, Faults& faults);
     HTTPServer(const HTTPServer&) = delete;
     HTTPServer& operator=(const HTTPServer&) = delete;
 
     /// Ends all connections, wherever they are.
     ~HTTPServer();
+
+    /// Answers from now on. Once.
+    void start();
 
     [[nodiscard]] std::uint16_t port() const;
 
@@ -46,6 +54,7 @@ private:
     asio::awaitable<std::optional<Reply>> faulted(const Request& request,
                                                   const std::optional<Fault::Kind>& fault);
     Reply answered(const Request& request) const;
+    void stamp(Reply& reply) const;
 
     Application application_;
     Faults& faults_;

@@ -51,9 +51,12 @@ Service::Service(ServiceSettings settings)
                    return path.starts_with("/storage/")
                               ? static_cast<std::uint64_t>(state_.settings().chunkSize) + KRCrypto::gcmTagSize
                               : largestAPIBody;
-               }},
+               },
+           .latency = state_.settings().latency,
+           .now = [this] { return state_.settings().clock->now(); }},
           faults_) {
     state_.setBaseURL("http://127.0.0.1:" + std::to_string(server_.port()));
+    server_.start();
 }
 
 Reply Service::answer(const Request& request) {

@@ -35,6 +35,7 @@ struct ServiceSettings {
 
     int credentialAttemptsPerMinute = 30; ///< per e-mail address, and per account for pairing codes
     std::optional<int> requestsPerMinute; ///< per device; none for no limit
+    std::chrono::milliseconds latency{0}; ///< added to every answer, as by a distant network
     bool tellsFileKeys = true;            ///< an upload that exists answers with its wrapped key
 };
 

@@ -8,6 +8,7 @@
 
 #include <boost/system/system_error.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <optional>
@@ -83,10 +84,14 @@ bool isSuccess(int status) {
     return status >= 200 && status <= 299;
 }
 
+/// Of the headers the one that clients read. A message is JSON, so what a server says in other bytes than
+/// ASCII must not come into it.
 void take(TaskResult& result, HTTPResponse answer, bool inFile) {
+    static constexpr const char* wait = "Retry-After";
+    const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     result.status = answer.status;
-    for (auto& [name, value] : answer.headers)
-        result.headers.push_back({std::move(name), std::move(value)});
+    if (const auto value = answer.header(wait); value && std::ranges::all_of(*value, isASCII))
+        result.headers.push_back({wait, std::string(*value)});
     if (!inFile)
         result.body = std::move(answer.body);
 }

@@ -1,12 +1,20 @@
 # One helper for each kind of target, so that a folder's CMakeLists.txt only says what it is made of.
 
-# korvane_library(NAME SOURCES … [PUBLIC …] [PRIVATE …]): a folder's static library, used as Korvane::NAME.
+# korvane_library(NAME SOURCES … [PUBLIC …] [PRIVATE …]): a folder's static library, used as Korvane::NAME. Those of the
+# core are installed, for other programs to link.
 function(korvane_library name)
   cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   add_library(korvane_${name} STATIC ${arg_SOURCES})
   add_library(Korvane::${name} ALIAS korvane_${name})
-  target_include_directories(korvane_${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_include_directories(korvane_${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/korvane>)
+  target_compile_features(korvane_${name} PUBLIC cxx_std_20)
   target_link_libraries(korvane_${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE folder)
+  if(folder MATCHES "^(KRCrypto|KorvaneCore)(/|$)")
+    set_target_properties(korvane_${name} PROPERTIES EXPORT_NAME ${name})
+    install(TARGETS korvane_${name} EXPORT Korvane ARCHIVE COMPONENT development)
+  endif()
 endfunction()
 
 # korvane_program(NAME IDENTIFIER … SOURCES … LIBRARIES …): a program with its bundle property list.
@@ -17,8 +25,9 @@ function(korvane_program name)
   set(BUNDLE_IDENTIFIER ${arg_IDENTIFIER})
   set(BUNDLE_NAME ${name})
   configure_file(${PROJECT_SOURCE_DIR}/cmake/Info.plist.in ${PROJECT_BINARY_DIR}/share/korvane/${name}/Info.plist @ONLY)
-  install(TARGETS ${name})
-  install(FILES ${PROJECT_BINARY_DIR}/share/korvane/${name}/Info.plist DESTINATION share/korvane/${name})
+  install(TARGETS ${name} COMPONENT runtime)
+  install(FILES ${PROJECT_BINARY_DIR}/share/korvane/${name}/Info.plist DESTINATION share/korvane/${name}
+    COMPONENT runtime)
 endfunction()
 
 # korvane_test(NAME SOURCES … LIBRARIES …): a GoogleTest program; each of its cases is one ctest test.

@@ -51,3 +51,16 @@ seeds('answer', [
     '{"status":"pending","parts":[{"partNumber":1,"url":"http://x/","uploaded":true}],"expiresAt":"2026-11-21T10:45:07+02:00"}',
     '{"error":{"code":"parts_missing","message":" no ","details":{"missing":[1,2.5,1e300],"reason":"token_expired"}}}',
     'e30.eyJleHAiOjEuNX0.x', '[[[[[[[['])
+
+const framed = (...texts) => Buffer.concat(texts.map(text => {
+    const length = Buffer.alloc(4)
+    length.writeUInt32LE(text.length)
+    return Buffer.concat([length, Buffer.from(text)])
+}))
+seeds('messages', [
+    framed('{"hello":{"version":1}}', '{"start":{"task":4294967296,"kind":"download","method":"GET","url":"http://x/","headers":' +
+        '[{"name":"Range","value":"bytes=0-9"}],"file":"f","maxBytes":10,"idleSeconds":60,"allowsCellular":true}}'),
+    framed('{"welcome":{"version":1,"process":7,"firstTask":4294967296}}', '{"finished":{"task":-1,"file":"f","status":429,' +
+        '"headers":[{"name":"Retry-After","value":"7"}],"body":"AQI="}}', '{"eventsDelivered":true}'),
+    framed('{"version":1,"results":[{"task":1,"file":"f","failure":{"kind":"file","message":"no","code":28},"headers":[]}]}'),
+    Buffer.from('ffffffff00', 'hex'), Buffer.from('00000000', 'hex')])

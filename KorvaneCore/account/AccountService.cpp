@@ -11,6 +11,7 @@
 #include "KorvaneCore/api/AccountActionError.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
+#include "KorvaneCore/widget/WidgetStore.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -142,7 +143,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
         throw;
     }
     if (!response.wrappedMasterKey)
-        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey is missing"});
+        throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey: is missing"});
     auto key = unwrapped(keys.kek, *response.wrappedMasterKey, &MasterKey::unwrapWithKek);
     if (!key)
         throw wrongPassword();
@@ -284,6 +285,7 @@ asio::awaitable<void> AccountService::signOut() {
     co_await offload([this] {
         keychain_->remove({KeychainStore::Key::masterKey});
         StoredSession::remove();
+        WidgetStore::clear();
         return true;
     });
 }

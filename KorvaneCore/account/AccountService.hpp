@@ -54,8 +54,9 @@ public:
     /// Takes up the sign-in that the keychain holds. Whether there is one.
     asio::awaitable<bool> restoreSession();
 
-    /// Forgets tokens, keys and session here, and withdraws the device's sign-in at the server; when that
-    /// cannot be reached, a warning is logged and the device stays in the account's list.
+    /// Forgets tokens, keys, session and what the widgets show here, and withdraws the device's sign-in at
+    /// the server; when that cannot be reached, a warning is logged and the device stays in the account's
+    /// list.
     asio::awaitable<void> signOut();
 
     [[nodiscard]] std::optional<AccountSession> session() const KR_EXCLUDES(mutex_);

@@ -44,9 +44,8 @@ struct APICall {
 
     static KRCrypto::SecretBytes json(const auto& record) {
         auto text = KRJSON::write(record);
-        auto bytes = KRCrypto::SecretBytes::copyOf(text);
-        KRCrypto::wipe(text);
-        return bytes;
+        const KRCrypto::WipedAtEnd wiped(text);
+        return KRCrypto::SecretBytes::copyOf(text);
     }
 
     /// "/" and an identifier percent-encoded as one path segment. Throws APIError::BadRequest for one that

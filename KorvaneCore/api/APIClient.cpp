@@ -16,6 +16,16 @@ bool isSuccess(int status) {
     return status >= 200 && status <= 299;
 }
 
+/// What the tokens do, with the errors of the API.
+template <class Result>
+asio::awaitable<Result> withAPIErrors(asio::awaitable<Result> operation) {
+    try {
+        co_return co_await std::move(operation);
+    } catch (const std::exception& error) {
+        ErrorMapping::rethrow(error, "TokenPair");
+    }
+}
+
 } // namespace
 
 APIClient::APIClient(const asio::any_io_executor& executor, KRConfiguration configuration,
@@ -27,28 +37,23 @@ APIClient::APIClient(const asio::any_io_executor& executor, KRConfiguration conf
                                              std::move(keychain), session_, std::move(clock))) {}
 
 asio::awaitable<void> APIClient::setAuthFailureHandler(AuthFailureHandler handler) {
-    return tokens_->setFailureHandler(std::move(handler));
+    return withAPIErrors(tokens_->setFailureHandler(std::move(handler)));
 }
 
 asio::awaitable<void> APIClient::setTokens(TokenPair pair) {
-    return tokens_->set(std::move(pair));
+    return withAPIErrors(tokens_->set(std::move(pair)));
 }
 
 asio::awaitable<void> APIClient::clearTokens() {
-    return tokens_->clear();
+    return withAPIErrors(tokens_->clear());
 }
 
 asio::awaitable<bool> APIClient::hasTokens() {
-    return tokens_->exist();
+    return withAPIErrors(tokens_->exist());
 }
 
 asio::awaitable<SecretText> APIClient::currentAccessToken() {
-    try {
-        auto token = co_await tokens_->current();
-        co_return token;
-    } catch (const std::exception& error) {
-        ErrorMapping::rethrow(error, "TokenPair");
-    }
+    return withAPIErrors(tokens_->current());
 }
 
 asio::awaitable<HTTPResponse> APIClient::perform(APICall call, std::string record) {

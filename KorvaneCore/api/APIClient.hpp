@@ -47,10 +47,11 @@ public:
     /// tokens stay; whoever listens decides what to clear. An empty handler clears it.
     asio::awaitable<void> setAuthFailureHandler(AuthFailureHandler handler);
 
-    /// Stores a new pair in the keychain and uses it. Throws KeychainError.
+    /// Stores a new pair in the keychain and uses it. Waits for a refresh under way for up to 20 s; one that
+    /// takes longer ends without effect. Throws KeychainError.
     asio::awaitable<void> setTokens(TokenPair pair);
 
-    /// Forgets the pair, in the keychain too. Waits for a refresh under way. Throws KeychainError.
+    /// Forgets the pair, in the keychain too. Waits as setTokens(). Throws KeychainError.
     asio::awaitable<void> clearTokens();
 
     asio::awaitable<bool> hasTokens();

@@ -15,10 +15,9 @@ asio::awaitable<Record> APIClient::call(APICall call) {
         (void)co_await perform(std::move(call), "answer");
     } else {
         auto answer = co_await perform(std::move(call), KRJSON::Detail::recordName(typeid(Record).name()));
+        const KRCrypto::WipedAtEnd wiped(answer.body);
         try {
-            auto record = KRJSON::read<Record>(KRCrypto::asText(answer.body));
-            KRCrypto::wipe(answer.body);
-            co_return record;
+            co_return KRJSON::read<Record>(KRCrypto::asText(answer.body));
         } catch (const JSONError& error) {
             throw APIError(APIError::Decoding{error.what()});
         }

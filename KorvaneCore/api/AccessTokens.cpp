@@ -9,7 +9,6 @@
 #include "KorvaneCore/platform/Spawn.hpp"
 
 #include <boost/asio/redirect_error.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/system/system_error.hpp>
 
 #include <utility>
@@ -37,7 +36,7 @@ TokenPair decodePair(const HTTPResponse& answer) {
     try {
         auto pair = KRJSON::read<TokenPair>(KRCrypto::asText(answer.body));
         if (pair.accessToken.empty() || pair.refreshToken.empty())
-            throw JSONError("an empty token").within("TokenPair");
+            throw JSONError("an empty token").of("TokenPair");
         return pair;
     } catch (const JSONError& error) {
         throw APIError(APIError::Decoding{error.what()});
@@ -55,6 +54,22 @@ struct AccessTokens::Refresh {
     std::exception_ptr error;
 };
 
+class AccessTokens::Turn {
+public:
+    explicit Turn(AccessTokens& tokens) : tokens_(tokens) { tokens_.writing_ = true; }
+
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    ~Turn() {
+        tokens_.writing_ = false;
+        tokens_.turnIsFree_.cancel();
+    }
+
+private:
+    AccessTokens& tokens_;
+};
+
 AccessTokens::AccessTokens(Strand strand, KRConfiguration::URL apiBaseURL,
                            std::shared_ptr<KeychainStore> keychain, std::shared_ptr<HTTPSession> session,
                            std::shared_ptr<Clock> clock)
@@ -62,7 +77,8 @@ AccessTokens::AccessTokens(Strand strand, KRConfiguration::URL apiBaseURL,
       apiBaseURL_(std::move(apiBaseURL)),
       keychain_(std::move(keychain)),
       session_(std::move(session)),
-      clock_(std::move(clock)) {}
+      clock_(std::move(clock)),
+      turnIsFree_(strand_, asio::steady_timer::time_point::max()) {}
 
 asio::awaitable<SecretText> AccessTokens::current() {
     return on<SecretText>(strand_, [self = shared_from_this()] { return self->currentHere(); });
@@ -111,8 +127,9 @@ asio::awaitable<void> AccessTokens::reportHere(APIError error) {
 
 asio::awaitable<SecretText> AccessTokens::currentHere() {
     if (!cachedTokens_) {
+        const auto signIn = signIn_;
         auto pair = co_await stored();
-        if (!cachedTokens_) // another caller may have been faster
+        if (!cachedTokens_ && signIn == signIn_) // another caller may have been faster
             cachedTokens_ = std::move(pair);
         if (!cachedTokens_)
             throw APIError(APIError::NotSignedIn{});
@@ -132,22 +149,46 @@ asio::awaitable<SecretText> AccessTokens::insteadOfHere(SecretText refused) {
 
 asio::awaitable<void> AccessTokens::setHere(TokenPair pair) {
     const auto lock = co_await lockTokens(clock_);
+    co_await untilTurn();
+    const Turn turn(*this);
     co_await offload([keychain = keychain_, pair] {
         keychain->write(items(pair));
         return true;
     });
-    unsavedOver_.reset();
+    endSignIn();
     cachedTokens_ = std::move(pair);
 }
 
 asio::awaitable<void> AccessTokens::clearHere() {
     const auto lock = co_await lockTokens(clock_);
-    cachedTokens_.reset();
-    unsavedOver_.reset();
+    co_await untilTurn();
+    const Turn turn(*this);
+    endSignIn();
     co_await offload([keychain = keychain_] {
         keychain->remove({Key::accessToken, Key::refreshToken});
         return true;
     });
+}
+
+asio::awaitable<void> AccessTokens::untilTurn() {
+    while (writing_) {
+        boost::system::error_code woken;
+        co_await turnIsFree_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
+    }
+}
+
+/// What runs for it goes on, without effect.
+void AccessTokens::endSignIn() {
+    ++signIn_;
+    refreshTask_.reset();
+    unsavedOver_.reset();
+    cachedTokens_.reset();
+}
+
+/// Throws when the pair was set or cleared since.
+void AccessTokens::requireStill(std::uint64_t signIn) const {
+    if (signIn != signIn_)
+        throw APIError(APIError::NotSignedIn{});
 }
 
 asio::awaitable<bool> AccessTokens::existHere() {
@@ -177,26 +218,31 @@ asio::awaitable<TokenPair> AccessTokens::refresh() {
 
 asio::awaitable<void> AccessTokens::run(std::shared_ptr<Refresh> refresh) {
     const auto self = shared_from_this(); // whoever waits may be gone before the end
+    const auto signIn = signIn_;
     try {
         refresh->pair = co_await renew();
     } catch (const APIError& error) {
         refresh->error = std::current_exception();
-        notify(error);
+        if (signIn == signIn_) // else it is about a sign-in that has ended
+            notify(error);
     } catch (...) {
         refresh->error = std::current_exception();
     }
-    refreshTask_.reset();
+    if (refreshTask_ == refresh)
+        refreshTask_.reset();
     refresh->done = true;
     refresh->ended.cancel();
 }
 
 asio::awaitable<TokenPair> AccessTokens::renew() {
     const auto lock = co_await lockTokens(clock_);
+    const auto signIn = signIn_;
     auto pair = co_await stored();
+    requireStill(signIn);
     if (!pair)
         throw APIError(APIError::NotSignedIn{});
     if (cachedTokens_ && unsavedOver_ == pair->accessToken) {
-        co_await keep(*cachedTokens_, *pair);
+        co_await keep(*cachedTokens_, *pair, signIn);
         pair = cachedTokens_;
     }
     const bool replaced = !cachedTokens_ || pair->accessToken != cachedTokens_->accessToken;
@@ -204,18 +250,19 @@ asio::awaitable<TokenPair> AccessTokens::renew() {
         cachedTokens_ = pair;
         co_return *std::move(pair);
     }
-    auto fresh = co_await askServer(*pair);
+    auto fresh = co_await askServer(*pair, signIn);
     co_return fresh;
 }
 
 /// What the server gives for the stored pair; it is cached and stored before this returns.
-asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored) {
+asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored, std::uint64_t signIn) {
     const APICall call{.method = "POST",
                        .path = "/auth/refresh",
                        .body = APICall::json(RefreshRequest{stored.refreshToken})};
     auto request = call.request(apiBaseURL_, std::nullopt);
     request.freshConnection = true; // the server takes the token once: a second request would end the sign-in
     HTTPResponse answer;
+    const KRCrypto::WipedAtEnd wiped(answer.body);
     try {
         answer = co_await session_->send(std::move(request));
     } catch (const HTTPError& error) {
@@ -223,8 +270,7 @@ asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored) {
     }
     if (answer.status >= 200 && answer.status <= 299) {
         auto pair = decodePair(answer);
-        KRCrypto::wipe(answer.body);
-        co_await keep(pair, std::move(stored));
+        co_await keep(pair, std::move(stored), signIn);
         co_return pair;
     }
     const auto info = ErrorMapping::errorInfo(answer);
@@ -232,6 +278,7 @@ asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored) {
         throw info.error;
     // Perhaps another process refreshed meanwhile, without the lock: then the old token had to be refused.
     auto other = co_await this->stored();
+    requireStill(signIn);
     if (!other || other->accessToken == stored.accessToken)
         throw APIError(APIError::DeviceRevoked{});
     cachedTokens_ = other;
@@ -240,7 +287,10 @@ asio::awaitable<TokenPair> AccessTokens::askServer(TokenPair stored) {
 
 /// Caches and stores a pair. It is good whether or not the keychain takes it, and the pair it replaces is
 /// not: so a refusal is no failure of the refresh, and storing is tried again with the next one.
-asio::awaitable<void> AccessTokens::keep(TokenPair pair, TokenPair replaced) {
+asio::awaitable<void> AccessTokens::keep(TokenPair pair, TokenPair replaced, std::uint64_t signIn) {
+    co_await untilTurn();
+    requireStill(signIn);
+    const Turn turn(*this);
     cachedTokens_ = pair;
     unsavedOver_ = replaced.accessToken;
     try {
@@ -254,8 +304,9 @@ asio::awaitable<void> AccessTokens::keep(TokenPair pair, TokenPair replaced) {
     }
 }
 
-asio::awaitable<std::optional<TokenPair>> AccessTokens::stored() const {
-    return offload([keychain = keychain_]() -> std::optional<TokenPair> {
+asio::awaitable<std::optional<TokenPair>> AccessTokens::stored() {
+    co_await untilTurn(); // not a pair that is just being removed
+    co_return co_await offload([keychain = keychain_]() -> std::optional<TokenPair> {
         const auto access = keychain->read(Key::accessToken);
         const auto refresh = keychain->read(Key::refreshToken);
         if (!access || !refresh)

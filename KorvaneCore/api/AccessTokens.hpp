@@ -8,6 +8,9 @@
 #include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneCore/platform/Strand.hpp"
 
+#include <boost/asio/steady_timer.hpp>
+
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,8 +19,9 @@ namespace Korvane {
 
 /// The access token of this process, kept fresh: at most one refresh runs in this process and, under the lock
 /// "token-refresh", across processes. A refresh goes on when its callers are cancelled, since the server may
-/// have replaced the token already; the stored pair changes under the lock only. State lives on one strand;
-/// callable from any thread. Errors: APIError, KeychainError.
+/// have replaced the token already; the stored pair changes under the lock only. A pair that was set or
+/// cleared stays so: what a refresh brings that began before is dropped, and its callers are not signed in.
+/// State lives on one strand; callable from any thread. Errors: APIError, KeychainError.
 class AccessTokens : public std::enable_shared_from_this<AccessTokens> {
 public:
     using FailureHandler = std::function<void(const APIError&)>;
@@ -46,6 +50,10 @@ private:
     /// One run, shared by all who wait for it.
     struct Refresh;
 
+    /// The right to write the keychain, one at a time in this process. The lock between processes is not
+    /// waited for for ever, so it alone would let an older pair be written over a newer one.
+    class Turn;
+
     // All of these run on the strand.
     asio::awaitable<SecretText> currentHere();
     asio::awaitable<SecretText> insteadOfHere(SecretText refused);
@@ -57,9 +65,12 @@ private:
     asio::awaitable<TokenPair> refresh();
     asio::awaitable<void> run(std::shared_ptr<Refresh> refresh);
     asio::awaitable<TokenPair> renew();
-    asio::awaitable<TokenPair> askServer(TokenPair stored);
-    asio::awaitable<void> keep(TokenPair pair, TokenPair replaced);
-    asio::awaitable<std::optional<TokenPair>> stored() const;
+    asio::awaitable<TokenPair> askServer(TokenPair stored, std::uint64_t signIn);
+    asio::awaitable<void> keep(TokenPair pair, TokenPair replaced, std::uint64_t signIn);
+    asio::awaitable<void> untilTurn();
+    void endSignIn();
+    void requireStill(std::uint64_t signIn) const;
+    asio::awaitable<std::optional<TokenPair>> stored();
     void notify(const APIError& error) const;
     [[nodiscard]] bool isStale(const SecretText& accessToken) const;
 
@@ -70,7 +81,10 @@ private:
     const std::shared_ptr<Clock> clock_;
 
     std::optional<TokenPair> cachedTokens_;
+    std::uint64_t signIn_ = 0; ///< counts what was set and cleared
     std::shared_ptr<Refresh> refreshTask_;
+    bool writing_ = false;          ///< somebody has the turn
+    asio::steady_timer turnIsFree_; ///< never expires; cancelled to wake who waits for the turn
     FailureHandler failureHandler_;
     /// The stored access token that the cached pair should have replaced, had the keychain worked.
     std::optional<SecretText> unsavedOver_;

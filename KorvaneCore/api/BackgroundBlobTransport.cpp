@@ -216,7 +216,7 @@ asio::awaitable<BackgroundBlobTransport::Answer>
 BackgroundBlobTransport::run(std::shared_ptr<BackgroundSession> session, HTTPRequest request, TaskKind kind,
                              std::int64_t maxBytes, std::string file, StagedBlob staged) {
     TaskOrder order;
-    order.task = session->nextTask();
+    order.task = session->firstTask() + tasks_++;
     order.kind = kind;
     order.method = std::move(request.method);
     order.url = std::move(request.url);

@@ -8,6 +8,7 @@
 
 #include <boost/asio/thread_pool.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -100,6 +101,8 @@ private:
     void cancel(BackgroundSession& session, std::int64_t task);
 
     const Options options_;
+    std::atomic<std::int64_t> tasks_ =
+        0;                       ///< ordered so far: no number comes twice, whatever session it is of
     asio::thread_pool queue_{1}; ///< where the session tells its events
     const Strand strand_;
 

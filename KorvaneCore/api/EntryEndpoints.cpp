@@ -44,7 +44,7 @@ asio::awaitable<ChildrenPage> APIClient::allChildren(std::string of) {
         std::move(next.files.begin(), next.files.end(), std::back_inserter(all.files));
         cursor = std::move(next.nextCursor);
         if (cursor && !seen.insert(*cursor).second)
-            throw APIError(APIError::Decoding{"ChildrenPage.nextCursor: leads in a circle"});
+            throw APIError(APIError::Decoding{"ChildrenPage: nextCursor: leads in a circle"});
     } while (cursor);
     co_return all;
 }

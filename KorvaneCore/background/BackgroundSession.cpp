@@ -102,6 +102,18 @@ Welcome greet(FileDescriptor& connection, std::chrono::seconds patience) {
     return *answer->welcome;
 }
 
+/// Of a task and its staged file: whatever cannot be found out about that, the caller must be told.
+BackgroundSession::Completion completionOf(std::int64_t task, const std::string& file) {
+    BackgroundSession::Completion completion;
+    completion.task = task;
+    try {
+        completion.file = SessionFiles::staged(file);
+    } catch (const std::exception&) {
+        completion.error = std::current_exception();
+    }
+    return completion;
+}
+
 HTTPResponse responseOf(const TaskResult& result) {
     HTTPResponse response;
     response.status = static_cast<int>(result.status.value_or(0));
@@ -135,7 +147,7 @@ BackgroundSession::BackgroundSession(const Strand& strand, FileDescriptor connec
       channel_(std::make_shared<MessageChannel>(strand, std::move(connection))),
       delegate_(delegate),
       helper_(welcome.process),
-      nextTask_(welcome.firstTask) {}
+      firstTask_(welcome.firstTask) {}
 
 template <class Content>
 void BackgroundSession::tell(std::optional<Content> FromClient::* member, const Content& content) {
@@ -199,19 +211,17 @@ void BackgroundSession::take(const FromHelper& message) {
 }
 
 void BackgroundSession::finish(const TaskResult& result) {
-    running_.erase(result.task);
-    Completion completion;
-    completion.task = result.task;
-    completion.file = SessionFiles::staged(result.file);
+    auto completion = completionOf(result.task, result.file);
     if (result.failure) {
         completion.error = TaskFailure::toException(*result.failure, completion.file);
-    } else {
+    } else if (!completion.error) {
         completion.response = responseOf(result);
         if (result.body)
             delegate_.didReceive(result.task, *result.body);
         else
             delegate_.didFinishDownloading(result.task, completion.file);
     }
+    running_.erase(result.task);
     delegate_.didComplete(std::move(completion));
     tell(&FromClient::collected, result.task);
 }
@@ -224,9 +234,7 @@ void BackgroundSession::lose() {
     for (const auto& [task, file] : lost) {
         if (closed_)
             return;
-        Completion completion;
-        completion.task = task;
-        completion.file = SessionFiles::staged(file);
+        auto completion = completionOf(task, file);
         completion.error =
             std::make_exception_ptr(HTTPError(HTTPError::Kind::connection, "the transfer helper ended"));
         delegate_.didComplete(std::move(completion));

@@ -77,8 +77,8 @@ public:
     /// The helper's process.
     [[nodiscard]] std::int64_t helper() const noexcept { return helper_; }
 
-    /// An identifier for a new task. Callable from any thread.
-    [[nodiscard]] std::int64_t nextTask() noexcept { return nextTask_++; }
+    /// Tasks are numbered from here on. Another session, with another helper, may start from the same number.
+    [[nodiscard]] std::int64_t firstTask() const noexcept { return firstTask_; }
 
     /// Starts a task. Callable from any thread.
     void resume(TransferMessages::TaskOrder order);
@@ -108,7 +108,7 @@ private:
     const std::shared_ptr<MessageChannel> channel_;
     Delegate& delegate_;
     const std::int64_t helper_;
-    std::atomic<std::int64_t> nextTask_;
+    const std::int64_t firstTask_;
     std::atomic<bool> open_ = true;
     bool closed_ = false;
     std::map<std::int64_t, std::string> running_; ///< and their staged files

@@ -20,7 +20,7 @@ std::string checked(std::string_view name) {
 
 std::filesystem::path file(std::string_view identifier, std::string_view extension) {
     const auto name = checked(identifier);
-    const auto folder = SharedContainer::directory("transfers");
+    const auto folder = SharedContainer::directory(folderName);
     requirePrivateFolder(folder);
     return folder / (name + std::string(extension));
 }

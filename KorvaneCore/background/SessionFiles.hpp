@@ -12,6 +12,9 @@ namespace Korvane::SessionFiles {
 /// "_", at most 100, not beginning with ".".
 [[nodiscard]] bool isName(std::string_view text) noexcept;
 
+/// Where sockets and results lie, in the container.
+inline constexpr std::string_view folderName = "transfers";
+
 // These throw FileError, and std::invalid_argument for what is no name.
 
 /// Where the session's helper listens. Its folder is created when missing, for this user alone.

@@ -26,7 +26,7 @@ constexpr std::array<std::pair<HTTPError::Kind, Kind>, 6> kinds{{
 
 TransferMessages::Failure from(const std::exception& error) {
     if (const auto* failure = dynamic_cast<const FileError*>(&error))
-        return {Kind::file, failure->what(), failure->code().value()};
+        return {Kind::file, failure->code().message(), failure->code().value()}; // a path may be no UTF-8
     if (const auto* failure = dynamic_cast<const HTTPError*>(&error))
         for (const auto& [ours, theirs] : kinds)
             if (ours == failure->kind())

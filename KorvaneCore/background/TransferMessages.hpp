@@ -28,7 +28,7 @@ BOOST_DESCRIBE_ENUM(TaskKind, upload, download)
 
 /// One request: an upload sends the staged file, a download makes it from the body of a 2xx answer.
 struct TaskOrder {
-    std::int64_t task = 0; ///< chosen by the client, from Welcome::firstTask on
+    std::int64_t task = 0; ///< chosen by the client, from Welcome::firstTask on, each once
     TaskKind kind = TaskKind::upload;
     std::string method;
     std::string url;
@@ -66,7 +66,7 @@ struct TaskResult {
     std::string file;
     std::optional<Failure> failure;
     std::optional<std::int64_t> status;
-    std::vector<Header> headers;
+    std::vector<Header> headers;         ///< "Retry-After", where the answer has it
     std::optional<KRCrypto::Bytes> body; ///< of the answer, unless it is in the file
 };
 BOOST_DESCRIBE_STRUCT(TaskResult, (), (task, file, failure, status, headers, body))

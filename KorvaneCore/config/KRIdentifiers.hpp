@@ -11,6 +11,7 @@ inline constexpr std::string_view keychainService = keychainGroupSuffix;
 inline constexpr std::string_view urlScheme = "korvane";
 inline constexpr std::string_view statusChangedNotification = "app.korvane.statusChanged";
 inline constexpr std::string_view queueChangedNotification = "app.korvane.queueChanged";
+inline constexpr std::string_view widgetsChangedNotification = "app.korvane.widgetsChanged";
 inline constexpr std::string_view backgroundSessionIdentifier = "app.korvane.transfers";
 inline constexpr std::string_view fileProviderDomain = "app.korvane.fileprovider.domain";
 

@@ -25,14 +25,13 @@ struct HTTPRequest {
     std::vector<HTTPHeader> headers;
     /// Sent with its length. Borrowed: must live until send() has returned or thrown.
     std::optional<KRCrypto::ByteView> body;
-    /// The longest answer body that is read into the answer, in bytes.
+    /// The longest body of a 2xx answer that is read into the answer, in bytes; of a longer one to another
+    /// status so much is in the answer.
     std::size_t maxAnswerSize = 0;
 
     // Both borrowed like the body.
     BodySource* source = nullptr; ///< sent in place of `body`
-    /// Takes the body of a 2xx answer, which then is not in the answer. Of any other, longer than allowed,
-    /// the first part is in the answer.
-    BodySink* sink = nullptr;
+    BodySink* sink = nullptr;     ///< takes the body of a 2xx answer, which then is not in the answer
 
     /// How long nothing may move; none for the session's own time.
     std::optional<std::chrono::seconds> idle = std::nullopt;

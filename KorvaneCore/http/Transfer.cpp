@@ -30,6 +30,13 @@ bool isHeaderText(std::string_view text) {
                        [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7f; });
 }
 
+/// A header's value: the white space around it is no part of it (RFC 9110, 5.5).
+std::string_view withoutBlanks(std::string_view text) {
+    constexpr std::string_view blanks = " \t";
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
 bool isLoopback(const boost::urls::url_view& url) {
     const auto host = url.host();
     return host == "localhost" || host == "[::1]" || host.starts_with("127.");
@@ -207,18 +214,17 @@ void Transfer::takeHeader(std::string_view line) {
     const auto colon = line.find(':');
     if (colon == std::string_view::npos)
         return;
-    auto value = line.substr(colon + 1);
-    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
-    response_.headers.emplace_back(line.substr(0, colon), value);
+    response_.headers.emplace_back(line.substr(0, colon), withoutBlanks(line.substr(colon + 1)));
 }
 
 bool Transfer::takeBody(KRCrypto::ByteView bytes) {
-    if (request_.sink != nullptr && status() >= 200 && status() <= 299) {
+    const bool isSuccess = status() >= 200 && status() <= 299;
+    if (request_.sink != nullptr && isSuccess) {
         tooLarge_ = !request_.sink->write(bytes);
         return !tooLarge_;
     }
     auto& body = response_.body;
-    if (request_.sink != nullptr)
+    if (!isSuccess) // what the status says counts, however long the text that comes with it
         bytes = bytes.first(std::min(bytes.size(), request_.maxAnswerSize - body.size()));
     if (body.empty()) {
         curl_off_t promised = 0;

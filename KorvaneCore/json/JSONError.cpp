@@ -1,14 +1,26 @@
 #include "KorvaneCore/json/JSONError.hpp"
 
+#include <utility>
+
 namespace Korvane {
 
-JSONError::JSONError(std::string reason) : reason_(std::move(reason)), message_(reason_) {}
+JSONError::JSONError(std::string reason) : JSONError("", std::move(reason)) {}
+
+JSONError::JSONError(std::string path, std::string reason)
+    : path_(std::move(path)), reason_(std::move(reason)) {
+    if (!path_.empty())
+        message_ = path_.substr(path_.front() == '.' ? 1 : 0) + ": ";
+    message_ += reason_;
+}
 
 JSONError JSONError::within(std::string_view step) const {
-    JSONError outer(reason_);
-    outer.path_ = std::string(step) + path_;
-    outer.message_ = outer.path_ + ": " + reason_;
-    return outer;
+    return {std::string(step) + path_, reason_};
+}
+
+JSONError JSONError::of(std::string_view record) const {
+    JSONError whole(*this);
+    whole.message_.insert(0, std::string(record) + ": ");
+    return whole;
 }
 
 } // namespace Korvane

@@ -4,7 +4,7 @@
 
 #include <boost/core/demangle.hpp>
 #include <boost/json/monotonic_resource.hpp>
-#include <boost/json/serialize.hpp>
+#include <boost/json/serializer.hpp>
 
 #include <algorithm>
 #include <array>
@@ -122,7 +122,20 @@ Value parse(std::string_view text) {
 }
 
 std::string serialise(const Value& value) {
-    return boost::json::serialize(value);
+    constexpr std::size_t firstBlock = 1 << 10;
+    boost::json::serializer serializer;
+    serializer.reset(&value);
+    std::string text(firstBlock, '\0');
+    std::size_t filled = serializer.read(text.data(), text.size()).size();
+    while (!serializer.done()) {
+        std::string longer(2 * text.size(), '\0');
+        text.copy(longer.data(), filled);
+        ::explicit_bzero(text.data(), filled);
+        text = std::move(longer);
+        filled += serializer.read(text.data() + filled, text.size() - filled).size();
+    }
+    text.resize(filled);
+    return text;
 }
 
 std::string formatDate(Date date) {

@@ -34,6 +34,8 @@ using Date = std::chrono::system_clock::time_point;
 
 /// Parses one JSON text; nesting is bounded at 32 levels. Throws JSONError.
 [[nodiscard]] Value parse(std::string_view text);
+
+/// Leaves no copy of the text behind but the one it gives.
 [[nodiscard]] std::string serialise(const Value& value);
 
 /// Overwrites the texts in a value that may hold secrets.

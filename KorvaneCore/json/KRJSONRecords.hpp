@@ -173,7 +173,7 @@ T decode(const Value& json) {
     try {
         return decodeNested<T>(json);
     } catch (const JSONError& error) {
-        throw error.within(Detail::recordName(typeid(T).name()));
+        throw error.of(Detail::recordName(typeid(T).name()));
     }
 }
 
@@ -183,7 +183,7 @@ T read(std::string_view text) {
         const Document document(text);
         return decodeNested<T>(document.value());
     } catch (const JSONError& error) {
-        throw error.within(Detail::recordName(typeid(T).name()));
+        throw error.of(Detail::recordName(typeid(T).name()));
     }
 }
 

@@ -44,8 +44,8 @@ void FileKeychain::remove(const std::vector<Key>& keys) {
 FileKeychain::Items FileKeychain::load() const {
     try {
         auto text = readFile(file_, maxFileBytes);
+        const KRCrypto::WipedAtEnd wiped(text);
         const KRJSON::Document document(text);
-        KRCrypto::wipe(text);
         return KRJSON::decodeNested<Items>(document.value());
     } catch (const FileError& error) {
         if (error.code() == std::errc::no_such_file_or_directory)
@@ -64,8 +64,8 @@ void FileKeychain::change(const std::function<void(Items&)>& edit) {
         auto items = load();
         edit(items);
         auto text = KRJSON::write(items);
+        const KRCrypto::WipedAtEnd wiped(text);
         replaceFile(file_, text, 0600);
-        KRCrypto::wipe(text);
     } catch (const FileError& error) {
         throw KeychainError(error.what());
     }

@@ -54,7 +54,8 @@ public:
 };
 
 /// The keychain of this session: the Secret Service when the session bus offers one that works, else a file
-/// in the container. Once the file exists it is used from then on, by every process.
+/// in the container. Once the file exists it is used from then on, by every process; a service that holds
+/// secrets and cannot be reached is a KeychainError.
 [[nodiscard]] std::shared_ptr<KeychainStore> systemKeychain(const KRConfiguration& configuration);
 
 } // namespace Korvane

@@ -3,6 +3,7 @@
 #include "KorvaneCore/platform/FileDescriptor.hpp"
 
 #include <filesystem>
+#include <optional>
 
 namespace Korvane {
 
@@ -24,6 +25,10 @@ public:
 
     /// Unlocks and closes the file; a second call does nothing.
     void unlock() noexcept;
+
+    /// The process that holds a lock on the file, as the kernel lists it: the lock itself is left alone. None
+    /// when nobody holds it. Throws FileError when the system does not tell.
+    [[nodiscard]] static std::optional<int> holder(const std::filesystem::path& file);
 
     [[nodiscard]] int fd() const noexcept { return fd_.get(); }
 

@@ -153,6 +153,10 @@ void requirePrivateFolder(const std::filesystem::path& folder) {
         fail("trust folder", folder, EACCES);
 }
 
+bool isWritable(const std::filesystem::path& path) noexcept {
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
 std::optional<std::chrono::system_clock::time_point>
 modificationDate(const std::filesystem::path& path) noexcept {
     struct stat status{};

@@ -47,6 +47,9 @@ void createDirectories(const std::filesystem::path& folder);
 /// user and is closed to all others.
 void requirePrivateFolder(const std::filesystem::path& folder);
 
+/// Whether this user may write to the file, or create files in the folder.
+[[nodiscard]] bool isWritable(const std::filesystem::path& path) noexcept;
+
 /// When the file, or the link itself, was last modified; none when it cannot be inspected.
 [[nodiscard]] std::optional<std::chrono::system_clock::time_point>
 modificationDate(const std::filesystem::path& path) noexcept;

@@ -1,5 +1,7 @@
 #include "KorvaneCore/platform/Inotify.hpp"
 
+#include "KorvaneCore/platform/Files.hpp"
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -36,6 +38,15 @@ void StopSignal::raise() noexcept {
 bool StopSignal::wait(std::chrono::milliseconds time) const noexcept {
     pollfd waiting{fd_.get(), POLLIN, 0};
     return ::poll(&waiting, 1, pollTime(time)) > 0;
+}
+
+std::optional<std::int64_t> Inotify::watchLimit() {
+    constexpr std::size_t longest = 64;
+    try {
+        return std::stoll(readFile("/proc/sys/fs/inotify/max_user_watches", longest));
+    } catch (const std::exception&) {
+        return std::nullopt; // no such file, or no number in it
+    }
 }
 
 Inotify::Inotify() noexcept : fd_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {}

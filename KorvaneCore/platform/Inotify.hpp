@@ -39,6 +39,9 @@ public:
         std::string_view name; ///< empty when the watched path itself is meant
     };
 
+    /// How many watches the user may have at once in all programs; none when the system does not tell.
+    [[nodiscard]] static std::optional<std::int64_t> watchLimit();
+
     /// Not open, with errno set, when the user has as many instances as allowed.
     Inotify() noexcept;
 

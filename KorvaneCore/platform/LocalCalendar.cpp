@@ -21,13 +21,11 @@ std::optional<std::tm> localTime(std::time_t instant) {
     return local;
 }
 
-using Day = std::tuple<int, int, int>;
-
 std::optional<Day> dayOf(std::time_t instant) {
     const auto local = localTime(instant);
     if (!local)
         return std::nullopt;
-    return Day(local->tm_year, local->tm_mon, local->tm_mday);
+    return Day{local->tm_year + 1900, local->tm_mon + 1, local->tm_mday};
 }
 
 std::time_t wholeSeconds(Time date) {
@@ -36,9 +34,13 @@ std::time_t wholeSeconds(Time date) {
 
 } // namespace
 
+Day day(Time date) {
+    return dayOf(wholeSeconds(date)).value_or(Day{});
+}
+
 std::string dayKey(Time date) {
-    const auto local = localTime(wholeSeconds(date)).value_or(std::tm{});
-    return fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+    const auto [year, month, dayOfMonth] = day(date);
+    return fmt::format("{:04}-{:02}-{:02}", year, month, dayOfMonth);
 }
 
 std::optional<Time> nextStartOfDay(Time now) {
@@ -50,7 +52,7 @@ std::optional<Time> nextStartOfDay(Time now) {
     std::time_t before = start;
     for (std::time_t after = start - start % step + step; after < start + searchLimit;
          before = after, after += step) {
-        if (const auto day = dayOf(after); !day || *day <= *today)
+        if (const auto next = dayOf(after); !next || *next <= *today)
             continue;
         // The day changes in (before, after]: halve down to the second.
         std::time_t earlier = before;
@@ -65,8 +67,8 @@ std::optional<Time> nextStartOfDay(Time now) {
 }
 
 int wholeYears(Time from, Time to) {
-    const auto [fromYear, fromMonth, fromDay] = dayOf(wholeSeconds(from)).value_or(Day{});
-    const auto [toYear, toMonth, toDay] = dayOf(wholeSeconds(to)).value_or(Day{});
+    const auto [fromYear, fromMonth, fromDay] = day(from);
+    const auto [toYear, toMonth, toDay] = day(to);
     const int years = toYear - fromYear;
     const auto anniversary = std::tuple(fromMonth, fromDay);
     const auto today = std::tuple(toMonth, toDay);

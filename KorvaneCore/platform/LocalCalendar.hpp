@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <compare>
 #include <optional>
 #include <string>
 
@@ -10,6 +11,17 @@
 namespace Korvane::LocalCalendar {
 
 using Time = std::chrono::system_clock::time_point;
+
+struct Day {
+    int year = 0;
+    int month = 0; ///< from 1
+    int day = 0;   ///< from 1
+
+    auto operator<=>(const Day&) const = default;
+};
+
+/// The day the date lies in; year 0 for a date beyond the C library's calendar.
+[[nodiscard]] Day day(Time date);
 
 /// "%04d-%02d-%02d" of the date's year, month and day.
 [[nodiscard]] std::string dayKey(Time date);

@@ -87,6 +87,16 @@ int identifier() noexcept {
     return ::getpid();
 }
 
+std::string name(int process) {
+    constexpr std::size_t longest = 64;
+    try {
+        auto text = readFile("/proc/" + std::to_string(process) + "/comm", longest);
+        return text.substr(0, text.find('\n'));
+    } catch (const FileError&) {
+        return "?"; // it may have ended meanwhile
+    }
+}
+
 void surviveFailedWrites() noexcept {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);

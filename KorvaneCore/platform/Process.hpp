@@ -19,6 +19,10 @@ void detach();
 /// This process's number.
 [[nodiscard]] int identifier() noexcept;
 
+/// The name of the program that a process runs, cut to 15 bytes by the kernel; "?" when there is no such
+/// process.
+[[nodiscard]] std::string name(int process);
+
 /// From now on a write to a closed connection, or past a limit of size, fails instead of ending the process.
 void surviveFailedWrites() noexcept;
 

@@ -10,6 +10,10 @@ namespace Korvane {
 
 using KRCrypto::KRCryptoError;
 
+std::optional<IndexItem::Date> contentDate(const IndexItem& item) {
+    return item.mtime ? item.mtime : item.createdAt;
+}
+
 IndexItem indexItem(const SQLRow& row) {
     return {
         .id = row.string("id").value_or(""),

@@ -47,6 +47,10 @@ struct IndexItem {
     bool operator==(const IndexItem&) const = default;
 };
 
+/// When the content was made, as far as the index knows: its modification time, else when it came to the
+/// server.
+[[nodiscard]] std::optional<IndexItem::Date> contentDate(const IndexItem& item);
+
 /// A row of `items`.
 [[nodiscard]] IndexItem indexItem(const SQLRow& row);
 

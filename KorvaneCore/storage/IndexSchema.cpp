@@ -59,6 +59,11 @@ CREATE INDEX IF NOT EXISTS items_received ON items(blob_id COLLATE NOCASE)
   WHERE is_folder=0 AND deleted_at IS NULL;
 CREATE INDEX IF NOT EXISTS transfers_key ON transfers(dedupe_key, state) WHERE dedupe_key IS NOT NULL;
 CREATE INDEX IF NOT EXISTS transfers_waiting ON transfers(created_at, next_attempt) WHERE state=0;
+)",
+    // For pictures by date.
+    R"(
+CREATE INDEX IF NOT EXISTS items_pictures ON items(COALESCE(mtime, created_at), id)
+  WHERE is_folder=0 AND deleted_at IS NULL AND mime>='image/' AND mime<'image0';
 )"};
 
 } // namespace

@@ -7,7 +7,7 @@
 /// The tables of the local index, by version.
 namespace Korvane::IndexSchema {
 
-inline constexpr std::int32_t currentVersion = 3;
+inline constexpr std::int32_t currentVersion = 4;
 
 /// Brings the tables up to the current version, each step whole or not at all; a newer version is left as it
 /// is. Several processes may do so at once. Throws SQLiteError.

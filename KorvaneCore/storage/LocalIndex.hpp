@@ -159,6 +159,18 @@ public:
     [[nodiscard]] std::vector<IndexItem> items(std::int64_t changedAfter, std::int64_t limit);
     [[nodiscard]] std::int64_t maxItemSeq(); ///< 0 when empty
 
+    /// Whether the item and all folders above it are known and live, up to a root.
+    [[nodiscard]] bool isLive(const std::string& id);
+
+    /// Live files with a MIME type of images whose contentDate() lies in [from, to), by that date, then by
+    /// id. Only those whose present content was last reconciled with a file of this device; whether that is
+    /// still there is not asked.
+    [[nodiscard]] std::vector<IndexItem> reconciledPictures(Date from, Date to, std::int64_t limit,
+                                                            std::int64_t offset);
+
+    /// The earliest contentDate() of live images.
+    [[nodiscard]] std::optional<Date> earliestPicture();
+
     /// The key of any item with that content.
     [[nodiscard]] std::optional<Bytes> wrappedKey(const std::string& forBlobId);
 
@@ -193,6 +205,16 @@ public:
     /// Renames the path and everything below it. Throws when a new path is taken.
     void moveBase(const std::string& root, const std::string& from, const std::string& to);
     void clearBase(const std::string& root);
+
+    struct ItemBase {
+        std::string rootId;
+        BaseEntry entry;
+
+        bool operator==(const ItemBase&) const = default;
+    };
+
+    /// What was last reconciled for an item, below whichever roots, by root and path.
+    [[nodiscard]] std::vector<ItemBase> basesOf(const std::string& itemId);
 
     /// Where this version of a file lies on disk.
     [[nodiscard]] std::optional<BaseLocation> baseLocation(const std::string& itemId, std::int64_t version);
@@ -269,6 +291,7 @@ public:
     // Pins: items kept offline.
 
     [[nodiscard]] std::map<std::string, std::int64_t> pinnedIds(); ///< with the version on disk, 0 for none
+    [[nodiscard]] std::vector<IndexItem> pinnedItems(); ///< the live ones, in the order they were pinned in
     void setPinned(const std::string& id, bool pinned);
 
     /// What lies on disk of a pinned item; nothing for one that is not pinned.

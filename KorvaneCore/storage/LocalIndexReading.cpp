@@ -19,6 +19,9 @@ constexpr std::string_view walkDown =
     "AND id<>?1 UNION ALL SELECT i.id, t.path || '/' || i.name FROM items i JOIN t ON i.parent_id = t.id "
     "WHERE i.deleted_at IS NULL AND i.id<>?1) ";
 
+/// As the index items_pictures has it, word for word: else it is not used.
+constexpr auto* isPicture = "is_folder=0 AND deleted_at IS NULL AND mime>='image/' AND mime<'image0'";
+
 template <SQLBindable... Args>
 std::vector<IndexItem> select(SQLiteDatabase& database, const std::string& sql, const Args&... args) {
     std::vector<IndexItem> items;
@@ -217,6 +220,37 @@ std::vector<IndexItem> LocalIndex::items(std::int64_t changedAfter, std::int64_t
 std::int64_t LocalIndex::maxItemSeq() {
     const MutexLock lock(mutex_);
     return database_.query("SELECT MAX(seq) AS s FROM items").at(0).intValue("s").value_or(0);
+}
+
+bool LocalIndex::isLive(const std::string& id) {
+    const MutexLock lock(mutex_);
+    bool reachesRoot = false;
+    walkUp(database_, id, [&](const IndexItem& item) {
+        reachesRoot = !item.deletedAt && !item.parentId && item.isFolder;
+        return !item.deletedAt;
+    });
+    return reachesRoot;
+}
+
+std::vector<IndexItem> LocalIndex::reconciledPictures(Date from, Date to, std::int64_t limit,
+                                                      std::int64_t offset) {
+    const MutexLock lock(mutex_);
+    return select(database_,
+                  std::string("SELECT * FROM items WHERE ") + isPicture +
+                      " AND COALESCE(mtime, created_at)>=? AND COALESCE(mtime, created_at)<? AND EXISTS "
+                      "(SELECT 1 FROM sync_base AS b WHERE b.item_id=items.id AND b.is_folder=0 AND "
+                      "(b.version=items.version OR b.sha256=items.sha256)) "
+                      "ORDER BY COALESCE(mtime, created_at), id LIMIT ? OFFSET ?",
+                  from, to, limit, offset);
+}
+
+std::optional<LocalIndex::Date> LocalIndex::earliestPicture() {
+    const MutexLock lock(mutex_);
+    const auto rows =
+        database_.query(std::string("SELECT COALESCE(mtime, created_at) AS d FROM items WHERE ") + isPicture +
+                        " AND COALESCE(mtime, created_at) IS NOT NULL ORDER BY "
+                        "COALESCE(mtime, created_at) LIMIT 1");
+    return rows.empty() ? std::nullopt : rows.front().date("d");
 }
 
 std::optional<LocalIndex::Bytes> LocalIndex::wrappedKey(const std::string& forBlobId) {

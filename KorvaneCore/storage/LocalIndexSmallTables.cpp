@@ -11,6 +11,16 @@ std::map<std::string, std::int64_t> LocalIndex::pinnedIds() {
     return versions;
 }
 
+std::vector<IndexItem> LocalIndex::pinnedItems() {
+    const MutexLock lock(mutex_);
+    std::vector<IndexItem> items;
+    // From the few pins to their items, whatever the planner thinks of the sizes of both.
+    database_.forEach("SELECT items.* FROM pinned CROSS JOIN items ON items.id=pinned.item_id WHERE "
+                      "items.deleted_at IS NULL ORDER BY pinned.rowid",
+                      {}, [&](const SQLRow& row) { items.push_back(indexItem(row)); });
+    return items;
+}
+
 void LocalIndex::setPinned(const std::string& id, bool pinned) {
     const MutexLock lock(mutex_);
     database_.run(pinned ? "INSERT OR IGNORE INTO pinned(item_id, local_version) VALUES(?, 0)"

@@ -78,6 +78,15 @@ void LocalIndex::clearBase(const std::string& root) {
     database_.run("DELETE FROM sync_base WHERE root_id=?", root);
 }
 
+std::vector<LocalIndex::ItemBase> LocalIndex::basesOf(const std::string& itemId) {
+    const MutexLock lock(mutex_);
+    std::vector<ItemBase> bases;
+    for (const auto& row :
+         database_.query("SELECT * FROM sync_base WHERE item_id=? ORDER BY root_id, rel_path", itemId))
+        bases.push_back({row.string("root_id").value_or(""), baseEntry(row)});
+    return bases;
+}
+
 std::optional<LocalIndex::BaseLocation> LocalIndex::baseLocation(const std::string& itemId,
                                                                  std::int64_t version) {
     const MutexLock lock(mutex_);

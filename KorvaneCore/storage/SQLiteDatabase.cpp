@@ -4,6 +4,7 @@
 #include "KorvaneCore/storage/SQLiteError.hpp"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -112,6 +113,11 @@ SQLiteDatabase::SQLiteDatabase(std::filesystem::path url, bool readOnly) : url_(
     // SQLite would open the file named by what comes before the NUL.
     if (url_.native().find('\0') != std::string::npos)
         throw SQLiteError(SQLITE_CANTOPEN, "open failed");
+    // Made here, for its owner alone, which SQLite takes over for the files beside it; and without opening
+    // it: closing a file would end the locks that other connections of this process hold on it. A file that
+    // is there stays as it is, and what is wrong with the path SQLite says.
+    if (!readOnly)
+        (void)::mknod(url_.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0);
     sqlite3* handle = nullptr;
     const int code = sqlite3_open_v2(url_.c_str(), &handle, mode | SQLITE_OPEN_FULLMUTEX, nullptr);
     handle_.reset(handle);

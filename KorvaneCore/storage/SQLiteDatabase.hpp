@@ -25,9 +25,9 @@ namespace Korvane {
 /// database that was moved from is closed, and its operations say so.
 class SQLiteDatabase {
 public:
-    /// Opens the file, for writing unless `readOnly`; a missing one is created, or refused (SQLITE_CANTOPEN)
-    /// when read-only. A writer puts the file into WAL mode with synchronous NORMAL and enforces foreign
-    /// keys; a reader changes nothing.
+    /// Opens the file, for writing unless `readOnly`; a missing one is created for its owner alone (0600), or
+    /// refused (SQLITE_CANTOPEN) when read-only. A writer puts the file into WAL mode with synchronous NORMAL
+    /// and enforces foreign keys; a reader changes nothing.
     explicit SQLiteDatabase(std::filesystem::path url, bool readOnly = false);
 
     /// The connection, owned by this object; null once closed.

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <utility>
 
 namespace Korvane {
@@ -23,25 +22,26 @@ constexpr auto schema = "CREATE TABLE IF NOT EXISTS status (path TEXT PRIMARY KE
                         "NOT NULL);"
                         "CREATE TABLE IF NOT EXISTS roots (path TEXT PRIMARY KEY, remote_id TEXT);";
 
-void write(SQLiteDatabase& database, const StatusDatabase::Entry& entry) {
+void write(SQLiteDatabase& database, const StatusDatabase::Entry& entry, Clock::Time now) {
     database.run(
         "INSERT INTO status(path,state,item_id,updated_at) VALUES(?,?,?,?) ON CONFLICT(path) DO UPDATE SET "
         "state=excluded.state, item_id=COALESCE(excluded.item_id, status.item_id), "
         "updated_at=excluded.updated_at",
-        entry.path, entry.state, entry.itemId, std::chrono::system_clock::now());
+        entry.path, entry.state, entry.itemId, now);
 }
 
 } // namespace
 
-StatusDatabase::StatusDatabase(const std::filesystem::path& url, NotificationCenter notifications)
-    : database_(url), notifications_(std::move(notifications)) {
+StatusDatabase::StatusDatabase(const std::filesystem::path& url, NotificationCenter notifications,
+                               std::shared_ptr<Clock> clock)
+    : clock_(std::move(clock)), database_(url), notifications_(std::move(notifications)) {
     database_.execute(schema);
 }
 
 void StatusDatabase::set(PathStatus status, const std::string& path,
                          const std::optional<std::string>& itemId) {
     const MutexLock lock(mutex_);
-    write(database_, {path, status, itemId});
+    write(database_, {path, status, itemId}, clock_->now());
     postChanged();
 }
 
@@ -49,7 +49,7 @@ void StatusDatabase::setMany(const std::vector<Entry>& entries) {
     const MutexLock lock(mutex_);
     database_.transaction([&](SQLiteDatabase& database) {
         for (const auto& entry : entries)
-            write(database, entry);
+            write(database, entry, clock_->now());
     });
     postChanged();
 }

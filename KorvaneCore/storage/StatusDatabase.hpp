@@ -1,11 +1,13 @@
 #pragma once
 
+#include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneCore/platform/Mutex.hpp"
 #include "KorvaneCore/platform/NotificationCenter.hpp"
 #include "KorvaneCore/storage/PathStatus.hpp"
 #include "KorvaneCore/storage/SQLiteDatabase.hpp"
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,7 +35,8 @@ public:
     };
 
     /// Opens the file, or creates it with its tables.
-    StatusDatabase(const std::filesystem::path& url, NotificationCenter notifications);
+    StatusDatabase(const std::filesystem::path& url, NotificationCenter notifications,
+                   std::shared_ptr<Clock> clock = systemClock());
 
     /// Records the state of a path as of now. Without an item id the one stored stays.
     void set(PathStatus status, const std::string& path, const std::optional<std::string>& itemId = {});
@@ -69,6 +72,7 @@ public:
     void postChanged();
 
 private:
+    const std::shared_ptr<Clock> clock_;
     Mutex mutex_;
     SQLiteDatabase database_ KR_GUARDED_BY(mutex_);
     NotificationCenter notifications_;

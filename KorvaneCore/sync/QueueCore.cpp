@@ -86,6 +86,17 @@ asio::awaitable<void> QueueCore::finished() {
     }
 }
 
+asio::awaitable<void> QueueCore::delivered() {
+    const auto ended = settling_;
+    while (std::ranges::any_of(ended, [this](const auto& run) { return settling_.contains(run); })) {
+        boost::system::error_code woken;
+        co_await settled_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
+        const auto state = co_await asio::this_coro::cancellation_state;
+        if (state.cancelled() != asio::cancellation_type::none)
+            co_return;
+    }
+}
+
 void QueueCore::setPaused(bool paused) {
     paused_ = paused;
     if (paused) {

@@ -41,6 +41,7 @@ public:
     void start();
     void stop();
     asio::awaitable<void> finished();
+    asio::awaitable<void> delivered();
 
     [[nodiscard]] bool isPaused() const noexcept { return paused_; }
 
@@ -123,6 +124,7 @@ private:
 
     std::map<std::string, RunPointer> running_; // with those that are ending after stop()
     std::size_t unsettled_ = 0;                 // runs whose outcome is not yet delivered, too
+    std::set<RunPointer> settling_;             // those of them that have ended
     asio::steady_timer settled_;                // never expires; cancelled to wake
     std::set<std::string> userCancelled_;
     std::map<std::string, Verdict> leftOver_; // what the index did not take, by id

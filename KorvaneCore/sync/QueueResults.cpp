@@ -55,6 +55,7 @@ private:
 
 asio::awaitable<void> QueueCore::settle(RunPointer run, std::exception_ptr error, JobRunner::Result result) {
     const auto self = shared_from_this();
+    settling_.insert(run);
     try {
         if (error)
             co_await failed(run, error);
@@ -64,6 +65,7 @@ asio::awaitable<void> QueueCore::settle(RunPointer run, std::exception_ptr error
         Log::error("queue", unexpected.what());
     }
     remove(run);
+    settling_.erase(run);
     --unsettled_;
     settled_.cancel();
     if (error)

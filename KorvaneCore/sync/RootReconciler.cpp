@@ -14,8 +14,9 @@ namespace Korvane {
 
 namespace {
 
-const TransferOrigin::Sync* syncOrigin(const std::optional<TransferOrigin>& origin) {
-    return origin ? origin->as<TransferOrigin::Sync>() : nullptr;
+/// Of an origin that is known to be a root.
+const std::string& pathIn(const TransferOrigin& origin) {
+    return origin.as<TransferOrigin::Sync>()->relPath;
 }
 
 std::optional<TransferOrigin> originOf(const TransferOutcome& outcome) {
@@ -39,7 +40,7 @@ RootLedger RootReconciler::ledgerOf(SyncRoot root) const {
 }
 
 std::optional<RootLedger> RootReconciler::ledgerOf(const std::optional<TransferOrigin>& origin) const {
-    const auto* sync = syncOrigin(origin);
+    const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
     if (sync == nullptr)
         return std::nullopt;
     const auto roots = SyncRoots::all(*parts_.context.index);
@@ -65,7 +66,7 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
     if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
         co_await failed(*ledger, *failure);
     } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
-        ledger->mark(syncOrigin(origin)->relPath, PathStatus::queued);
+        ledger->mark(pathIn(*origin), PathStatus::queued);
         again = true;
     } else if (const auto* upload = outcome.as<TransferOutcome::Uploaded>()) {
         again = co_await uploaded(*ledger, upload->job, upload->file.id, upload->file.version);
@@ -78,7 +79,7 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
 // A file that came and went before it was sent has failed at nothing.
 asio::awaitable<void> RootReconciler::failed(const RootLedger& ledger,
                                              const TransferOutcome::Failed& failed) {
-    const auto& relPath = syncOrigin(failed.origin)->relPath;
+    const auto& relPath = pathIn(*failed.origin);
     if (failed.kind == TransferRecord::Kind::upload && !co_await statOf(ledger.absolute(relPath))) {
         co_await parts_.queue->cancel(failed.id);
         ledger.unmark(relPath, false);
@@ -93,7 +94,7 @@ asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const U
                                                std::string itemId, std::int64_t version) {
     if (!job.sourceStat)
         co_return true;
-    auto relPath = syncOrigin(job.origin)->relPath;
+    auto relPath = pathIn(job.origin);
     auto status = PathStatus::synced;
     if (job.isConflictCopy) {
         const auto parent = RelativePath::parent(relPath);
@@ -112,7 +113,7 @@ asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const U
 // other device comes to the place it leaves. False when it keeps its name here.
 asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
                                                        std::string renamed) {
-    const auto& relPath = syncOrigin(job.origin)->relPath;
+    const auto& relPath = pathIn(job.origin);
     const auto from = ledger.absolute(relPath);
     const auto to = ledger.absolute(renamed);
     const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
@@ -142,7 +143,7 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
 // True when what lies there now is not what was fetched.
 asio::awaitable<bool> RootReconciler::downloaded(const RootLedger& ledger,
                                                  const TransferOutcome::Downloaded& download) {
-    const auto& relPath = syncOrigin(download.job.origin)->relPath;
+    const auto& relPath = pathIn(download.job.origin);
     const auto now = co_await statOf(ledger.absolute(relPath));
     const auto item = parts_.context.index->item(download.file.id);
     const bool isKnown = item && item->version == download.file.version;

@@ -38,7 +38,9 @@ asio::awaitable<bool> RootRound::run() {
         co_return true;
     forgetMissingFolders();
     // Before the base: an upload that ends in between is held, and not begun again with what it was based on.
+    // What the queue has no more by now, the base knows once that has been heard of.
     queued_.emplace(co_await offload([&] { return QueuedUploads(*context_.index, ledger_.root().id); }));
+    co_await queue_.delivered();
     const auto base = ledger_.base();
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });

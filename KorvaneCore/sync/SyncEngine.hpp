@@ -107,7 +107,7 @@ private:
     std::map<std::string, Cancellation> debounce_; // waiting for the root to settle
     std::map<std::string, Running> reconciling_;
     std::map<std::string, Clock::Duration> retryDelays_; // of roots whose last reconcile failed
-    asio::steady_timer reconcileEnd_; // never expires; cancelled when one has ended
+    asio::steady_timer reconcileEnd_;                    // never expires; cancelled when one has ended
 };
 
 } // namespace Korvane

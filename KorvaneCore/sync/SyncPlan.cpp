@@ -61,7 +61,7 @@ private:
     }
 
     /// Whether what is missing at its old path is what lies here now. Of a folder, whose size and date say
-    /// nothing, something must be the same below it too, unless both are empty.
+    /// nothing, something of the same name must be the same below it too, unless both are empty.
     [[nodiscard]] bool wasMoved(const BaseEntry& from, const LocalScan::Entry& to) const {
         if (from.isFolder != to.stat.isDirectory)
             return false;
@@ -70,13 +70,12 @@ private:
         const auto before = from.relPath + "/";
         const auto after = to.relPath + "/";
         bool isEmpty = true;
-        for (auto known = base_.lower_bound(before);
-             known != base_.end() && known->first.starts_with(before); ++known) {
+        for (auto known = base_.lower_bound(before); known != base_.end() && known->first.starts_with(before);
+             ++known) {
             isEmpty = false;
             const auto now = present_.find(after + known->first.substr(before.size()));
             if (now != present_.end() && known->second.isFolder == now->second->isDirectory &&
-                (known->second.isFolder ? now->second->inode == known->second.inode
-                                        : isSameFile(*now->second, known->second)))
+                now->second->inode == known->second.inode)
                 return true;
         }
         const auto inside = present_.lower_bound(after);
@@ -120,7 +119,7 @@ private:
     const std::map<std::string, BaseEntry>& base_;
     std::map<std::string, const LocalStat*> present_;
     std::vector<std::pair<std::string, std::string>> movedFolders_; ///< from, to
-    std::multimap<std::uint64_t, const BaseEntry*> missing_; ///< by inode
+    std::multimap<std::uint64_t, const BaseEntry*> missing_;        ///< by inode
     SyncPlan plan_;
 };
 

@@ -13,18 +13,28 @@ std::string keyOf(const std::string& id) {
     return folder + "/" + id;
 }
 
+std::optional<SyncRoot> read(const std::string& key, const std::string& json) {
+    try {
+        return KRJSON::read<SyncRoot>(json);
+    } catch (const JSONError& error) {
+        Log::error("sync", key + " cannot be read: " + error.what());
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 std::vector<SyncRoot> all(LocalIndex& index) {
     std::vector<SyncRoot> roots;
-    for (const auto& [key, json] : index.values(folder)) {
-        try {
-            roots.push_back(KRJSON::read<SyncRoot>(json));
-        } catch (const JSONError& error) {
-            Log::error("sync", key + " cannot be read: " + error.what());
-        }
-    }
+    for (const auto& [key, json] : index.values(folder))
+        if (auto root = read(key, json))
+            roots.push_back(*std::move(root));
     return roots;
+}
+
+std::optional<SyncRoot> find(LocalIndex& index, const std::string& id) {
+    const auto json = index.value(keyOf(id));
+    return json ? read(keyOf(id), *json) : std::nullopt;
 }
 
 void add(LocalIndex& index, const SyncRoot& root) {

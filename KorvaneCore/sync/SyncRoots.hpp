@@ -4,6 +4,7 @@
 
 #include <boost/describe/class.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,8 @@ BOOST_DESCRIBE_STRUCT(SyncRoot, (), (id, path, folderId))
 namespace SyncRoots {
 
 [[nodiscard]] std::vector<SyncRoot> all(LocalIndex& index);
+
+[[nodiscard]] std::optional<SyncRoot> find(LocalIndex& index, const std::string& id);
 
 void add(LocalIndex& index, const SyncRoot& root);
 

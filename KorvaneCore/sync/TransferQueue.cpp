@@ -96,6 +96,10 @@ asio::awaitable<void> TransferQueue::finished() {
     return on<void>(core_->strand(), [core = core_] { return core->finished(); });
 }
 
+asio::awaitable<void> TransferQueue::delivered() {
+    return on<void>(core_->strand(), [core = core_] { return core->delivered(); });
+}
+
 asio::awaitable<bool> TransferQueue::isPaused() {
     return call(core_, [](const QueueCore& core) { return core.isPaused(); });
 }

@@ -115,6 +115,9 @@ public:
     /// Waits until no run is left, ending ones included.
     asio::awaitable<void> finished();
 
+    /// Waits until every outcome that the records show by now has been handled. Not from an outcome handler.
+    asio::awaitable<void> delivered();
+
     [[nodiscard]] asio::awaitable<bool> isPaused();
 
     /// Holds everything back, and cancels what runs, until set to false. Not kept by the queue.

@@ -6,6 +6,7 @@
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/platform/NotificationCenter.hpp"
 
 #include <stdexcept>
 #include <string>
@@ -105,6 +106,7 @@ bool hideContent() {
 
 void setHideContent(bool hide) {
     SharedDefaults::store().set(hide, hideContentKey);
+    NotificationCenter(SharedContainer::notificationFolder()).post(KRIdentifiers::widgetsChangedNotification);
 }
 
 fs::path snapshotURL() {

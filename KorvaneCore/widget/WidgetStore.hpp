@@ -16,7 +16,8 @@ inline constexpr std::size_t maxSnapshotSize = std::size_t{1} << 20;  ///< bytes
 inline constexpr std::size_t maxThumbnailSize = std::size_t{8} << 20; ///< bytes of JPEG
 
 /// The user's choice to show "Content hidden" instead of names and photos; off by default. Throws what the
-/// shared defaults throw. It counts from the next publication on.
+/// shared defaults throw, and setting it FileError when it could not be announced
+/// (KRIdentifiers::widgetsChangedNotification). It counts from the next publication on.
 [[nodiscard]] bool hideContent();
 void setHideContent(bool hide);
 

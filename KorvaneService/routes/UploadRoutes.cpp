@@ -40,11 +40,14 @@ Upload found(Exchange& exchange) {
     return upload;
 }
 
+/// Those that were put and are still there.
 std::set<std::int64_t> partsOf(Exchange& exchange, const Upload& upload) {
     std::set<std::int64_t> parts;
     for (const auto& row :
          exchange.database.query("SELECT part_number FROM upload_parts WHERE upload_id = ?", upload.id))
-        parts.insert(Columns::integer(row, "part_number"));
+        if (const auto part = Columns::integer(row, "part_number");
+            exchange.state.blobs().holdsPart(upload.id, part, upload.encryptedSize))
+            parts.insert(part);
     return parts;
 }
 
@@ -156,7 +159,9 @@ bool addBlob(Exchange& exchange, const Upload& upload) {
 
 void forget(Exchange& exchange, const Upload& upload) {
     exchange.database.run("DELETE FROM uploads WHERE id = ?", upload.id);
-    exchange.discarded.push_back(exchange.state.blobs().uploadFolder(upload.id));
+    const auto& blobs = exchange.state.blobs();
+    exchange.discarded.push_back(blobs.uploadFolder(upload.id));
+    exchange.discarded.push_back(blobs.blobFolder(upload.id)); // where a completion failed last
 }
 
 // Of two uploads of one content the first to complete is kept, with its key. The other ends here, and its

@@ -26,7 +26,7 @@ namespace IndexTree = Bench::IndexTree;
 constexpr auto dropVersion3 =
     "DROP INDEX items_child; DROP INDEX items_listed; DROP INDEX items_recent; DROP INDEX items_seq; "
     "DROP INDEX items_blob; DROP INDEX items_received; DROP INDEX transfers_key; DROP INDEX "
-    "transfers_waiting;";
+    "transfers_waiting; DROP INDEX items_pictures;";
 
 /// A filled file of each size and version, made when first asked for.
 class Files {

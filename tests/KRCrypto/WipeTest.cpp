@@ -5,6 +5,8 @@
 #include "KRCrypto/PairingCrypto.hpp"
 #include "KRCrypto/RecoveryCode.hpp"
 #include "KRCrypto/SealedBox.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/json/SecretText.hpp"
 #include "tests/KRCrypto/Vectors.hpp"
 
 #include <gtest/gtest.h>
@@ -94,6 +96,8 @@ void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
 namespace KRCrypto::Tests {
 namespace {
 
+using Record = std::map<std::string, Korvane::SecretText>;
+
 template <class T>
 concept Printable = requires(std::ostream& out, const T& value) { out << value; };
 
@@ -158,6 +162,9 @@ TEST(WipedMemory, OperationsLeaveNoKeysBehind) {
     const Bytes chunk(16);
     const Argon2Params params{256, 2, 2, 32};
 
+    const Record record{{"a", {token}}, {"b", {std::string(5000, 'x')}}};
+    const auto json = Korvane::KRJSON::write(record);
+
     const std::tuple<std::string_view, Bytes, std::function<void()>> table[] = {
         {"unwrapping, the master key", mk, [&] { MasterKey::unwrapWithKek(kek, wrapped); }},
         {"unwrapping, the wrapping key", kek, [&] { MasterKey::unwrapWithKek(kek, wrapped); }},
@@ -193,6 +200,12 @@ TEST(WipedMemory, OperationsLeaveNoKeysBehind) {
                  return DropCrypto::sealLink(key, {1, SecretBytes::copyOf(token), "\xff", "folder"});
              });
          }},
+        {"a token in a record, writing", copyOf(token),
+         [&] {
+             auto text = Korvane::KRJSON::write(record);
+             wipe(text);
+         }},
+        {"a token in a record, reading", copyOf(token), [&] { (void)Korvane::KRJSON::read<Record>(json); }},
         {"pairing, the master key", mk,
          [&] {
              PairingCrypto::pairOpen(SecretBytes::copyOf(bytes(devices, "device")),

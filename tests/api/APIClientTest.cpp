@@ -91,26 +91,20 @@ TEST_F(APIClientTest, TokensAreRefreshedThirtySecondsBeforeTheyExpire) {
 /// First answer × second answer × credentialCheck: R ends the device, T is about the token, P is about a
 /// proof.
 TEST_F(APIClientTest, FollowsTheRoadOfA401) {
+    const auto refusal = [](const std::string& code, const std::string& rest = "", int status = 401) {
+        return jsonAnswer(status, R"({"error":{"code":")" + code + "\"" + rest + "}}");
+    };
     const std::map<std::string, HTTPResponse> answers{
         {"ok", jsonAnswer(200, meBody)},
-        {"R", jsonAnswer(401, R"({"error":{"code":"device_revoked"}})")},
-        {"T reason",
-         jsonAnswer(
-             401,
-             R"({"error":{"code":"unauthorized","message":"wrong password","details":{"reason":"token_expired"}}})")},
-        {"T invalid",
-         jsonAnswer(401, R"({"error":{"code":"unauthorized","details":{"reason":"invalid_token"}}})")},
-        {"T message",
-         jsonAnswer(
-             401, R"({"error":{"code":"unauthorized","message":"unknown device","details":{"reason":7}}})")},
+        {"R", refusal("device_revoked")},
+        {"T reason", refusal("unauthorized", R"(,"message":"no","details":{"reason":"token_expired"})")},
+        {"T invalid", refusal("unauthorized", R"(,"details":{"reason":"invalid_token"})")},
+        {"T message", refusal("unauthorized", R"(,"message":"unknown device","details":{"reason":7})")},
         {"T none", jsonAnswer(401, "")},
-        {"P message", jsonAnswer(401, R"({"error":{"code":"unauthorized","message":"Unknown device"}})")},
-        {"P reason",
-         jsonAnswer(
-             401,
-             R"({"error":{"code":"unauthorized","message":"unknown device","details":{"reason":"bad_proof"}}})")},
-        {"P forbidden", jsonAnswer(401, R"({"error":{"code":"forbidden","message":"no"}})")},
-        {"403 R", jsonAnswer(403, R"({"error":{"code":"device_revoked"}})")},
+        {"P message", refusal("unauthorized", R"(,"message":"Unknown device")")},
+        {"P reason", refusal("unauthorized", R"(,"message":"unknown device","details":{"reason":"proof"})")},
+        {"P forbidden", refusal("forbidden", R"(,"message":"no")")},
+        {"403 R", refusal("device_revoked", "", 403)},
         {"500", jsonAnswer(500, "")},
     };
     const E down = E::Server{500, "http_500", std::nullopt};
@@ -187,7 +181,8 @@ TEST_F(APIClientTest, ARefusedRefreshEndsTheSignInAndOtherFailuresDoNot) {
         {jsonAnswer(403, R"({"error":{"code":"device_revoked"}})"), E::DeviceRevoked{}, true},
         {jsonAnswer(403, R"({"error":{"code":"unauthorized"}})"), E::Unauthorized{}, true},
         {jsonAnswer(429, ""), E::RateLimited{}, false},
-        {jsonAnswer(200, R"({"accessToken":"a"})"), E::Decoding{"TokenPair.refreshToken: is missing"}, false},
+        {jsonAnswer(200, R"({"accessToken":"a"})"), E::Decoding{"TokenPair: refreshToken: is missing"},
+         false},
         {jsonAnswer(200, R"({"accessToken":"","refreshToken":"r"})"),
          E::Decoding{"TokenPair: an empty token"}, false},
         {jsonAnswer(200, "<html>"), E::Decoding{"TokenPair: not JSON: syntax error"}, false},
@@ -265,6 +260,43 @@ TEST_F(APIClientTest, NewTokensTheKeychainDidNotTakeAreStoredLater) {
     EXPECT_EQ(session_->sent.back().body, R"({"refreshToken":"r2"})") << "not the one that is used up";
 }
 
+TEST_F(APIClientTest, ARefreshBringsNothingBackAfterSigningOutOrInAgain) {
+    answerCalls([](const Sent&) { return jsonAnswer(200, meBody); });
+    listen();
+    const auto theirs = token(600, "theirs");
+    const std::tuple<HTTPResponse, bool, std::string> rows[] = {
+        {refreshAnswer_, false, ""},
+        {refreshAnswer_, true, theirs},
+        {jsonAnswer(401, ""), true, theirs},
+    };
+    for (const auto& [answer, signsIn, stored] : rows) {
+        get(client_.setTokens({token(0, "mine"), "r1"}));
+        refreshAnswer_ = answer;
+        session_->holds = isRefresh;
+        auto call = start(client_.me());
+        driveUntil([&] { return session_->held() == 1; });
+        const auto change = [&, in = signsIn] {
+            return in ? client_.setTokens({theirs, "r9"}) : client_.clearTokens();
+        };
+        asio::cancellation_signal signal;
+        auto cancelled =
+            asio::co_spawn(context_, change(), asio::bind_cancellation_slot(signal.slot(), asio::use_future));
+        driveUntil([&] { return clock_->sleepers() == 1; });
+        signal.emit(asio::cancellation_type::terminal);
+        EXPECT_EQ(failure(std::move(cancelled)), E::Cancelled{});
+
+        auto changed = start(change());
+        driveUntil([&] { return clock_->sleepers() == 1; });
+        clock_->advance(21s); // as long as the refresh has the lock
+        finish(std::move(changed));
+        session_->release();
+        EXPECT_EQ(failure(std::move(call)), E::NotSignedIn{});
+        EXPECT_EQ(storedAccessToken(), stored);
+        EXPECT_EQ(get(client_.hasTokens()), signsIn);
+        EXPECT_TRUE(told_.empty()) << "the sign-in it was about has ended";
+    }
+}
+
 enum class Wait { lock, refresh, answer };
 
 class CancellationTest : public APIClientTest, public testing::WithParamInterface<Wait> {};
@@ -304,16 +336,16 @@ TEST_F(APIClientTest, BadAnswersNameRecordAndKey) {
     const std::pair<std::string, std::string> rows[] = {
         {"", "MeResponse: not JSON: incomplete JSON"},
         {"[]", "MeResponse: expected object, got array"},
-        {R"({"user":null,"device":{}})", "MeResponse.user: expected object, got null"},
+        {R"({"user":null,"device":{}})", "MeResponse: user: expected object, got null"},
         {R"({"user":{"id":"u","email":5,"rootFolderId":"r"},"device":{}})",
-         "MeResponse.user.email: expected string, got number"},
-        {R"({"user":{"id":"u","email":"e"},"device":{}})", "MeResponse.user.rootFolderId: is missing"},
+         "MeResponse: user.email: expected string, got number"},
+        {R"({"user":{"id":"u","email":"e"},"device":{}})", "MeResponse: user.rootFolderId: is missing"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","quotaBytes":1e30},"device":{}})",
-         "MeResponse.user.quotaBytes: expected integer in range, got number"},
+         "MeResponse: user.quotaBytes: expected integer in range, got number"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","createdAt":"1 May"},"device":{}})",
-         "MeResponse.user.createdAt: Invalid ISO-8601 date 1 May"},
+         "MeResponse: user.createdAt: Invalid ISO-8601 date 1 May"},
         {R"({"user":{"id":"u","email":"e","rootFolderId":"r","identities":["a",{}]},"device":{}})",
-         "MeResponse.user.identities[1]: expected string, got object"},
+         "MeResponse: user.identities[1]: expected string, got object"},
     };
     for (const auto& [body, message] : rows) {
         answerCalls([&body](const Sent&) { return jsonAnswer(200, body); });
@@ -357,7 +389,7 @@ TEST_F(APIClientTest, AllChildrenFollowsTheCursorsButInNoCircle) {
 
     answerCalls([](const Sent&) { return jsonAnswer(200, R"({"folders":[],"files":[],"nextCursor":"a"})"); });
     EXPECT_EQ(failure(start(client_.allChildren("d"))),
-              E::Decoding{"ChildrenPage.nextCursor: leads in a circle"});
+              E::Decoding{"ChildrenPage: nextCursor: leads in a circle"});
 }
 
 TEST_F(APIClientTest, AnEmptyIdentifierNeverReachesTheWholeTrash) {
@@ -367,7 +399,7 @@ TEST_F(APIClientTest, AnEmptyIdentifierNeverReachesTheWholeTrash) {
     EXPECT_TRUE(session_->sent.empty());
 }
 
-TEST_F(APIClientTest, StorageURLsGetNoTokenAndRangesMustBeWhole) {
+TEST_F(APIClientTest, StorageServersGetNoTokenAndHaveNoSay) {
     store(token(600, "t"), "r");
     const KRCrypto::Bytes part{1, 2, 3};
     session_->answer = [](const Sent&) { return jsonAnswer(201, "<ok/>"); };
@@ -378,11 +410,8 @@ TEST_F(APIClientTest, StorageURLsGetNoTokenAndRangesMustBeWhole) {
     EXPECT_EQ(get(client_.putPart("https://store.test/p", part)), (PartUploadResponse{1, "e"}));
 
     session_->answer = [](const Sent&) { return jsonAnswer(206, "abc"); };
-    EXPECT_EQ(get(client_.getRange("https://store.test/b", {0, 3})), (KRCrypto::Bytes{'a', 'b', 'c'}));
-    EXPECT_EQ(session_->sent.back().headers.at("Range"), "bytes=0-2");
-    EXPECT_FALSE(session_->sent.back().headers.contains("Authorization"));
-    for (const auto range : {ByteRange{0, 2}, ByteRange{0, 4}})
-        EXPECT_TRUE(failure(start(client_.getRange("https://store.test/b", range))).isRetryable());
+    (void)get(client_.getRange("https://store.test/b", {0, 3}));
+    EXPECT_EQ(session_->sent.back().headers, (std::map<std::string, std::string>{{"Range", "bytes=0-2"}}));
     listen();
     session_->answer = [](const Sent&) { return jsonAnswer(403, R"({"error":{"code":"device_revoked"}})"); };
     bool info = false;

@@ -89,6 +89,7 @@ TEST_F(CurlSessionTest, BadServersGiveTypedErrors) {
         {"/hangs-midway", {.raw = head + "Content-Length: 100\r\n\r\nshort", .hangs = true}},
         {"/fits", {.body = std::string(1000, 'x')}},
         {"/redirect", {.status = 302, .headers = {{"Location", "/fits"}}}},
+        {"/down", {.raw = "HTTP/1.1 502 Bad\r\nRetry-After:  7 \t\r\n\r\n" + std::string(1001, 'x')}},
     };
     LoopbackServer server(
         [&](const LoopbackServer::Request& request) { return answers.at(std::string(request.target())); });
@@ -104,6 +105,10 @@ TEST_F(CurlSessionTest, BadServersGiveTypedErrors) {
         EXPECT_EQ(failure({"GET", server.url(path), {}, std::nullopt, 1000}), kind) << path;
     EXPECT_EQ(send({"GET", server.url("/fits"), {}, std::nullopt, 1000}).body.size(), 1000U);
     EXPECT_EQ(send({"GET", server.url("/redirect"), {}, std::nullopt, 1000}).status, 302);
+    const auto down = send({"GET", server.url("/down"), {}, std::nullopt, 1000});
+    EXPECT_EQ(down.status, 502);
+    EXPECT_EQ(down.body.size(), 1000U);
+    EXPECT_EQ(down.header("Retry-After"), "7");
 }
 
 TEST_F(CurlSessionTest, RequestsThatCannotBeSentAreRefused) {

@@ -116,7 +116,7 @@ TEST(APIError, SaysWhatUsersRead) {
         {E::Server{500, "http_500", std::nullopt}, "Server error 500 http_500"},
         {E::Server{503, "busy", "Later"}, "Server error 503 busy: Later"},
         {E::Transport{"no route", true}, "Network error: no route"},
-        {E::Decoding{"User.id: is missing"}, "Unexpected server response: User.id: is missing"},
+        {E::Decoding{"User: id: is missing"}, "Unexpected server response: User: id: is missing"},
         {E::Unauthorized{}, "Not authorised. Please sign in again."},
         {E::Forbidden{}, "Forbidden"},
         {E::NotFound{}, "Not found"},
@@ -132,22 +132,18 @@ TEST(APIError, SaysWhatUsersRead) {
 }
 
 TEST(APIError, RetryAndSignInFollowFromTheCaseAlone) {
-    const std::vector<E> retryable{E::RateLimited{}, E::Server{500, "", std::nullopt},
-                                   E::Transport{"", true}};
-    const std::vector<E> fatal{E::DeviceRevoked{}, E::NotSignedIn{}};
-    const std::vector<E> neither{E::Server{499, "", std::nullopt},
-                                 E::Transport{"", false},
-                                 E::Unauthorized{},
-                                 E::Decoding{},
-                                 E::QuotaExceeded{},
-                                 E::Cancelled{}};
-    for (const auto& [errors, retries, ends] :
-         {std::tuple(retryable, true, false), std::tuple(fatal, false, true),
-          std::tuple(neither, false, false)})
-        for (const auto& error : errors) {
-            EXPECT_EQ(error.isRetryable(), retries) << error.what();
-            EXPECT_EQ(error.isAuthFatal(), ends) << error.what();
-        }
+    const std::tuple<E, bool, bool> rows[] = {
+        {E::RateLimited{}, true, false},         {E::Server{500, "", {}}, true, false},
+        {E::Transport{"", true}, true, false},   {E::DeviceRevoked{}, false, true},
+        {E::NotSignedIn{}, false, true},         {E::Server{499, "", {}}, false, false},
+        {E::Transport{"", false}, false, false}, {E::Unauthorized{}, false, false},
+        {E::Decoding{}, false, false},           {E::QuotaExceeded{}, false, false},
+        {E::Cancelled{}, false, false},
+    };
+    for (const auto& [error, retries, ends] : rows) {
+        EXPECT_EQ(error.isRetryable(), retries) << error.what();
+        EXPECT_EQ(error.isAuthFatal(), ends) << error.what();
+    }
 }
 
 TEST(APIErrorInfo, ShowsTheServersSentenceWhereItKnowsBetter) {

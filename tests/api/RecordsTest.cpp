@@ -1,5 +1,8 @@
 #include "KorvaneCore/api/APIClient.hpp"
 
+#include <boost/algorithm/string/erase.hpp>
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/core/demangle.hpp>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -10,12 +13,10 @@ namespace {
 /// A record's or an enumeration's name, with the record it is nested in.
 template <class T>
 std::string ownName() {
-    if constexpr (std::is_same_v<T, AuthParams::Argon2>)
-        return "AuthParams.Argon2";
-    else if constexpr (std::is_same_v<T, SSOConfig::Apple> || std::is_same_v<T, SSOConfig::Google>)
-        return "SSOConfig." + KRJSON::Detail::recordName(typeid(T).name());
-    else
-        return KRJSON::Detail::recordName(typeid(T).name());
+    auto name = boost::core::demangle(typeid(T).name());
+    boost::erase_first(name, "Korvane::");
+    boost::replace_all(name, "::", ".");
+    return name;
 }
 
 template <class T>

@@ -63,17 +63,17 @@ TEST(KRJSON, NumbersComeBackToTheLastBit) {
 TEST(KRJSON, ErrorsNameTheRecordTheKeyAndBothKinds) {
     const std::pair<const char*, const char*> cases[] = {
         {R"({"items":[{"name":"a"},{"name":7}],"colour":"red","sizes":{},"small":1})",
-         "Outer.items[1].name: expected string, got number"},
-        {R"({"colour":"red","sizes":{},"small":1})", "Outer.items: is missing"},
-        {R"({"items":[],"colour":"blue","sizes":{},"small":1})", "Outer.colour: unknown Colour \"blue\""},
+         "Outer: items[1].name: expected string, got number"},
+        {R"({"colour":"red","sizes":{},"small":1})", "Outer: items: is missing"},
+        {R"({"items":[],"colour":"blue","sizes":{},"small":1})", "Outer: colour: unknown Colour \"blue\""},
         {R"({"items":[],"colour":"red","sizes":{"a":"b"},"small":1})",
-         "Outer.sizes.a: expected number, got string"},
+         "Outer: sizes.a: expected number, got string"},
         {R"({"items":[],"colour":"red","sizes":{},"small":256})",
-         "Outer.small: expected integer in range, got number"},
+         "Outer: small: expected integer in range, got number"},
         {R"({"items":[],"colour":"red","sizes":{},"small":1.0})",
-         "Outer.small: expected integer in range, got number"},
+         "Outer: small: expected integer in range, got number"},
         {R"({"items":[],"colour":"red","sizes":{},"small":1,"when":"now"})",
-         "Outer.when: Invalid ISO-8601 date now"},
+         "Outer: when: Invalid ISO-8601 date now"},
         {R"([])", "Outer: expected object, got array"},
     };
     for (const auto& [text, message] : cases) {

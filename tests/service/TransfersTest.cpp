@@ -66,6 +66,36 @@ TEST_F(Transfers, AnUploadIsCompletedOnceUnderTheNameThatIsFree) {
     EXPECT_EQ(again.wrappedFileKey, file.wrappedFileKey);
 }
 
+TEST_F(Transfers, WhatTheDiskLostIsPutAgainAndWhatACompletionLeftIsTakenUp) {
+    const auto upload = device_.run(api_.createUpload({"blob", 70, 3}));
+    const auto id = upload.uploadId.value();
+    const auto folder = service_.folder() / "uploads" / id;
+    const auto put = [&](std::size_t part) {
+        device_.run(api_.putPart(upload.parts.value()[part - 1].url,
+                                 KRCrypto::asBytes(std::string(part == 3 ? 18 : sealedChunk, 'a'))));
+    };
+    for (const std::size_t part : {1U, 2U, 3U})
+        put(part);
+    std::filesystem::resize_file(folder / "1", 0);
+    std::filesystem::remove(folder / "3");
+    EXPECT_EQ(device_.run(api_.uploadStatus(id)).parts[0].uploaded, false);
+    EXPECT_EQ(device_.failure(api_.completeUpload(id, completion(root_, "file"))),
+              "Upload incomplete (missing parts [1, 3])");
+    put(1);
+    put(3);
+    writeFile(folder / "2.AbCdEf", "a crash left this");
+    const auto file = device_.run(api_.completeUpload(id, completion(root_, "file")));
+    const std::filesystem::directory_iterator parts(service_.folder() / "blobs" / id);
+    EXPECT_EQ(std::distance(begin(parts), end(parts)), 3);
+    EXPECT_EQ(device_.run(api_.getRange(device_.run(api_.downloadInfo(file.id)).url, {0, 70})).size(), 70U);
+
+    const auto moved = device_.run(api_.createUpload({"moved", 20, 1})); // and then the machine stopped
+    device_.run(api_.putPart(moved.parts->at(0).url, KRCrypto::asBytes(std::string(20, 'a'))));
+    std::filesystem::rename(service_.folder() / "uploads" / moved.uploadId.value(),
+                            service_.folder() / "blobs" / moved.uploadId.value());
+    EXPECT_EQ(device_.failure(api_.completeUpload(moved.uploadId.value(), completion(root_, "moved"))), "");
+}
+
 TEST_F(Transfers, TheSecondOfTwoEqualUploadsBeginsAgain) {
     const std::string bytes(20, 'a');
     const auto first = device_.run(api_.createUpload({"blob", 20, 1}));

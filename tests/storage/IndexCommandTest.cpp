@@ -28,22 +28,22 @@ struct IndexCommand : testing::Test {
 
 TEST_F(IndexCommand, WithoutAnIndexFailsAndCreatesNothing) {
     for (const auto& command :
-         std::vector<std::vector<std::string>>{{"stats"}, {"search", "a"}, {"ls"}, {"verify"}})
+         std::vector<std::vector<std::string>>{{"stats"}, {"search", "a"}, {"list"}, {"verify"}})
         EXPECT_EQ(run(command).exitCode, 1);
-    EXPECT_EQ(run({"ls", "--unknown"}).exitCode, 2);
+    EXPECT_EQ(run({"list", "--unknown"}).exitCode, 2);
     EXPECT_FALSE(std::filesystem::exists(container.path()));
 }
 
 TEST_F(IndexCommand, ListsAndFindsByPathWithoutSteeringTheTerminal) {
     const auto index = fill();
     const std::string line = "            10  2023-11-14 22:13  /d/Plan?[31m.txt\n";
-    EXPECT_EQ(run({"ls", "/D/"}).output, line);
+    EXPECT_EQ(run({"list", "/D/"}).output, line);
     EXPECT_EQ(run({"search", "PLAN"}).output, line);
-    EXPECT_EQ(run({"ls"}).output, "        folder                    /d/\n");
-    EXPECT_EQ(run({"ls", "--json"}).output, R"([{"id":"d","path":"/d","isFolder":true,"size":0}])"
+    EXPECT_EQ(run({"list"}).output, "        folder                    /d/\n");
+    EXPECT_EQ(run({"list", "--json"}).output, R"([{"id":"d","path":"/d","isFolder":true,"size":0}])"
                                             "\n");
     EXPECT_EQ(run({"search", "nothing", "--json"}).output, "[]\n");
-    EXPECT_EQ(run({"ls", "/x"}).exitCode, 1);
+    EXPECT_EQ(run({"list", "/x"}).exitCode, 1);
 }
 
 TEST_F(IndexCommand, CountsAndVerifies) {

@@ -156,6 +156,14 @@ TEST_F(SQLiteDatabaseTest, OpensWithTheRightPragmas) {
     EXPECT_THAT(pragmas(reader), ElementsAre(sqlValue("wal"), sqlValue(2), sqlValue(0), sqlValue(5000)));
 }
 
+TEST_F(SQLiteDatabaseTest, FilesAreForTheirOwnerAlone) {
+    database.setUserVersion(1);
+    for (const auto* suffix : {"", "-wal", "-shm"})
+        EXPECT_EQ(std::filesystem::status(database.url().string() + suffix).permissions(),
+                  std::filesystem::perms(0600))
+            << suffix;
+}
+
 TEST_F(SQLiteDatabaseTest, RefusalsCarryCodeAndMessageAndLeaveTheDatabaseOpen) {
     database.execute("CREATE TABLE t (a INTEGER UNIQUE); INSERT INTO t VALUES (1)");
     writeFile(folder / "text.sqlite", std::string(4096, 'x'));

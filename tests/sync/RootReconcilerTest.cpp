@@ -29,10 +29,17 @@ protected:
                                             systemClock(), TransferQueue::systemJitter());
         RootReconciler reconciler({context, queue, status_, ownWrites_});
         co_await queue->addOutcomeHandler([&](TransferOutcome outcome) -> asio::awaitable<void> {
+            if (beforeOutcome_)
+                beforeOutcome_();
             again_ = co_await reconciler.settled(std::move(outcome));
         });
         co_await pullChanges(*device_.api(), *index_, *masterKey_);
-        co_await reconciler.reconcile(syncRoot_);
+        isIncomplete_ = false;
+        try {
+            co_await reconciler.reconcile(syncRoot_);
+        } catch (const RootReconciler::Incomplete&) {
+            isIncomplete_ = true;
+        }
         co_await queue->start();
         for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
              stats = co_await queue->stats())
@@ -63,7 +70,9 @@ protected:
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
         folder_ / "status.sqlite", NotificationCenter(folder_ / "notifications"));
     std::shared_ptr<OwnWriteTracker> ownWrites_ = std::make_shared<OwnWriteTracker>(5, systemClock());
+    std::function<void()> beforeOutcome_;
     std::optional<std::string> again_; ///< of the latest outcome
+    bool isIncomplete_ = false;           ///< the latest reconcile
     int looks_ = 0;
 };
 
@@ -111,9 +120,71 @@ TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
     const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{copy, "plan.txt"}));
     EXPECT_EQ(read(here_ / copy), content(61, 3));
-    EXPECT_FALSE(fs::exists(here_ / "plan.txt"));
+    EXPECT_EQ(read(here_ / "plan.txt"), content(60, 2));
     EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict);
     EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, NamesThatAreTakenInTheAccountAreNumberedThere) {
+    put("a.txt", content(10, 1));
+    put("b.txt", content(20, 2));
+    put("d/x", content(30, 3));
+    round();
+    upload(uploadOf(write("taken.txt", content(40, 4))));
+    fs::remove(here_ / "a.txt");
+    put("a.txt/inside", content(50, 5));
+    fs::rename(here_ / "b.txt", here_ / "taken.txt");
+    fs::create_directory(here_ / "sub");
+    fs::rename(here_ / "d/x", here_ / "sub/x");
+    put("Case/1", content(60, 6));
+    put("case/2", content(70, 7));
+    EXPECT_EQ(round(), 3);
+    EXPECT_FALSE(isIncomplete_);
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"Case", "Case/1", "a.txt", "a.txt (1)", "a.txt (1)/inside",
+                                                       "case (1)", "case (1)/2", "d", "sub", "sub/x",
+                                                       "taken (1).txt", "taken.txt"}));
+    EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, WhatIsTrashedElsewhereIsMadeAnewOnceItChangesHere) {
+    put("edited", content(10, 1));
+    put("moved", content(20, 2));
+    put("left", content(30, 3));
+    round();
+    for (const auto* name : {"edited", "moved", "left"})
+        device_.run(device_.api()->deleteFile(index_->child(root_, name)->id));
+    put("edited", content(15, 4));
+    fs::rename(here_ / "moved", here_ / "moved on");
+    round();
+    EXPECT_TRUE(isIncomplete_) << "the moved one begins anew";
+    round();
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"edited", "moved on"}));
+}
+
+TEST_F(RootReconcilerTest, NothingIsSentWhileTheMirroredFolderIsInTheTrash) {
+    put("m/a.txt", content(10, 1));
+    round();
+    const auto folder = index_->child(root_, "m")->id;
+    syncRoot_ = {"inner", (here_ / "m").string(), folder};
+    SyncRoots::add(*index_, syncRoot_);
+    device_.run(device_.api()->deleteFolder(folder));
+    put("m/b.txt", content(20, 2));
+    EXPECT_EQ(round(), 0);
+    EXPECT_EQ(status_->status(here_ / "m"), PathStatus::error);
+    device_.run(device_.api()->restoreFolder(folder));
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(status_->aggregateStatus(here_ / "m"), PathStatus::synced);
+}
+
+TEST_F(RootReconcilerTest, AnUploadThatFailedWithItsFileGoneIsForgotten) {
+    put("brief", content(10, 1));
+    service_->faults().add("POST /v1/uploads", Fault::Answer{400, "", {}});
+    round();
+    EXPECT_EQ(status_->status(here_ / "brief"), PathStatus::error);
+    fs::remove(here_ / "brief");
+    round();
+    EXPECT_EQ(status_->status(here_ / "brief"), std::nullopt);
+    EXPECT_TRUE(index_->transfers({{TransferRecord::State::failed}}, -1).empty());
 }
 
 TEST_F(RootReconcilerTest, AFolderThatWentToTheTrashIsMadeAnewWithItsFiles) {
@@ -124,6 +195,76 @@ TEST_F(RootReconcilerTest, AFolderThatWentToTheTrashIsMadeAnewWithItsFiles) {
     round();
     round();
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{"d", "d/a.txt", "d/b.txt"}));
+}
+
+TEST_F(RootReconcilerTest, AFailedFileIsTriedAgainOnceItIsAnother) {
+    put("a.txt", content(90, 1));
+    service_->faults().add("POST /v1/uploads", Fault::Answer{403, "", {}});
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(status_->status(here_ / "a.txt"), PathStatus::error);
+    EXPECT_EQ(round(), 0) << "it waits for the user";
+    put("a.txt", content(90, 2));
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(remotePaths(), std::vector<std::string>{"a.txt"});
+    EXPECT_TRUE(index_->transfers({{TransferRecord::State::failed}}, -1).empty());
+}
+
+TEST_F(RootReconcilerTest, AFolderThatWasSyncedBeforeIsTakenUpAsItIs) {
+    put("d/a.txt", content(90, 1));
+    put("d/b.txt", content(90, 2));
+    round();
+    index_->clearBase("root");
+    put("d/b.txt", content(90, 3));
+    EXPECT_EQ(round(), 1) << "the one with another content";
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"d", "d/a.txt", "d/b (1).txt", "d/b.txt"}));
+    put("d/a.txt", content(91, 4));
+    round();
+    EXPECT_EQ(remotePaths().size(), 4U) << "a new version of what was there";
+}
+
+TEST_F(RootReconcilerTest, EqualFilesAreSentOnce) {
+    for (const auto* name : {"a", "b", "c"})
+        put(name, content(90, 1));
+    EXPECT_EQ(round(), 3);
+    EXPECT_EQ(service_->faults().calls("PUT /storage/parts/{upload}/{part}"), 3);
+    EXPECT_EQ(service_->faults().calls("POST /v1/uploads/{id}/complete"), 1);
+    EXPECT_EQ(service_->faults().calls("POST /v1/files"), 2);
+}
+
+TEST_F(RootReconcilerTest, AFileThatChangesAsItsUploadEndsIsLookedAtAgain) {
+    put("a.txt", content(90, 1));
+    round();
+    EXPECT_EQ(again_, std::nullopt);
+    put("a.txt", content(91, 2));
+    beforeOutcome_ = [&] { put("a.txt", content(92, 3)); };
+    round();
+    EXPECT_EQ(again_, "root");
+}
+
+TEST(PeriodicPull, GoesOnAfterAFailureUntilItIsDestroyed) {
+    asio::io_context context;
+    const auto clock = std::make_shared<VirtualClock>();
+    int pulls = 0;
+    std::optional<PeriodicPull> pull;
+    pull.emplace(context.get_executor(), clock, std::chrono::seconds(60), [&]() -> asio::awaitable<void> {
+        if (++pulls == 1)
+            throw APIError(APIError::Transport{"offline", true});
+        co_return;
+    });
+    const auto minutes = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            context.restart();
+            context.poll();
+            clock->advance(std::chrono::seconds(60));
+        }
+        context.restart();
+        context.poll();
+    };
+    minutes(3);
+    EXPECT_EQ(pulls, 3);
+    pull.reset();
+    minutes(2);
+    EXPECT_EQ(pulls, 3);
 }
 
 } // namespace

@@ -67,7 +67,7 @@ TEST(SyncPlanTest, EachDifferenceAsksForOneThing) {
         {"out of a moved folder",
          {folder, inside},
          {{"e", 0, 100, 2, true}, {"x", 7, 100, 3}},
-         "move d>e move d/x>x "},
+         "folder e move d/x>x "},
         {"into a new folder", {file}, {{"d", 0, 100, 9, true}, {"d/f", 5, 100, 1}}, "folder d move f>d/f "},
         {"a folder's name given to another",
          {folder, inside},

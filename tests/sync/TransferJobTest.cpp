@@ -84,7 +84,7 @@ TEST(TransferJob, UnreadablePayloadsSayWhatIsWrong) {
         {recordWith(""), ""},
         {recordWith("\xff\xfe"), ""},
         {recordWith("[]"), "UploadJob: expected object"},
-        {recordWith("{}"), "UploadJob.sourcePath: is missing"},
+        {recordWith("{}"), "UploadJob: sourcePath: is missing"},
         {recordWith(origin + R"({}})", TransferRecord::Kind::download),
          "origin: expected one known origin, got 0"},
         {recordWith(origin + R"({"manual":{},"pinned":{}}})", TransferRecord::Kind::download), "got 2"},

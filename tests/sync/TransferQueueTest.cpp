@@ -276,6 +276,26 @@ TEST_F(TransferQueueTest, TellsWhatBecameOfEachJobAndLogsIt) {
                             "upload: Uploaded as conflicted copy: a.txt", "upload: Uploaded: own.txt"));
 }
 
+TEST_F(TransferQueueTest, DeliveredWaitsForTheOutcomesThatTheRecordsShow) {
+    asio::steady_timer gate(context, asio::steady_timer::time_point::max());
+    wait(queue.addOutcomeHandler([&](const TransferOutcome&) -> asio::awaitable<void> {
+        boost::system::error_code opened;
+        co_await gate.async_wait(asio::redirect_error(asio::use_awaitable, opened));
+    }));
+    start();
+    upload("a");
+    wait(queue.delivered()); // what runs does not count
+    runner->end("a");
+    settle();
+    EXPECT_EQ(state("a"), State::done);
+    const auto delivered = asio::co_spawn(context, queue.delivered(), asio::use_future);
+    settle();
+    EXPECT_EQ(delivered.wait_for(0s), std::future_status::timeout);
+    gate.cancel();
+    settle();
+    EXPECT_EQ(delivered.wait_for(0s), std::future_status::ready);
+}
+
 TEST_F(TransferQueueTest, CancelTakesAlongWhatTheRecordOwns) {
     auto job = uploadJob();
     job.deleteSourceWhenDone = true;

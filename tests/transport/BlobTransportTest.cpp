@@ -80,7 +80,8 @@ TEST_P(BlobTransportTest, WhatGoesWrongWithAPartIsTheErrorOfTheClientAndPassesOn
         {Fault::Answer{403, "<Error/>", {}}, E::Forbidden{}},
         {Fault::Answer{403, std::string(200'000, 'x'), {}}, E::Forbidden{}},
         {Fault::Answer{404, R"({"error":{"code":"expired"}})", {}}, E::Expired{}},
-        {Fault::Answer{429, "", {{"Retry-After", "7"}}}, E::RateLimited{7.0}},
+        {Fault::Answer{429, "", {{"Server", "caf\xe9"}, {"Retry-After", "7"}}}, E::RateLimited{7.0}},
+        {Fault::Answer{429, "", {{"Retry-After", "caf\xe9"}}}, E::RateLimited{}},
         {Fault::Answer{307, "", {{"Location", partURL(1)}}}, E::Server{307, "http_307", std::nullopt}},
     };
     for (const auto& [fault, expected] : cases) {

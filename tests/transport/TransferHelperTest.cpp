@@ -115,6 +115,32 @@ TEST_F(TransferHelperTest, KilledHelperFailsItsCallersAndAnotherServesTheNext) {
     EXPECT_NE(helper(), first);
 }
 
+TEST_F(TransferHelperTest, CallersAreToldWhenTheirFilesHaveNoPlaceAnyMore) {
+    BackgroundBlobTransport transport(identifier, true);
+    const auto folder = SharedContainer::cipherStaging();
+    for (const bool dies : {false, true}) {
+        service->faults().add(putRoute, Fault::Hold{});
+        asio::io_context context;
+        auto put = asio::co_spawn(context, transport.put(partURL(0), partBytes(0)), asio::use_future);
+        waitUntil([&] {
+            context.poll();
+            return service->faults().held() == 1;
+        });
+        std::filesystem::rename(folder, container.path() / "aside");
+        writeFile(folder, "in the way");
+        if (dies)
+            killHelper();
+        service->faults().release();
+        context.run();
+        if (dies)
+            EXPECT_THROW(put.get(), APIError);
+        else
+            EXPECT_THROW(put.get(), FileError);
+        std::filesystem::remove(folder);
+        std::filesystem::remove_all(container.path() / "aside");
+    }
+}
+
 TEST_F(TransferHelperTest, ClientsOfOneIdentifierDoNotDisturbEachOther) {
     auto leaving = std::make_unique<ChildProcess>(client("put"));
     EXPECT_EQ(leaving->readLine(), "done");

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "KorvaneCore/sync/TransferOutcome.hpp"
+
+#include <boost/describe/class.hpp>
+
+#include <cstdint>
+#include <string>
+
+namespace Korvane {
+
+/// What transfers have come to since it was made.
+struct TransferTally {
+    std::int64_t sentFiles = 0;
+    std::int64_t sentBytes = 0; ///< of the files, also of those the account had the content of
+    std::int64_t sentParts = 0;
+    std::int64_t deduplicatedFiles = 0; ///< of those sent: nothing but their names went over the wire
+    std::int64_t fetchedFiles = 0;
+    std::int64_t fetchedBytes = 0; ///< as sealed
+    std::int64_t failures = 0;
+
+    void add(const TransferOutcome& outcome);
+
+    /// In a line, for people.
+    [[nodiscard]] std::string text() const;
+};
+BOOST_DESCRIBE_STRUCT(TransferTally, (),
+                      (sentFiles, sentBytes, sentParts, deduplicatedFiles, fetchedFiles, fetchedBytes,
+                       failures))
+
+} // namespace Korvane
