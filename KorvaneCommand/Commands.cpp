@@ -33,7 +33,7 @@ struct Group {
 void addCommands(CLI::App& app, int& status) {
     const std::vector<Group> groups = {
         {"Account", {addAccountCommands, addPairCommands}},
-        {"Files", {addTransferCommands, addShareCommands, addPinCommands}},
+        {"Files", {addTransferCommands, addPinCommands, addShareCommands}},
         {"Synced folders", {addSyncCommands, addStatusCommand, addQueueCommand, addActivityCommand}},
         {"This computer",
          {addWidgetsCommand, addIndexCommand, addServiceCommand, addDoctorCommand, addDocumentCommands}},

@@ -144,25 +144,29 @@ int approve(const PairRequest& request) {
 } // namespace
 
 void addPairCommands(CLI::App& app, int& status) {
-    auto* pair = app.add_subcommand("pair", "Sign in a new device with the help of one that is signed in");
+    auto* pair = app.add_subcommand("pair", "Sign in a new device");
+    pair->footer("The new device starts, and one that is signed in approves.");
     pair->require_subcommand(1);
     const auto request = std::make_shared<PairRequest>();
 
-    auto* starting =
-        pair->add_subcommand("start", "On the new device: show a code, then digits to compare, and sign in");
-    starting->add_option("--service", request->service, "URL of the service, from the sign-in on");
-    starting->add_option("--name", request->name, "What this device is to be called");
-    starting->add_flag("--json", request->json,
-                       "Print one line of JSON for each step; answers are read from standard input as ever");
+    auto* starting = pair->add_subcommand("start", "Sign in on this new device");
+    starting->footer(
+        "Shows a code, then digits to compare, and signs in. The answer to the question is read from "
+        "standard input.");
+    starting->add_option("--service", request->service, "URL of the service, from the sign-in on")
+        ->type_name("URL");
+    starting->add_option("--name", request->name, "What this device is to be called")->type_name("NAME");
+    starting->add_flag("--json", request->json, "Print one line of JSON for each step");
     starting->callback([request, &status] { status = start(*request); });
 
-    auto* approving = pair->add_subcommand(
-        "approve", "On a signed-in device: show digits to compare, and hand the account's key over");
+    auto* approving = pair->add_subcommand("approve", "Let a new device in from this signed-in one");
+    approving->footer(
+        "Shows digits to compare, and hands the account's key over. The answer to the question is read "
+        "from standard input.");
     approving->add_option("CODE", request->code, "The code on the new device")->required();
     approving->add_flag("--digits", request->typesDigits,
                         "Show no digits: read those of the new device and compare them here");
-    approving->add_flag("--json", request->json,
-                        "Print one line of JSON for each step; answers are read from standard input as ever");
+    approving->add_flag("--json", request->json, "Print one line of JSON for each step");
     approving->callback([request, &status] { status = approve(*request); });
 }
 

@@ -143,16 +143,22 @@ int list(const PinRequest& request) {
 void addPinCommands(CLI::App& app, int& status) {
     const auto request = std::make_shared<PinRequest>();
 
-    auto* pinning = app.add_subcommand("pin", "Show files and folders in the widgets and keep them offline");
-    pinning->add_option("PATH", request->paths, "Paths in the account, or below a synced folder")->required();
+    auto* pinning = app.add_subcommand("pin", "Keep here, in widgets");
+    pinning->footer("Shows files and folders in the widgets and keeps copies of them offline.");
+    pinning->add_option("PATH", request->paths, "Paths in the account, or below a synced folder")
+        ->required()
+        ->type_name("FILE");
     pinning->add_flag("--json", request->json, "Print one line of JSON");
     pinning->callback([request, &status] { status = pin(*request); });
 
-    auto* unpinning = app.add_subcommand("unpin", "Show and keep them no longer; offline copies go");
-    unpinning->add_option("PATH", request->paths, "As for pin, or identifiers")->required();
+    auto* unpinning = app.add_subcommand("unpin", "Keep no longer");
+    unpinning->footer("The offline copies go; the account's files stay.");
+    unpinning->add_option("PATH", request->paths, "As for pin, or identifiers")
+        ->required()
+        ->type_name("FILE");
     unpinning->callback([request, &status] { status = unpin(*request); });
 
-    auto* listing = app.add_subcommand("pins", "List what is pinned, in the widgets' order");
+    auto* listing = app.add_subcommand("pins", "List what is pinned");
     listing->add_flag("--json", request->json, "Print one line of JSON");
     listing->callback([request, &status] { status = list(*request); });
 }

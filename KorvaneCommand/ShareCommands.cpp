@@ -219,9 +219,12 @@ void addShareCommands(CLI::App& app, int& status) {
     creating->add_option("PATH", request->path, "Its path in the account")->required();
     creating->add_flag("--password", request->asksPassword, "Ask for a password that opens it too");
     creating->add_option("--password-fd", request->passwordFD, "Read that password from this file descriptor")
-        ->check(CLI::NonNegativeNumber);
-    creating->add_option("--expires", request->expires,
-                         "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time");
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("FD");
+    creating
+        ->add_option("--expires", request->expires,
+                     "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time")
+        ->type_name("WHEN");
     addJSON(creating);
 
     auto* listing = add("list", "List what is shared", list);
@@ -233,13 +236,14 @@ void addShareCommands(CLI::App& app, int& status) {
     revoking->add_option("ID", request->id, "Its identifier")->required();
 
     auto* opening = add("open", "Fetch what a link leads to, without an account", open);
+    opening->footer("A link under this device's web address is asked of this device's service. For any other "
+                    "one, --service names the API: a link says where its web page is, not where its API is.");
     opening->add_option("URL", request->link, "The link, with the part after \"#\"")->required();
     opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)");
-    opening->add_option(
-        "--service", request->service,
-        "URL of the API behind the link; needed unless the link is under this device's web address");
+    opening->add_option("--service", request->service, "URL of the API behind the link")->type_name("URL");
     opening->add_option("--password-fd", request->passwordFD, "Read the password from this file descriptor")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("FD");
     addJSON(opening);
 }
 

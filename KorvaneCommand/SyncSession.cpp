@@ -135,8 +135,8 @@ asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
 
 asio::awaitable<void> SyncSession::settled(TransferOutcome outcome) {
     tally_.add(outcome);
-    co_await workshop_.offline->settled(outcome);
-    const auto again = co_await reconciler_->settled(std::move(outcome));
+    const auto again = co_await reconciler_->settled(outcome);
+    co_await workshop_.offline->settled(std::move(outcome));
     widgets_->changed();
     if (!again)
         co_return;

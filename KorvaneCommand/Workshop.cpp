@@ -23,7 +23,6 @@ Workshop::Workshop() {
     rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
-    AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
     queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
                                             std::make_shared<TransferRunner>(jobContext()), systemClock(),
@@ -52,7 +51,7 @@ JobContext Workshop::jobContext() {
 bool Workshop::ownQueue() {
     if (lock_.fd() >= 0)
         return true;
-    lock_ = FileLock(SharedContainer::directory("locks") / "queue.lock");
+    lock_ = FileLock(AccountData::queueLock());
     const bool isOwn = lock_.tryLock();
     if (!isOwn)
         lock_.unlock();

@@ -43,6 +43,7 @@ std::string table(const std::string& title, const std::vector<Row>& rows) {
 
 std::vector<Row> rowsOf(const std::vector<CommandTree::Option>& options) {
     std::vector<Row> rows;
+    rows.reserve(options.size());
     for (const auto& option : options)
         rows.push_back({heading(option), sentence(option)});
     return rows;
@@ -50,6 +51,7 @@ std::vector<Row> rowsOf(const std::vector<CommandTree::Option>& options) {
 
 std::vector<Row> rowsOf(const std::vector<Command>& commands) {
     std::vector<Row> rows;
+    rows.reserve(commands.size());
     for (const auto& command : commands)
         rows.push_back({command.name, command.about});
     return rows;
@@ -88,7 +90,9 @@ std::string groups(const Command& program) {
             else
                 wide += "  " + padded(command.name, width) + " " + wrapped(command.about, width + 3);
         }
-        text += title + ":\n" + columns(cells) + wide;
+        text += title + ":\n";
+        text += columns(cells);
+        text += wide;
     }
     return text;
 }

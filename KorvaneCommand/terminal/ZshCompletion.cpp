@@ -55,9 +55,12 @@ std::string specification(const Option& option) {
     const auto all = CLI::detail::join(option.names, " ");
     std::string lines;
     for (const auto& name : option.names) {
-        const auto others = option.isRepeatable ? "*" : "(" + all + ")";
-        const auto equals = !option.placeholder.empty() && name.starts_with("--") ? "=" : "";
-        lines += line(quoted(others + name + equals + about + value));
+        auto text = option.isRepeatable ? "*" : "(" + all + ")";
+        text += name;
+        text += !option.placeholder.empty() && name.starts_with("--") ? "=" : "";
+        text += about;
+        text += value;
+        lines += line(quoted(text));
     }
     return lines;
 }

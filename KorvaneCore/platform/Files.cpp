@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
@@ -86,8 +87,11 @@ std::string readFile(const std::filesystem::path& path, std::size_t maxBytes) {
     if (static_cast<std::uintmax_t>(status.st_size) > maxBytes)
         fail("read", path, EFBIG);
 
-    // One byte more than promised, so a file that grows past the limit meanwhile is noticed.
-    std::string bytes(static_cast<std::size_t>(status.st_size) + 1, '\0');
+    // One byte more than promised, so a file that grows past the limit meanwhile is noticed. Files of the
+    // kernel's promise nothing, and some of them give only what fits the first read.
+    constexpr std::size_t leastRead = 4096;
+    const auto promised = std::max(static_cast<std::size_t>(status.st_size), std::min(leastRead, maxBytes));
+    std::string bytes(promised + 1, '\0');
     std::size_t filled = 0;
     while (true) {
         const ssize_t count = ::read(fd.get(), bytes.data() + filled, bytes.size() - filled);

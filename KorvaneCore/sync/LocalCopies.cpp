@@ -25,20 +25,25 @@ std::optional<LocalCopies::Copy> LocalCopies::of(const IndexItem& item) const {
 }
 
 bool LocalCopies::isUntouched(const Copy& copy) {
-    return localStat(copy.path) == copy.stat;
+    return lookAt(copy.path) == copy.stat;
 }
 
 std::optional<LocalCopies::Copy> LocalCopies::untouched(const std::filesystem::path& path,
                                                         const LocalIndex::BaseEntry& base) {
-    try {
-        const auto stat = localStat(path);
-        if (stat && !stat->isDirectory && stat->size == base.localSize && stat->mtime == base.localMtime)
-            return Copy{path, *stat};
-    } catch (const FileError& error) {
-        // What cannot be looked at is not here; why is for the log, without the user's names.
-        Log::warning("sync", "a local copy cannot be looked at: " + error.code().message());
-    }
+    const auto stat = lookAt(path);
+    if (stat && !stat->isDirectory && stat->size == base.localSize && stat->mtime == base.localMtime)
+        return Copy{path, *stat};
     return std::nullopt;
+}
+
+std::optional<LocalStat> LocalCopies::lookAt(const std::filesystem::path& path) {
+    try {
+        return localStat(path);
+    } catch (const FileError& error) {
+        // Without the path: names are the user's own.
+        Log::warning("sync", "a local copy cannot be looked at: " + error.code().message());
+        return std::nullopt;
+    }
 }
 
 bool LocalCopies::isContentOf(const LocalIndex::BaseEntry& base, const IndexItem& item) {

@@ -40,6 +40,9 @@ public:
     /// Whether what was reconciled is the item's present content: a new name is no new content.
     [[nodiscard]] static bool isContentOf(const LocalIndex::BaseEntry& base, const IndexItem& item);
 
+    /// localStat(), and none as well, with a word in the log, when the system does not tell.
+    [[nodiscard]] static std::optional<LocalStat> lookAt(const std::filesystem::path& path);
+
 private:
     [[nodiscard]] std::optional<std::filesystem::path> folderOf(const std::string& rootId) const;
 

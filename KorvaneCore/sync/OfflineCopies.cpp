@@ -37,6 +37,19 @@ std::optional<std::string> fileName(const IndexItem& item) {
     return item.id + std::string(isUsable ? extension : std::string_view());
 }
 
+void removeCopy(LocalIndex& index, const std::filesystem::path& folder, const LocalIndex::BaseEntry& base) {
+    const auto path = folder / base.relPath;
+    if (LocalCopies::untouched(path, base)) {
+        std::error_code error;
+        std::filesystem::remove(path, error);
+        if (error)
+            throw FileError("remove", path, error);
+    } else if (localStat(path)) {
+        Log::warning(category, "an offline copy was changed by somebody and is left in place");
+    }
+    index.removeBase(LocalCopies::offlineRoot, base.relPath, false);
+}
+
 } // namespace
 
 OfflineCopies::OfflineCopies(Parts parts) : parts_(std::move(parts)), copies_(parts_.index, parts_.folder) {}
@@ -60,10 +73,10 @@ void OfflineCopies::unpin(const std::string& itemId) {
 }
 
 asio::awaitable<void> OfflineCopies::keep() {
-    const auto files = co_await offload([this] { return missing(); });
+    const auto files = co_await offload([self = shared_from_this()] { return self->missing(); });
     if (files.empty())
         co_return;
-    const auto underWay = co_await offload([this] { return downloads(); });
+    const auto underWay = co_await offload([self = shared_from_this()] { return self->downloads(); });
     for (const auto& file : files) {
         if (underWay.contains(file.item.id) || co_await adopt(file))
             continue;
@@ -99,7 +112,7 @@ bool OfflineCopies::has(const IndexItem& item) {
 
 void OfflineCopies::removeAll(LocalIndex& index, const std::filesystem::path& folder) {
     for (const auto& [relPath, base] : index.baseEntries(LocalCopies::offlineRoot))
-        remove(index, folder, base);
+        removeCopy(index, folder, base);
 }
 
 OfflineCopies::Files OfflineCopies::wanted() {
@@ -121,23 +134,7 @@ OfflineCopies::Files OfflineCopies::wanted() {
 void OfflineCopies::removeUnwanted(const Files& wanted) {
     for (const auto& [relPath, base] : parts_.index->baseEntries(LocalCopies::offlineRoot))
         if (!wanted.contains(base.itemId))
-            remove(*parts_.index, parts_.folder, base);
-}
-
-/// One that cannot be removed stays recorded, for the next time.
-void OfflineCopies::remove(LocalIndex& index, const std::filesystem::path& folder,
-                           const LocalIndex::BaseEntry& base) {
-    const auto path = folder / base.relPath;
-    std::error_code error;
-    if (LocalCopies::untouched(path, base)) {
-        std::filesystem::remove(path, error);
-    } else if (std::filesystem::exists(std::filesystem::symlink_status(path, error))) {
-        Log::warning(category, "an offline copy was changed by somebody and is left in place");
-    }
-    if (error && error != std::errc::no_such_file_or_directory)
-        Log::warning(category, "an offline copy cannot be removed: " + error.message());
-    else
-        index.removeBase(LocalCopies::offlineRoot, base.relPath, false);
+            removeCopy(*parts_.index, parts_.folder, base);
 }
 
 std::vector<OfflineCopies::Missing> OfflineCopies::missing() {
@@ -161,7 +158,7 @@ std::vector<OfflineCopies::Missing> OfflineCopies::missing() {
         if (before != recorded.end())
             if (const auto copy = LocalCopies::untouched(destination, before->second))
                 guard = copy->stat;
-        missing.push_back({item, destination, guard});
+        missing.push_back({item, destination, LocalCopies::lookAt(destination), guard});
     }
     return missing;
 }
@@ -184,13 +181,11 @@ std::map<std::string, std::set<std::string>> OfflineCopies::downloads() {
 
 /// A download whose end was not recorded, because the process ended first, need not be made again.
 asio::awaitable<bool> OfflineCopies::adopt(const Missing& file) {
-    if (!file.item.sha256)
+    const auto& stat = file.present;
+    if (!stat || stat->isDirectory || stat->size != file.item.size || !file.item.sha256)
         co_return false;
-    std::optional<LocalStat> stat;
     try {
-        stat = co_await offload([path = file.destination] { return localStat(path); });
-        if (!stat || stat->isDirectory || stat->size != file.item.size ||
-            co_await contentHash(file.destination, *stat) != *file.item.sha256)
+        if (co_await contentHash(file.destination, *stat) != *file.item.sha256)
             co_return false;
     } catch (const KRCrypto::KRCryptoError&) {
         co_return false; // somebody is writing to it; the download moves it aside

@@ -20,10 +20,10 @@ class TransferQueue;
 /// Keeps what the user pinned on this device: pinned files, and the files below pinned folders. One whose
 /// content lies below a sync root is here already; any other is downloaded to a folder of its own.
 ///
-/// Copies are recorded with their looks. One that was changed since is the user's: it is neither replaced nor
-/// removed (a download moves it aside). Operations throw SQLiteError, and FileError when a change cannot be
-/// announced; what was done until then is kept, and the next keep() goes on.
-class OfflineCopies {
+/// Held by shared_ptr. Copies are recorded with their looks. One that was changed since is the user's: it is
+/// neither replaced nor removed (a download moves it aside). Operations throw SQLiteError, and FileError when
+/// a change cannot be announced; what was done until then is kept, and the next keep() goes on.
+class OfflineCopies : public std::enable_shared_from_this<OfflineCopies> {
 public:
     struct Parts {
         std::shared_ptr<LocalIndex> index;
@@ -52,7 +52,7 @@ public:
     /// disk.
     [[nodiscard]] bool has(const IndexItem& item);
 
-    /// Removes all copies the index knows, as before it is emptied.
+    /// Removes all copies, before the index forgets them. For a process that owns the queue.
     static void removeAll(LocalIndex& index, const std::filesystem::path& folder);
 
 private:
@@ -60,15 +60,14 @@ private:
     struct Missing {
         IndexItem item;
         std::filesystem::path destination;
-        std::optional<LocalStat> guard; ///< of the copy it replaces
+        std::optional<LocalStat> present; ///< what lies there
+        std::optional<LocalStat> guard;   ///< the same, if it is a copy to be replaced
     };
 
     using Files = std::map<std::string, IndexItem>; ///< by item id
 
     [[nodiscard]] Files wanted();
     void removeUnwanted(const Files& wanted);
-    static void remove(LocalIndex& index, const std::filesystem::path& folder,
-                       const LocalIndex::BaseEntry& base);
     [[nodiscard]] std::vector<Missing> missing();
     [[nodiscard]] std::map<std::string, std::set<std::string>> downloads();
     asio::awaitable<bool> adopt(const Missing& file);

@@ -2,6 +2,8 @@
 
 #include "KorvaneCore/sync/TransferJob.hpp"
 
+#include <utility>
+
 namespace Korvane {
 
 namespace {
@@ -12,13 +14,16 @@ std::string keyOf(const std::string& rootId, const std::string& relPath) {
 
 } // namespace
 
-QueuedUploads::QueuedUploads(LocalIndex& index, const std::string& rootId)
-    : prefix_(keyOf(rootId, "")), active_(index.activeDedupeKeys(prefix_)) {
+QueuedUploads::QueuedUploads(std::string rootId) : rootId_(std::move(rootId)), prefix_(keyOf(rootId_, "")) {}
+
+void QueuedUploads::look(LocalIndex& index) {
+    active_.merge(index.activeDedupeKeys(prefix_));
+    failed_.clear();
     for (const auto& record : index.transfers({{TransferRecord::State::failed}}, -1)) {
         const auto job = readableJob(record);
         const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
         const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
-        if (origin != nullptr && origin->rootId == rootId)
+        if (origin != nullptr && origin->rootId == rootId_)
             failed_[origin->relPath] = {record.id, upload->sourceStat};
     }
 }

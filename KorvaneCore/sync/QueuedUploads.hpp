@@ -9,14 +9,16 @@
 
 namespace Korvane {
 
-/// Which files of a sync root the transfer queue has already. A value, read at one moment.
+/// Which files of a sync root the transfer queue has, or had since the first look.
 class QueuedUploads {
 public:
-    /// Throws SQLiteError.
-    QueuedUploads(LocalIndex& index, const std::string& rootId);
+    explicit QueuedUploads(std::string rootId);
 
-    /// Whether the file waits or runs, or has failed as what it is now: that waits for the user, and a change
-    /// of the file is another try.
+    /// Throws SQLiteError.
+    void look(LocalIndex& index);
+
+    /// Whether the file waits or runs, or did at an earlier look, or has failed as what it is now: that waits
+    /// for the user, and a change of the file is another try.
     [[nodiscard]] bool hold(const LocalScan::Entry& file) const;
 
     struct Failed {
@@ -28,6 +30,7 @@ public:
     [[nodiscard]] const std::map<std::string, Failed>& failed() const noexcept { return failed_; }
 
 private:
+    std::string rootId_;
     std::string prefix_; ///< of the root's dedupe keys
     std::set<std::string> active_;
     std::map<std::string, Failed> failed_;

@@ -125,7 +125,6 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
     parts_.ownWrites->registerWrite(to, *job.sourceStat);
     const auto base = ledger.base();
     const auto before = base.find(relPath);
-    ledger.removeBase(relPath, false);
     ledger.unmark(relPath, false);
     if (before == base.end())
         co_return true;
@@ -137,6 +136,7 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
     const auto item = parts_.context.index->item(download.fileId);
     co_await parts_.queue->enqueueDownload(std::move(download), RelativePath::name(relPath),
                                            item ? item->size : 0);
+    ledger.removeBase(relPath, false); // last: until then this is done once more after a crash
     co_return true;
 }
 

@@ -38,7 +38,7 @@ public:
 
     explicit RootReconciler(Parts parts) : parts_(std::move(parts)) {}
 
-    /// Throws Incomplete too.
+    /// Waits for outcomes that are being handled, so not to be awaited while one is. Throws Incomplete too.
     asio::awaitable<void> reconcile(SyncRoot root);
 
     /// What becomes of a file of a root, as the queue says. A transfer of another root or origin is no

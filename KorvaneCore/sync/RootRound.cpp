@@ -30,17 +30,20 @@ struct Later {};
 } // namespace
 
 RootRound::RootRound(const JobContext& context, TransferQueue& queue, const RootLedger& ledger)
-    : context_(context), queue_(queue), ledger_(ledger) {}
+    : context_(context), queue_(queue), ledger_(ledger), queued_(ledger.root().id) {}
 
 asio::awaitable<bool> RootRound::run() {
     masterKey_ = co_await context_.masterKey();
     if (!co_await hasFolder())
         co_return true;
     forgetMissingFolders();
-    // Before the base: an upload that ends in between is held, and not begun again with what it was based on.
-    // What the queue has no more by now, the base knows once that has been heard of.
-    queued_.emplace(co_await offload([&] { return QueuedUploads(*context_.index, ledger_.root().id); }));
-    co_await queue_.delivered();
+    // Before the base: what ends in between is held, and not begun again with what it was based on. Of what
+    // has ended by now the base knows once the outcome has been handled; that may have queued something in
+    // turn.
+    for (int look = 0; look < 2; ++look) {
+        co_await offload([&] { return queued_.look(*context_.index), true; });
+        co_await queue_.delivered();
+    }
     const auto base = ledger_.base();
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
@@ -58,10 +61,10 @@ asio::awaitable<bool> RootRound::run() {
         else if (const auto* moved = std::get_if<SyncPlan::Move>(&step))
             co_await attempt(moved->entry.relPath, move(*moved));
     for (const auto& doubtful : plan.doubtful)
-        if (!queued_->hold(doubtful.entry))
+        if (!queued_.hold(doubtful.entry))
             co_await attempt(doubtful.entry.relPath, compare(doubtful));
     for (const auto& file : plan.uploads)
-        if (!queued_->hold(file.entry))
+        if (!queued_.hold(file.entry))
             co_await attempt(file.entry.relPath, send(file));
     ledger_.markSynced(plan.unchanged);
     co_return isComplete_;
@@ -117,7 +120,7 @@ void RootRound::markSkipped(const LocalScan& scan) {
 asio::awaitable<void> RootRound::giveUpGone(const LocalScan& scan) {
     if (!scan.isComplete)
         co_return;
-    for (const auto& [relPath, failed] : queued_->failed()) {
+    for (const auto& [relPath, failed] : queued_.failed()) {
         if (std::ranges::binary_search(scan.entries, relPath, {}, &LocalScan::Entry::relPath))
             continue;
         co_await queue_.cancel(failed.id);

@@ -53,7 +53,7 @@ private:
     TransferQueue& queue_;
     const RootLedger& ledger_;
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
-    std::optional<QueuedUploads> queued_;
+    QueuedUploads queued_;
     std::map<std::string, std::string> folders_;             ///< item ids of the root's folders, by path
     std::vector<std::pair<std::string, std::string>> moved_; ///< in this round: from, to
     bool isComplete_ = true;

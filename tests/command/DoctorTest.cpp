@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <map>
 
 namespace Korvane::Testing {
@@ -72,10 +73,10 @@ struct Doctor : testing::Test {
     }
 
     void signUp() {
-        ChildProcess child({"/bin/sh", "-c",
-                            "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
-                            "--password-fd 0",
-                            builtProgram("korvane").string(), service->baseURL()});
+        const std::string script =
+            "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
+            "--password-fd 0";
+        ChildProcess child({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
         child.readAll();
         ASSERT_EQ(child.wait(), 0);
     }
@@ -137,7 +138,7 @@ TEST_F(Doctor, TellsWhatIsBrokenAndWhatToDo) {
              LocalIndex index(SharedContainer::databaseURL());
              SQLiteDatabase(index.url()).setUserVersion(99);
          },
-         "index.sqlite", "warning", "version 99, newer than this program's 3"},
+         "index.sqlite", "warning", "version 99, newer than this program's "},
         {"synced folder that is gone",
          [](Doctor&, const fs::path&) {
              LocalIndex index(SharedContainer::databaseURL());

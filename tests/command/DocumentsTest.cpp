@@ -115,7 +115,7 @@ TEST_F(Documents, WhatAnswersDoesSoInJSONToo) {
     // Their exit code is the answer, or their answer is in a language of its own.
     const std::set<std::string> others = {"completions",   "devices revoke", "man",         "password",
                                           "queue metered", "queue nudge",    "queue pause", "queue resume",
-                                          "queue retry",   "sign-out"};
+                                          "queue retry",   "sign-out",       "unpin"};
     std::set<std::string> without;
     const auto all = optionsOf(app);
     for (const auto& [path, options] : all) {

@@ -65,10 +65,9 @@ TEST(ServiceManager, HearsWhenTheServiceListensAndWhenItStops) {
 
 TEST(ServiceManager, HearsHowTheMirroringGoes) {
     LocalService service;
-    ChildProcess signUp(
-        {"/bin/sh", "-c",
-         "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" --password-fd 0",
-         builtProgram("korvane").string(), service->baseURL()});
+    const std::string script =
+        "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" --password-fd 0";
+    ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
     signUp.readAll();
     ASSERT_EQ(signUp.wait(), 0);
     const TemporaryFolder folder;

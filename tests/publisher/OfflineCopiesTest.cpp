@@ -45,12 +45,12 @@ protected:
         const auto queue = std::make_shared<TransferQueue>(co_await asio::this_coro::executor, index_,
                                                            std::make_shared<TransferRunner>(context),
                                                            systemClock(), TransferQueue::systemJitter());
-        OfflineCopies copies(parts(queue));
+        const auto copies = std::make_shared<OfflineCopies>(parts(queue));
         co_await queue->addOutcomeHandler([&](TransferOutcome outcome) -> asio::awaitable<void> {
             if (hearsOutcomes_)
-                co_await copies.settled(std::move(outcome));
+                co_await copies->settled(std::move(outcome));
         });
-        co_await copies.keep();
+        co_await copies->keep();
         if (!queueRuns)
             co_return;
         co_await queue->start();
