@@ -40,6 +40,7 @@ void addCommands(CLI::App& app, int& status) {
     };
     app.name("korvane");
     app.description("End-to-end-encrypted file storage.");
+    app.footer("Exit codes: 0 done, 1 failed or partly failed, 2 called wrongly.");
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "korvane " KORVANE_VERSION, "Print the version");
     app.formatter(std::make_shared<HelpFormatter>());
@@ -52,8 +53,6 @@ void addCommands(CLI::App& app, int& status) {
         for (auto index = before; index < added.size(); ++index)
             added[index]->group(group.title);
     }
-    // Last: commands made later would take it over.
-    app.footer("Exit codes: 0 done, 1 failed or partly failed, 2 called wrongly.");
 }
 
 } // namespace Korvane

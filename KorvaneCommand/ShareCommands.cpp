@@ -205,7 +205,8 @@ CLI::App* addCommand(CLI::App& parent, const std::shared_ptr<ShareRequest>& requ
 } // namespace
 
 void addShareCommands(CLI::App& app, int& status) {
-    auto* share = app.add_subcommand("share", "Links that show files and folders to others");
+    auto* share = app.add_subcommand("share", "Share by link");
+    share->footer("A link shows a file or folder to whoever has it, without an account.");
     share->require_subcommand(1);
     const auto request = std::make_shared<ShareRequest>();
     const auto add = [&](const char* name, const char* about, int (*act)(const ShareRequest&)) {
@@ -221,10 +222,8 @@ void addShareCommands(CLI::App& app, int& status) {
     creating->add_option("--password-fd", request->passwordFD, "Read that password from this file descriptor")
         ->check(CLI::NonNegativeNumber)
         ->type_name("FD");
-    creating
-        ->add_option("--expires", request->expires,
-                     "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time")
-        ->type_name("WHEN");
+    creating->add_option("--expires", request->expires,
+                         "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time");
     addJSON(creating);
 
     auto* listing = add("list", "List what is shared", list);
@@ -236,10 +235,12 @@ void addShareCommands(CLI::App& app, int& status) {
     revoking->add_option("ID", request->id, "Its identifier")->required();
 
     auto* opening = add("open", "Fetch what a link leads to, without an account", open);
-    opening->footer("A link under this device's web address is asked of this device's service. For any other "
-                    "one, --service names the API: a link says where its web page is, not where its API is.");
+    opening->footer(
+        "A link under this device's web address is asked of this device's service. For any other one, "
+        "--service names the API: a link says where its web page is, not where its API is.");
     opening->add_option("URL", request->link, "The link, with the part after \"#\"")->required();
-    opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)");
+    opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)")
+        ->type_name("DIR");
     opening->add_option("--service", request->service, "URL of the API behind the link")->type_name("URL");
     opening->add_option("--password-fd", request->passwordFD, "Read the password from this file descriptor")
         ->check(CLI::NonNegativeNumber)

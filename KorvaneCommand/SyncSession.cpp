@@ -1,7 +1,5 @@
 #include "KorvaneCommand/SyncSession.hpp"
 
-#include "KorvaneCore/platform/Log.hpp"
-
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 
@@ -88,7 +86,7 @@ asio::awaitable<void> SyncSession::stop() {
 }
 
 asio::awaitable<void> SyncSession::startSync() {
-    co_await pullIfPossible();
+    co_await workshop_.pullIfPossible();
     co_await widgets_->start();
     co_await engine_->start();
     periodicPull_.emplace(workshop_.client.context.get_executor(), systemClock(), pullInterval,
@@ -103,17 +101,6 @@ asio::awaitable<void> SyncSession::startSync() {
     }
 }
 
-// Without the account, what is in the index is mirrored; changes are pulled later.
-asio::awaitable<void> SyncSession::pullIfPossible() {
-    try {
-        co_await workshop_.pull();
-    } catch (const APIError& error) {
-        if (!error.isRetryable())
-            throw;
-        Log::warning("sync", std::string("changes were not pulled: ") + error.what());
-    }
-}
-
 // What the account has by now spares uploads.
 asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
     waiting_.erase(root.id); // what comes meanwhile counts again
@@ -121,7 +108,7 @@ asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
     std::exception_ptr failure;
     ++reconciling_;
     try {
-        co_await pullIfPossible();
+        co_await workshop_.pullIfPossible();
         co_await reconciler_->reconcile(root);
         incomplete_.erase(root.id);
     } catch (...) {

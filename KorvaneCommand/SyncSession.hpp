@@ -44,7 +44,6 @@ private:
     asio::awaitable<void> start();
     asio::awaitable<void> stop();
     asio::awaitable<void> firstNetworkCost();
-    asio::awaitable<void> pullIfPossible();
     asio::awaitable<void> reconcile(SyncRoot root);
     asio::awaitable<void> settled(TransferOutcome outcome);
 

@@ -4,6 +4,7 @@
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
@@ -23,6 +24,7 @@ Workshop::Workshop() {
     rootFolderId_ = session.user.rootFolderId;
     index = std::make_shared<LocalIndex>(SharedContainer::databaseURL());
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
+    AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
     queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
                                             std::make_shared<TransferRunner>(jobContext()), systemClock(),
@@ -51,7 +53,7 @@ JobContext Workshop::jobContext() {
 bool Workshop::ownQueue() {
     if (lock_.fd() >= 0)
         return true;
-    lock_ = FileLock(AccountData::queueLock());
+    lock_ = FileLock(SharedContainer::directory("locks") / "queue.lock");
     const bool isOwn = lock_.tryLock();
     if (!isOwn)
         lock_.unlock();
@@ -64,6 +66,16 @@ void Workshop::leaveQueue() {
 
 asio::awaitable<void> Workshop::pull() {
     co_await pullChanges(*client.api, *index, *masterKey_);
+}
+
+asio::awaitable<void> Workshop::pullIfPossible() {
+    try {
+        co_await pull();
+    } catch (const APIError& error) {
+        if (!error.isRetryable())
+            throw;
+        Log::warning("sync", std::string("changes were not pulled: ") + error.what());
+    }
 }
 
 asio::awaitable<void> Workshop::keepOffline() {

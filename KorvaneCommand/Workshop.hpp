@@ -43,6 +43,9 @@ public:
     /// Brings the index up to the account. Throws APIError, SQLiteError.
     asio::awaitable<void> pull();
 
+    /// pull(), unless the account cannot be reached now: then the index stays as it is.
+    asio::awaitable<void> pullIfPossible();
+
     /// Asks for what is pinned and not here, unless another process runs the queue: that one does it, once it
     /// knows of the pins.
     asio::awaitable<void> keepOffline();

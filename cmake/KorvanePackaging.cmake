@@ -1,6 +1,7 @@
 # Debian packages: `korvane` with the programs, `korvane-dev` with the core as a C++ library. scripts/package builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR Korvane)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "End-to-end-encrypted file storage")
 set(CPACK_PACKAGE_CONTACT "Korvane maintainers <maintainers@korvane.invalid>")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_SET_DESTDIR ON) # so that units name the program where it will be
@@ -8,11 +9,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "End-to-end-encrypted file storage
- The korvane command, its helper for background transfers, the desktop widgets
- and a storage service for development.")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "End-to-end-encrypted file storage: core library
- Headers, static libraries and a CMake package.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The korvane command, its helper for background transfers, the desktop widgets and a
+storage service for development.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, static libraries and a CMake package.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -1,5 +1,5 @@
-// korvane-plaintext-search FOLDER DATA [--known COPY]: looks for names and contents of FOLDER's files in every file
-// below DATA. Exits with 1 when it finds one.
+// korvane-plaintext-search FOLDER DATA [--known COPY]: looks for names and contents of FOLDER's files in
+// every file below DATA. Exits with 1 when it finds one.
 #include "KorvaneCore/json/KRJSON.hpp"
 
 #include <CLI/CLI.hpp>
@@ -114,6 +114,7 @@ public:
     }
 
     [[nodiscard]] std::size_t names() const { return names_.size(); }
+
     [[nodiscard]] std::size_t blocks() const { return blocks_.size(); }
 
 private:

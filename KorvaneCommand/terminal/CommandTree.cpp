@@ -57,12 +57,19 @@ void readOptions(Command& command, const CLI::App& app) {
         readOptions(command, *part);
 }
 
+/// The parser hands a command's footer down to those below it.
+std::string ownFooter(const CLI::App& app) {
+    const auto* parent = app.get_parent();
+    const auto footer = app.get_footer();
+    return parent == nullptr || footer == parent->get_footer() ? "" : footer;
+}
+
 Command readCommand(const CLI::App& app, const std::string& above) {
     Command command;
     command.name = app.get_name();
     command.path = above + command.name;
     command.about = app.get_description();
-    command.details = app.get_parent() == nullptr ? "" : app.get_footer();
+    command.details = ownFooter(app);
     command.group = app.get_group();
     command.needsSubcommand = app.get_require_subcommand_min() > 0;
     readOptions(command, app);

@@ -33,7 +33,7 @@ void addDocumentCommands(CLI::App& app, int& status) {
         status = ExitCode::done;
     });
 
-    auto* manual = app.add_subcommand("man", "The manual page's source");
+    auto* manual = app.add_subcommand("man", "The manual page");
     manual->footer("To read it where it is not installed: korvane man | man -l -");
     manual->callback([&app, &status] {
         std::fputs(manualPage(CommandTree::read(app)).c_str(), stdout);

@@ -9,7 +9,7 @@ namespace {
 using CommandTree::Command;
 using CommandTree::Option;
 
-std::string quoted(const std::string& text) {
+std::string inQuotes(const std::string& text) {
     return "'" + CLI::detail::find_and_replace(text, "'", "'\\''") + "'";
 }
 
@@ -60,7 +60,7 @@ std::string specification(const Option& option) {
         text += !option.placeholder.empty() && name.starts_with("--") ? "=" : "";
         text += about;
         text += value;
-        lines += line(quoted(text));
+        lines += line(inQuotes(text));
     }
     return lines;
 }
@@ -68,17 +68,17 @@ std::string specification(const Option& option) {
 std::string argument(const Option& option, std::size_t index) {
     const auto place = option.isRepeatable ? "*" : std::to_string(index + 1);
     const auto optional = option.isRequired || option.isRepeatable ? ":" : "::";
-    return line(quoted(place + optional + escaped(option.about) + ":" + action(option)));
+    return line(inQuotes(place + optional + escaped(option.about) + ":" + action(option)));
 }
 
 std::string subcommands(const Command& command) {
     std::string list;
     std::string cases;
     for (const auto& sub : command.subcommands) {
-        list += "                " + quoted(sub.name + ":" + sub.about) + "\n";
+        list += "                " + inQuotes(sub.name + ":" + sub.about) + "\n";
         cases += "                " + sub.name + ") " + functionOf(sub) + " && found=0 ;;\n";
     }
-    return line(quoted("1:command:->command")) + line(quoted("*::argument:->argument")) +
+    return line(inQuotes("1:command:->command")) + line(inQuotes("*::argument:->argument")) +
            " && found=0\n    case $state in\n        command)\n            local -a commands=(\n" + list +
            "            )\n            _describe -t commands command commands && found=0 ;;\n"
            "        argument)\n            case $words[1] in\n" +

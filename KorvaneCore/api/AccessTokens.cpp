@@ -56,15 +56,15 @@ struct AccessTokens::Refresh {
 
 class AccessTokens::Turn {
 public:
-    explicit Turn(AccessTokens& tokens) : tokens_(tokens) { tokens_.writing_ = true; }
+    explicit Turn(AccessTokens& tokens) : tokens_(tokens) {
+        tokens_.turnEnd_ =
+            std::make_shared<asio::steady_timer>(tokens_.strand_, asio::steady_timer::time_point::max());
+    }
 
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
-    ~Turn() {
-        tokens_.writing_ = false;
-        tokens_.turnIsFree_.cancel();
-    }
+    ~Turn() { std::exchange(tokens_.turnEnd_, nullptr)->cancel(); }
 
 private:
     AccessTokens& tokens_;
@@ -77,8 +77,7 @@ AccessTokens::AccessTokens(Strand strand, KRConfiguration::URL apiBaseURL,
       apiBaseURL_(std::move(apiBaseURL)),
       keychain_(std::move(keychain)),
       session_(std::move(session)),
-      clock_(std::move(clock)),
-      turnIsFree_(strand_, asio::steady_timer::time_point::max()) {}
+      clock_(std::move(clock)) {}
 
 asio::awaitable<SecretText> AccessTokens::current() {
     return on<SecretText>(strand_, [self = shared_from_this()] { return self->currentHere(); });
@@ -171,9 +170,9 @@ asio::awaitable<void> AccessTokens::clearHere() {
 }
 
 asio::awaitable<void> AccessTokens::untilTurn() {
-    while (writing_) {
+    while (const auto end = turnEnd_) {
         boost::system::error_code woken;
-        co_await turnIsFree_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
+        co_await end->async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
 }
 

@@ -83,8 +83,7 @@ private:
     std::optional<TokenPair> cachedTokens_;
     std::uint64_t signIn_ = 0; ///< counts what was set and cleared
     std::shared_ptr<Refresh> refreshTask_;
-    bool writing_ = false;          ///< somebody has the turn
-    asio::steady_timer turnIsFree_; ///< never expires; cancelled to wake who waits for the turn
+    std::shared_ptr<asio::steady_timer> turnEnd_; ///< while somebody has the turn; cancelled at its end
     FailureHandler failureHandler_;
     /// The stored access token that the cached pair should have replaced, had the keychain worked.
     std::optional<SecretText> unsavedOver_;

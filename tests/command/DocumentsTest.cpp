@@ -115,7 +115,7 @@ TEST_F(Documents, WhatAnswersDoesSoInJSONToo) {
     // Their exit code is the answer, or their answer is in a language of its own.
     const std::set<std::string> others = {"completions",   "devices revoke", "man",         "password",
                                           "queue metered", "queue nudge",    "queue pause", "queue resume",
-                                          "queue retry",   "sign-out",       "unpin"};
+                                          "queue retry",   "share revoke",   "sign-out",    "unpin"};
     std::set<std::string> without;
     const auto all = optionsOf(app);
     for (const auto& [path, options] : all) {
@@ -172,7 +172,7 @@ TEST_F(Documents, BashAndFishCompleteCommandsOptionsValuesAndPaths) {
         std::vector<std::string> inFish = {"fish", "--no-config", "-c", fish};
         inFish.insert(inFish.end(), words.begin(), words.end());
         std::set<std::string> found;
-        for (auto line : lines(output(inFish)))
+        for (const auto& line : lines(output(inFish)))
             found.insert(line.ends_with('/') ? line.substr(0, line.size() - 1) : line);
         EXPECT_EQ(found, expected) << testing::PrintToString(words);
     }

@@ -41,7 +41,7 @@ TEST_F(IndexCommand, ListsAndFindsByPathWithoutSteeringTheTerminal) {
     EXPECT_EQ(run({"search", "PLAN"}).output, line);
     EXPECT_EQ(run({"list"}).output, "        folder                    /d/\n");
     EXPECT_EQ(run({"list", "--json"}).output, R"([{"id":"d","path":"/d","isFolder":true,"size":0}])"
-                                            "\n");
+                                              "\n");
     EXPECT_EQ(run({"search", "nothing", "--json"}).output, "[]\n");
     EXPECT_EQ(run({"list", "/x"}).exitCode, 1);
 }

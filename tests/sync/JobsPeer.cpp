@@ -143,12 +143,18 @@ struct Client {
             job, queue, std::move(status), std::make_shared<OwnWriteTracker>(5, clock)});
     }
 
-    asio::awaitable<void> round() {
+    /// `settles`: waits for what outcomes queue in turn; without, the next round begins beside the last
+    /// outcomes.
+    asio::awaitable<void> round(bool settles) {
         for (const auto& root : SyncRoots::all(*job.index))
             co_await reconciler->reconcile(root);
         co_await queue->start();
-        for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
-             stats = co_await queue->stats()) {
+        for (;;) {
+            if (settles)
+                co_await queue->delivered();
+            const auto stats = co_await queue->stats();
+            if (stats.pending + stats.running == 0)
+                co_return;
             if (stats.running == 0)
                 co_await queue->nudge(); // the waiting times of retries are no matter here
             co_await systemClock()->sleep(std::chrono::milliseconds(1));
@@ -161,9 +167,9 @@ struct Client {
             static_cast<void>(co_await reconciler->settled(std::move(outcome)));
             step("after the outcome is heard of");
         });
-        co_await round();
+        co_await round(false);
         say("again");
-        co_await round();
+        co_await round(true);
         co_await queue->stop();
         co_await queue->finished();
         say("end");
