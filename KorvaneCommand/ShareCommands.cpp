@@ -138,7 +138,7 @@ void print(const ShareReport& report, bool showsLinks) {
 
 int list(const ShareRequest& request) {
     Workshop workshop;
-    workshop.client.run(workshop.pull());
+    workshop.client.run(workshop.pullIfPossible());
     auto service = shareServiceOf(workshop);
     std::vector<ShareReport> reports;
     for (const auto& listed : workshop.client.run(service.list()))
@@ -220,8 +220,7 @@ void addShareCommands(CLI::App& app, int& status) {
     creating->add_option("PATH", request->path, "Its path in the account")->required();
     creating->add_flag("--password", request->asksPassword, "Ask for a password that opens it too");
     creating->add_option("--password-fd", request->passwordFD, "Read that password from this file descriptor")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("FD");
+        ->check(CLI::NonNegativeNumber);
     creating->add_option("--expires", request->expires,
                          "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time");
     addJSON(creating);
@@ -241,10 +240,10 @@ void addShareCommands(CLI::App& app, int& status) {
     opening->add_option("URL", request->link, "The link, with the part after \"#\"")->required();
     opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)")
         ->type_name("DIR");
-    opening->add_option("--service", request->service, "URL of the API behind the link")->type_name("URL");
+    opening->add_option("--service", request->service, "URL of the API that the link's service has")
+        ->type_name("URL");
     opening->add_option("--password-fd", request->passwordFD, "Read the password from this file descriptor")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("FD");
+        ->check(CLI::NonNegativeNumber);
     addJSON(opening);
 }
 
