@@ -134,9 +134,8 @@ void ShareReader::requireFitting(const Entry& entry, const DownloadInfo& info) c
     const auto size = entry.meta.file()->size;
     const auto count = KRCrypto::ChunkCrypto::chunkCount(size, chunkSize_);
     const auto encrypted = KRCrypto::ChunkCrypto::encryptedSize(size, chunkSize_);
-    if (!entry.record.wrappedKey || entry.record.chunkCount != count ||
-        entry.record.encryptedSize != encrypted || info.chunkCount != count ||
-        info.encryptedSize != encrypted)
+    if (entry.record.chunkCount != count || entry.record.encryptedSize != encrypted ||
+        info.chunkCount != count || info.encryptedSize != encrypted)
         throw ShareError(Kind::altered);
 }
 
@@ -144,7 +143,7 @@ asio::awaitable<fs::path> ShareReader::fetch(Entry entry, fs::path destination) 
     const auto entryId = entry.record.entryId;
     auto info = co_await downloadInfo(entryId);
     requireFitting(entry, info);
-    auto fileKey = KRCrypto::unwrapLinkKey(entryKey_, entry.record.wrappedKey.value());
+    auto fileKey = KRCrypto::unwrapLinkKey(entryKey_, entry.record.wrappedKey.value_or(KRCrypto::Bytes()));
     const auto temporary = destination.parent_path() / (".korvane-" + newUUID() + ".partial");
     std::exception_ptr failure;
     try {

@@ -73,8 +73,8 @@ protected:
 
     ShareService::Created share(const std::string& path, std::optional<SecretText> password = {},
                                 std::optional<KRJSON::Date> expiresAt = {}) {
-        return owner_.run(
-            shares().create(index_->item(std::string_view(path), root_).value(), password, expiresAt));
+        return owner_.run(shares().create(index_->item(std::string_view(path), root_).value(),
+                                          std::move(password), expiresAt));
     }
 
     /// Opens the link as somebody else, into `to`.
