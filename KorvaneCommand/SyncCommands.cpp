@@ -171,22 +171,30 @@ private:
     std::string shown_;
 };
 
+/// The next look at the transfers, which a signal brings forward.
+struct Look {
+    explicit Look(const asio::any_io_executor& executor) : timer(executor) {}
+
+    asio::steady_timer timer;
+    bool isLast = false;
+};
+
 /// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
 asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
-    asio::steady_timer look(executor);
-    bool stopped = false;
+    // Shared, since the handler may be called once this coroutine has ended.
+    const auto look = std::make_shared<Look>(executor);
     asio::signal_set signals(executor, SIGINT, SIGTERM);
-    signals.async_wait([&](const boost::system::error_code& error, int) {
-        stopped = !error;
-        look.cancel();
+    signals.async_wait([look](const boost::system::error_code& error, int) {
+        look->isLast = !error;
+        look->timer.cancel();
     });
     co_await session.startSync();
     ServiceManager::ready("Mirroring");
     ProgressDisplay display;
     Events events;
     ManagerStatus managerStatus;
-    for (int quiet = 0; !stopped && (!request.once || quiet <= 3);) {
+    for (int quiet = 0; !look->isLast && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
         managerStatus.show(stats);
         if (request.json)
@@ -194,9 +202,9 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
         else
             display.show(stats);
         quiet = stats.pending + stats.running == 0 && session.isReconciled() ? quiet + 1 : 0;
-        look.expires_after(lookInterval);
+        look->timer.expires_after(lookInterval);
         boost::system::error_code woken;
-        co_await look.async_wait(asio::redirect_error(asio::use_awaitable, woken));
+        co_await look->timer.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
     ServiceManager::stopping();
     display.end();

@@ -43,35 +43,41 @@ asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
         co_await run_.reportOwnWrite(destination_, *fetched);
     const auto movedAside = co_await place(std::move(partial));
     const auto placed = co_await offload([this] { return localStat(destination_); });
-    if (placed)
+    if (placed && placed == fetched) // else it is the user's already
         co_await run_.reportOwnWrite(destination_, *placed);
     co_return TransferOutcome::Downloaded{job_, file_, movedAside};
 }
 
-asio::awaitable<RemoteFile> DownloadRunner::currentFile() {
-    std::optional<RemoteFile> file;
+// What an earlier run has fetched so far goes with it.
+void DownloadRunner::drop(const char* reason) const {
+    std::error_code gone;
+    if (job_.tempPath)
+        std::filesystem::remove(*job_.tempPath, gone);
+    throw TransferQueue::DropReason(reason);
+}
+
+asio::awaitable<void> DownloadRunner::look() {
     try {
-        file = co_await context_.api->file(job_.fileId);
+        file_ = co_await context_.api->file(job_.fileId);
+        if (file_.deletedAt)
+            drop("File was deleted");
+        info_ = co_await context_.api->downloadInfo(job_.fileId);
     } catch (const APIError& error) {
         if (error.is<APIError::NotFound>())
-            throw TransferQueue::DropReason("File no longer exists");
+            drop("File no longer exists");
         throw;
     }
-    if (file->deletedAt)
-        throw TransferQueue::DropReason("File was deleted");
-    co_return std::move(*file);
 }
 
 // Record and storage URL come in two answers; a new version may come between. Key and hash are those of the
 // version that is fetched.
 asio::awaitable<void> DownloadRunner::findVersion() {
-    for (int look = 0;; ++look) {
-        file_ = co_await currentFile();
-        info_ = co_await context_.api->downloadInfo(job_.fileId);
+    for (int looks = 0;; ++looks) {
+        co_await look();
         if (info_.version.value_or(file_.version) == file_.version &&
             info_.blobId.value_or(file_.blobId) == file_.blobId)
             break;
-        if (look == mostLooks)
+        if (looks == mostLooks)
             throw APIError(APIError::Transport{"the file changes faster than it can be fetched", true});
     }
     const auto masterKey = co_await context_.masterKey();

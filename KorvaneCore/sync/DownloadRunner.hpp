@@ -24,7 +24,8 @@ public:
 
 private:
     asio::awaitable<void> findVersion();
-    asio::awaitable<RemoteFile> currentFile();
+    asio::awaitable<void> look();
+    [[noreturn]] void drop(const char* reason) const;
     void checkRecord() const;
     asio::awaitable<PartialFile> fetch();
     asio::awaitable<std::string> freshURL();

@@ -215,7 +215,10 @@ asio::awaitable<std::int64_t> QueueCore::cancelAll(bool onlyFailed) {
     std::int64_t discarded = 0;
     {
         ++discarding_;
-        const Finally unmark([&] { --discarding_; });
+        const Finally unmark([&] {
+            --discarding_;
+            schedulePass();
+        });
         const auto states = onlyFailed ? std::vector{TransferRecord::State::failed}
                                        : std::vector{pending, running, TransferRecord::State::failed, paused};
         for (const auto& id : index_->transferIds(states, most)) {
@@ -223,7 +226,6 @@ asio::awaitable<std::int64_t> QueueCore::cancelAll(bool onlyFailed) {
             co_await yield();
         }
     }
-    schedulePass();
     co_return discarded;
 }
 

@@ -243,8 +243,9 @@ asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
     while (state.next < state.parts.size() && !state.urlsExpired) {
         const auto part = state.parts[state.next++];
         const auto sealed = co_await offload([this, &state, &buffer, &part] {
-            requireUnchanged();
-            return state.reader.encryptedInto(part.index, fileKey_, buffer);
+            const auto bytes = state.reader.encryptedInto(part.index, fileKey_, buffer);
+            requireUnchanged(); // else another content is sealed here, which must not leave
+            return bytes;
         });
         try {
             co_await context_.transport->put(part.url, sealed);
