@@ -327,6 +327,8 @@ bool UploadRunner::becomeUpdate(const std::optional<RemoteFile>& file) {
     if (job_.fileId || !file || file->id != job_.clientFileId)
         return false;
     update(*file);
+    if (file->version != 1)
+        return false; // another device has changed it since
     save();
     return true;
 }

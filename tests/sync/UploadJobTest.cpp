@@ -158,6 +158,19 @@ TEST_F(UploadJobTest, AVersionConflictBecomesACopyBesideTheOtherVersion) {
                   std::string("plan (conflicted copy from Anna's laptop ") + day + ").txt", "plan.txt"}));
 }
 
+TEST_F(UploadJobTest, ACreationThatWasChangedElsewhereBeforeItsRetryBecomesACopy) {
+    auto mine = uploadOf(write("plan.txt", content(50, 1)));
+    auto theirs = uploadOf(write("other.txt", content(50, 2)));
+    theirs.fileId = upload(mine).file.id;
+    theirs.baseVersion = 1;
+    upload(theirs);
+    write("plan.txt", content(51, 3));
+    const auto retried = upload(mine);
+    EXPECT_TRUE(retried.job.isConflictCopy);
+    EXPECT_NE(retried.file.id, theirs.fileId);
+    expectContent(retried.file, content(51, 3));
+}
+
 TEST_F(UploadJobTest, ATakenNameIsNumbered) {
     for (int i = 0; i < 3; ++i)
         upload(uploadOf(write("a.tar.gz", content(30, i))));
