@@ -1,4 +1,5 @@
 #include "KRCrypto/DropCrypto.hpp"
+#include "KRCrypto/FileExtension.hpp"
 #include "KRCrypto/UnicodeText.hpp"
 
 #include <algorithm>
@@ -20,14 +21,6 @@ bool isControl(char32_t c) {
 
 bool isSeparator(char32_t c) {
     return c == U'/' || c == U'\\';
-}
-
-std::size_t characterCount(std::string_view text) {
-    std::size_t count = 0;
-    for (CodePoints points(text); !points.atEnd(); ++count) {
-        points.next();
-    }
-    return count;
 }
 
 // Composed before or after is the same, except for marks that come to stand behind a letter: they join it.
@@ -69,21 +62,6 @@ std::string_view cut(std::string_view text, std::size_t bytes) {
         --bytes;
     }
     return text.substr(0, bytes);
-}
-
-// As for files that are moved aside: from the last dot, unless the name begins with it, 2 to 16 characters
-// without a space; else nothing.
-std::string_view extensionOf(std::string_view name) {
-    constexpr std::size_t mostCharacters = 16;
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string_view::npos || dot == 0) {
-        return {};
-    }
-    const std::string_view extension = name.substr(dot);
-    const std::size_t characters = characterCount(extension);
-    const bool plausible =
-        characters >= 2 && characters <= mostCharacters && extension.find(' ') == std::string_view::npos;
-    return plausible ? extension : std::string_view{};
 }
 
 std::string shortened(std::string_view name) {

@@ -1,32 +1,14 @@
 #include "KorvaneCore/sync/FileNames.hpp"
 
+#include "KRCrypto/FileExtension.hpp"
+
 #include <algorithm>
 
 namespace Korvane::FileNames {
 
-namespace {
-
-constexpr std::size_t shortestExtension = 2;
-constexpr std::size_t longestExtension = 16;
-
-/// Characters, not bytes: continuation bytes of UTF-8 do not count.
-std::size_t characters(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-} // namespace
-
 Split split(std::string_view name) {
-    const auto dot = name.rfind('.');
-    if (dot == std::string_view::npos || dot == 0)
-        return {name, {}};
-    const auto extension = name.substr(dot);
-    const auto length = characters(extension);
-    if (length < shortestExtension || length > longestExtension ||
-        extension.find(' ') != std::string_view::npos)
-        return {name, {}};
-    return {name.substr(0, dot), extension};
+    const auto extension = KRCrypto::extensionOf(name);
+    return {name.substr(0, name.size() - extension.size()), extension};
 }
 
 std::string numbered(std::string_view name, std::int64_t number) {

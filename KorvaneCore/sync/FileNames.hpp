@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-/// Names beside names that are taken. A name is split before its last dot when that is not its first
-/// character and what follows, the dot included, has 2 to 16 characters and no space; else it is all stem.
+/// Names beside names that are taken. A name is split before its extension (KRCrypto::extensionOf); without
+/// one it is all stem.
 namespace Korvane::FileNames {
 
 struct Split {
