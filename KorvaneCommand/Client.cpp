@@ -20,11 +20,6 @@ Client::Client(KRConfiguration with)
     run(api->setAuthFailureHandler([this](const APIError& error) { endSignIn(error); }));
 }
 
-void Client::finish() {
-    context.restart();
-    context.run();
-}
-
 void Client::endSignIn(const APIError& error) {
     const auto session = account.session();
     if (!session || error.is<APIError::NotSignedIn>())

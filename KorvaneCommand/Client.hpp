@@ -4,10 +4,9 @@
 #include "KorvaneCore/api/APIClient.hpp"
 #include "KorvaneCore/config/KRConfiguration.hpp"
 #include "KorvaneCore/keychain/KeychainStore.hpp"
+#include "KorvaneCore/platform/RunToEnd.hpp"
 
-#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 
 #include <memory>
 #include <utility>
@@ -33,16 +32,13 @@ public:
     /// Runs the coroutine to its end and gives its result, or throws what it throws.
     template <class T>
     T run(asio::awaitable<T> coroutine) {
-        auto result = asio::co_spawn(context, std::move(coroutine), asio::use_future);
-        finish();
-        return result.get();
+        return runToEnd(context, std::move(coroutine));
     }
 
     /// Takes up the stored sign-in. Throws APIError (NotSignedIn).
     void requireSession();
 
 private:
-    void finish();
     void endSignIn(const APIError& error);
     asio::awaitable<void> forgetKeys();
 };

@@ -4,10 +4,10 @@
 #include "KorvaneCore/http/CurlSession.hpp"
 #include "KorvaneCore/platform/LocalSocket.hpp"
 #include "KorvaneCore/platform/Process.hpp"
+#include "KorvaneCore/platform/RunToEnd.hpp"
 #include "KorvaneTransfers/TransferHelper.hpp"
 
 #include <CLI/CLI.hpp>
-#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 
 #include <cstdio>
@@ -24,19 +24,8 @@ constexpr std::chrono::hours longestTransfer{7 * 24};
 
 /// The right to be the session's helper, for as long as the process lives.
 CrossProcessLock lockSession(const std::string& identifier) {
-    CrossProcessLock lock;
     asio::io_context context;
-    asio::co_spawn(
-        context,
-        [&]() -> asio::awaitable<void> {
-            lock = co_await CrossProcessLock::acquire(SessionFiles::helperLock(identifier), lockTimeout);
-        },
-        [](const std::exception_ptr& error) {
-            if (error)
-                std::rethrow_exception(error);
-        });
-    context.run();
-    return lock;
+    return runToEnd(context, CrossProcessLock::acquire(SessionFiles::helperLock(identifier), lockTimeout));
 }
 
 int serve(const TransferHelper::Settings& settings, bool foreground) {

@@ -7,8 +7,8 @@
 #include "KorvaneCore/http/HTTPError.hpp"
 #include "KorvaneCore/keychain/KeychainStore.hpp"
 #include "KorvaneCore/platform/Bundle.hpp"
+#include "KorvaneCore/platform/RunToEnd.hpp"
 
-#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
 
@@ -35,17 +35,7 @@ HTTPResponse ask(const KRConfiguration& configuration, std::optional<std::string
     APICall call;
     call.method = "GET";
     call.path = "/auth/me";
-    std::exception_ptr error;
-    HTTPResponse answer;
-    asio::co_spawn(context, session.send(call.request(configuration.apiBaseURL, token)),
-                   [&](std::exception_ptr thrown, HTTPResponse response) {
-                       error = std::move(thrown);
-                       answer = std::move(response);
-                   });
-    context.run();
-    if (error)
-        std::rethrow_exception(error);
-    return answer;
+    return runToEnd(context, session.send(call.request(configuration.apiBaseURL, token)));
 }
 
 bool isLoopback(const KRConfiguration::URL& url) {

@@ -10,6 +10,7 @@
 #include "KorvaneCore/platform/LocalSocket.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Process.hpp"
+#include "KorvaneCore/platform/RunToEnd.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
 
 #include <boost/asio/co_spawn.hpp>
@@ -43,19 +44,8 @@ std::optional<FileDescriptor> connection(const std::filesystem::path& socket) {
 }
 
 CrossProcessLock lockStart(const std::string& identifier) {
-    CrossProcessLock lock;
     asio::io_context context;
-    asio::co_spawn(
-        context,
-        [&]() -> asio::awaitable<void> {
-            lock = co_await CrossProcessLock::acquire(SessionFiles::startLock(identifier), startTimeout);
-        },
-        [](const std::exception_ptr& error) {
-            if (error)
-                std::rethrow_exception(error);
-        });
-    context.run();
-    return lock;
+    return runToEnd(context, CrossProcessLock::acquire(SessionFiles::startLock(identifier), startTimeout));
 }
 
 /// A connection to the helper, which is started when there is none.

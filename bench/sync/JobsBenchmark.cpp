@@ -9,6 +9,7 @@
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/Sha256.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
+#include "KorvaneCore/platform/RunToEnd.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 #include "KorvaneCore/sync/TransferRunner.hpp"
 #include "tests/support/LocalService.hpp"
@@ -134,14 +135,7 @@ struct Client {
         run(signUp());
     }
 
-    void run(asio::awaitable<void> work) {
-        asio::co_spawn(context, std::move(work), [](const std::exception_ptr& error) {
-            if (error)
-                std::rethrow_exception(error);
-        });
-        context.restart();
-        context.run();
-    }
+    void run(asio::awaitable<void> work) { runToEnd(context, std::move(work)); }
 
     asio::awaitable<void> signUp() {
         SignupRequest request;
