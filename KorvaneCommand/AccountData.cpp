@@ -1,6 +1,7 @@
 #include "KorvaneCommand/AccountData.hpp"
 
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/sync/OfflineCopies.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
 
@@ -21,11 +22,18 @@ void empty(LocalIndex& index, StatusDatabase& status) {
 
 } // namespace
 
+std::optional<FileLock> tryClaim() {
+    const auto file = SharedContainer::url() / lockFile;
+    createDirectories(file.parent_path());
+    FileLock lock(file);
+    return lock.tryLock() ? std::optional(std::move(lock)) : std::nullopt;
+}
+
 FileLock claim() {
-    FileLock lock(SharedContainer::directory("locks") / "queue.lock");
-    if (!lock.tryLock())
+    auto lock = tryClaim();
+    if (!lock)
         throw std::runtime_error("another korvane is at work on the account's files; stop it first");
-    return lock;
+    return *std::move(lock);
 }
 
 void keepTo(const std::string& userId, LocalIndex& index, StatusDatabase& status) {

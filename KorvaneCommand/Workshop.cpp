@@ -51,17 +51,13 @@ JobContext Workshop::jobContext() {
 }
 
 bool Workshop::ownQueue() {
-    if (lock_.fd() >= 0)
-        return true;
-    lock_ = FileLock(SharedContainer::directory("locks") / "queue.lock");
-    const bool isOwn = lock_.tryLock();
-    if (!isOwn)
-        lock_.unlock();
-    return isOwn;
+    if (!lock_)
+        lock_ = AccountData::tryClaim();
+    return lock_.has_value();
 }
 
 void Workshop::leaveQueue() {
-    lock_.unlock();
+    lock_.reset();
 }
 
 asio::awaitable<void> Workshop::pull() {
@@ -79,7 +75,7 @@ asio::awaitable<void> Workshop::pullIfPossible() {
 }
 
 asio::awaitable<void> Workshop::keepOffline() {
-    const bool isRunning = lock_.fd() >= 0;
+    const bool isRunning = lock_.has_value();
     if (!ownQueue())
         co_return;
     co_await offline->keep();

@@ -65,7 +65,7 @@ public:
 private:
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     std::string rootFolderId_;
-    FileLock lock_; ///< while this process may run the queue
+    std::optional<FileLock> lock_; ///< while this process may run the queue
     std::shared_ptr<WidgetPublisher> publisher_;
 };
 

@@ -1,3 +1,4 @@
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/doctor/Checks.hpp"
 #include "KorvaneCore/background/SessionFiles.hpp"
 #include "KorvaneCore/config/KRConfiguration.hpp"
@@ -203,7 +204,7 @@ Findings processes() {
     const auto folder = SharedContainer::location();
     const auto session = std::string(KRIdentifiers::backgroundSessionIdentifier);
     Findings found;
-    if (const auto runner = FileLock::holder(folder / "locks/queue.lock"))
+    if (const auto runner = FileLock::holder(folder / AccountData::lockFile))
         found.push_back({"processes", ok, processNamed(*runner) + " carries out the transfers", ""});
     if (const auto helper =
             FileLock::holder(folder / "locks" / (SessionFiles::helperLock(session) + ".lock"))) {
