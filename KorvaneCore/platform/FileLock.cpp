@@ -15,13 +15,13 @@ namespace Korvane {
 FileLock::FileLock(const std::filesystem::path& file)
     : fd_(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
     if (!fd_.isOpen())
-        throw FileError("open", file, {errno, std::generic_category()});
+        throw FileError("open", file);
 }
 
 void FileLock::lock() {
     while (::flock(fd_.get(), LOCK_EX) != 0)
         if (errno != EINTR)
-            throw FileError("lock", "the lock file", {errno, std::generic_category()});
+            throw FileError("lock", "the lock file");
 }
 
 bool FileLock::tryLock() noexcept {

@@ -25,7 +25,7 @@ std::optional<FileStatus> fileStatus(const std::filesystem::path& path) {
     if (::lstat(path.c_str(), &status) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return std::nullopt;
-        throw FileError("inspect", path, {errno, std::generic_category()});
+        throw FileError("inspect", path);
     }
     return FileStatus{
         kindOf(status.st_mode), status.st_size,

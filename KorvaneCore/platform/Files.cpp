@@ -13,17 +13,13 @@ namespace Korvane {
 
 namespace {
 
-[[noreturn]] void fail(std::string_view operation, const std::filesystem::path& path, int error = errno) {
-    throw FileError(operation, path, {error, std::generic_category()});
-}
-
 void writeAll(int fd, std::string_view bytes, const std::filesystem::path& path) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(fd, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR)
             continue;
         if (written < 0)
-            fail("write", path);
+            throw FileError("write", path);
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
 }
@@ -34,11 +30,11 @@ public:
     StagedFile(const std::filesystem::path& target, mode_t mode) : name_(target.string() + ".XXXXXX") {
         fd_ = FileDescriptor(::mkostemp(name_.data(), O_CLOEXEC));
         if (!fd_.isOpen())
-            fail("create", target);
+            throw FileError("create", target);
         if (mode != 0600 && ::fchmod(fd_.get(), mode) != 0) {
             const int error = errno;
             ::unlink(name_.c_str());
-            fail("set the mode of", target, error);
+            throw FileError("set the mode of", target, error);
         }
     }
 
@@ -54,12 +50,12 @@ public:
 
     void sync() {
         if (::fsync(fd_.get()) != 0)
-            fail("sync", name_);
+            throw FileError("sync", name_);
     }
 
     void renameTo(const std::filesystem::path& target) {
         if (::rename(name_.c_str(), target.c_str()) != 0)
-            fail("replace", target);
+            throw FileError("replace", target);
         renamed_ = true;
     }
 
@@ -78,14 +74,14 @@ FileError::FileError(std::string_view operation, const std::filesystem::path& pa
 std::string readFile(const std::filesystem::path& path, std::size_t maxBytes) {
     const FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.isOpen())
-        fail("open", path);
+        throw FileError("open", path);
     struct stat status{};
     if (::fstat(fd.get(), &status) != 0)
-        fail("inspect", path);
+        throw FileError("inspect", path);
     if (!S_ISREG(status.st_mode))
-        fail("read", path, EINVAL);
+        throw FileError("read", path, EINVAL);
     if (static_cast<std::uintmax_t>(status.st_size) > maxBytes)
-        fail("read", path, EFBIG);
+        throw FileError("read", path, EFBIG);
 
     // One byte more than promised, so a file that grows past the limit meanwhile is noticed. Files of the
     // kernel's promise nothing, and some of them give only what fits the first read.
@@ -98,12 +94,12 @@ std::string readFile(const std::filesystem::path& path, std::size_t maxBytes) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            fail("read", path);
+            throw FileError("read", path);
         if (count == 0)
             break;
         filled += static_cast<std::size_t>(count);
         if (filled > maxBytes)
-            fail("read", path, EFBIG);
+            throw FileError("read", path, EFBIG);
         if (filled == bytes.size())
             bytes.resize(std::min(bytes.size() * 2, maxBytes + 1));
     }
@@ -116,14 +112,14 @@ void replaceFile(const std::filesystem::path& path, std::string_view bytes, mode
     const auto folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
     const FileDescriptor folderFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folderFd.isOpen())
-        fail("open folder", folder);
+        throw FileError("open folder", folder);
 
     StagedFile staged(path, mode);
     staged.write(bytes);
     staged.sync();
     staged.renameTo(path);
     if (::fsync(folderFd.get()) != 0)
-        fail("sync", folder);
+        throw FileError("sync", folder);
 }
 
 void writeTemporaryFile(const std::filesystem::path& path, std::string_view bytes) {
@@ -144,17 +140,17 @@ void createDirectories(const std::filesystem::path& folder) {
     struct stat status{};
     if (::stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
         return;
-    fail("create folder", folder, error);
+    throw FileError("create folder", folder, error);
 }
 
 void requirePrivateFolder(const std::filesystem::path& folder) {
     struct stat status{};
     if (::lstat(folder.c_str(), &status) != 0)
-        fail("inspect", folder);
+        throw FileError("inspect", folder);
     const bool isPrivate =
         S_ISDIR(status.st_mode) && status.st_uid == ::getuid() && (status.st_mode & 077) == 0;
     if (!isPrivate)
-        fail("trust folder", folder, EACCES);
+        throw FileError("trust folder", folder, EACCES);
 }
 
 bool isWritable(const std::filesystem::path& path) noexcept {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
@@ -17,6 +18,10 @@ namespace Korvane {
 class FileError : public std::runtime_error {
 public:
     FileError(std::string_view operation, const std::filesystem::path& path, std::error_code code);
+
+    /// Of an error number; without one of errno.
+    FileError(std::string_view operation, const std::filesystem::path& path, int number = errno)
+        : FileError(operation, path, std::error_code(number, std::generic_category())) {}
 
     [[nodiscard]] const std::error_code& code() const noexcept { return code_; }
 

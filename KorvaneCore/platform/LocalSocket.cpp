@@ -18,20 +18,16 @@ namespace {
 
 constexpr int waitingConnections = 128;
 
-[[noreturn]] void fail(std::string_view operation, const std::filesystem::path& file, int error = errno) {
-    throw FileError(operation, file, {error, std::generic_category()});
-}
-
 /// An address holds 107 bytes only, so it names the file by its open folder.
 class Address {
 public:
     explicit Address(const std::filesystem::path& file)
         : folder_(::open(file.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
         if (!folder_.isOpen())
-            fail("open folder", file.parent_path());
+            throw FileError("open folder", file.parent_path());
         const auto name = "/proc/self/fd/" + std::to_string(folder_.get()) + "/" + file.filename().string();
         if (name.size() >= sizeof address_.sun_path)
-            fail("name", file, ENAMETOOLONG);
+            throw FileError("name", file, ENAMETOOLONG);
         address_.sun_family = AF_UNIX;
         std::ranges::copy(name, address_.sun_path);
     }
@@ -48,7 +44,7 @@ private:
 FileDescriptor open(const std::filesystem::path& file) {
     FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.isOpen())
-        fail("open a socket for", file);
+        throw FileError("open a socket for", file);
     return fd;
 }
 
@@ -58,11 +54,11 @@ FileDescriptor listen(const std::filesystem::path& file) {
     const Address address(file);
     auto fd = open(file);
     if (::unlink(file.c_str()) != 0 && errno != ENOENT)
-        fail("remove", file);
+        throw FileError("remove", file);
     // The file takes its mode from the socket's, so it is never open to others.
     if (::fchmod(fd.get(), 0600) != 0 || ::bind(fd.get(), address.get(), Address::size) != 0 ||
         ::listen(fd.get(), waitingConnections) != 0)
-        fail("listen at", file);
+        throw FileError("listen at", file);
     return fd;
 }
 
@@ -70,7 +66,7 @@ FileDescriptor connect(const std::filesystem::path& file) {
     const Address address(file);
     auto fd = open(file);
     if (::connect(fd.get(), address.get(), Address::size) != 0)
-        fail("connect to", file);
+        throw FileError("connect to", file);
     return fd;
 }
 

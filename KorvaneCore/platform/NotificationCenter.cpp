@@ -25,10 +25,6 @@ std::string checkedName(std::string_view name) {
     return std::string(name);
 }
 
-[[noreturn]] void fail(std::string_view operation, const std::filesystem::path& path) {
-    throw FileError(operation, path, {errno, std::generic_category()});
-}
-
 } // namespace
 
 /// The folder under inotify and the thread that reads its events. A post is a file closed after writing.
@@ -37,7 +33,7 @@ public:
     Watch(std::filesystem::path folder, std::string name, std::function<void()> handler)
         : folder_(std::move(folder)), name_(std::move(name)), handler_(std::move(handler)) {
         if (!events_.isOpen())
-            fail("observe", folder_);
+            throw FileError("observe", folder_);
         watchFolder();
         thread_ = std::thread([this] { run(); });
     }
@@ -56,7 +52,7 @@ private:
         constexpr std::uint32_t mask = IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
         watch_ = events_.add(folder_.c_str(), mask);
         if (watch_ < 0)
-            fail("observe", folder_);
+            throw FileError("observe", folder_);
     }
 
     /// After the folder was lost; a failure is logged and tried again at the next turn of run().
@@ -114,7 +110,7 @@ void NotificationCenter::post(std::string_view name) {
     createDirectories(folder_);
     const FileDescriptor fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     if (!fd.isOpen())
-        fail("post", file);
+        throw FileError("post", file);
 }
 
 NotificationCenter::Observation NotificationCenter::observe(std::string_view name,

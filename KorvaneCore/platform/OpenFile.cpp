@@ -13,14 +13,10 @@ namespace Korvane {
 
 namespace {
 
-[[noreturn]] void fail(std::string_view operation, const std::filesystem::path& path, int error = errno) {
-    throw FileError(operation, path, {error, std::generic_category()});
-}
-
 struct stat inspect(const FileDescriptor& fd, const std::filesystem::path& path) {
     struct stat status{};
     if (::fstat(fd.get(), &status) != 0)
-        fail("inspect", path);
+        throw FileError("inspect", path);
     return status;
 }
 
@@ -29,13 +25,13 @@ struct stat inspect(const FileDescriptor& fd, const std::filesystem::path& path)
 OpenFile::OpenFile(std::filesystem::path path, int flags)
     : path_(std::move(path)), fd_(::open(path_.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600)) {
     if (!fd_.isOpen())
-        fail("open", path_);
+        throw FileError("open", path_);
 }
 
 OpenFile OpenFile::forReading(std::filesystem::path path) {
     OpenFile file(std::move(path), O_RDONLY | O_NONBLOCK);
     if (!S_ISREG(inspect(file.fd_, file.path_).st_mode))
-        fail("read", file.path_, EINVAL);
+        throw FileError("read", file.path_, EINVAL);
     return file;
 }
 
@@ -53,7 +49,7 @@ void OpenFile::readAt(std::uint64_t offset, std::span<std::uint8_t> into) const 
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
-            fail("read", path_, count < 0 ? errno : EIO);
+            throw FileError("read", path_, count < 0 ? errno : EIO);
         into = into.subspan(static_cast<std::size_t>(count));
         offset += static_cast<std::uint64_t>(count);
     }
@@ -65,7 +61,7 @@ void OpenFile::append(std::span<const std::uint8_t> bytes) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            fail("write", path_);
+            throw FileError("write", path_);
         bytes = bytes.subspan(static_cast<std::size_t>(count));
     }
 }

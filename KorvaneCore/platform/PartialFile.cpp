@@ -35,10 +35,10 @@ timespec timespecOf(std::chrono::system_clock::time_point time) {
 
 PartialFile::PartialFile(std::filesystem::path path) : path_(std::move(path)) {
     if (::unlink(path_.c_str()) != 0 && errno != ENOENT)
-        throw FileError("remove", path_, lastError());
+        throw FileError("remove", path_);
     fd_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd_.isOpen())
-        throw FileError("create", path_, lastError());
+        throw FileError("create", path_);
 }
 
 void PartialFile::append(std::span<const std::uint8_t> bytes) {
@@ -47,7 +47,7 @@ void PartialFile::append(std::span<const std::uint8_t> bytes) {
         if (written >= 0)
             bytes = bytes.subspan(static_cast<std::size_t>(written));
         else if (errno != EINTR)
-            throw FileError("write", path_, lastError());
+            throw FileError("write", path_);
     }
 }
 
@@ -55,10 +55,10 @@ void PartialFile::finish(const std::optional<std::chrono::system_clock::time_poi
     if (modified) {
         const timespec times[2] = {{0, UTIME_OMIT}, timespecOf(*modified)};
         if (::futimens(fd_.get(), times) != 0)
-            throw FileError("date", path_, lastError());
+            throw FileError("date", path_);
     }
     if (::fsync(fd_.get()) != 0)
-        throw FileError("write", path_, lastError());
+        throw FileError("write", path_);
     fd_.close();
 }
 

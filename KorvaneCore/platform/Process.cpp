@@ -18,7 +18,7 @@ constexpr int signalled = 128;
 
 void require(int error, const std::filesystem::path& program) {
     if (error != 0)
-        throw FileError("start", program, {error, std::generic_category()});
+        throw FileError("start", program, error);
 }
 
 /// How a program is started, freed at the end.
@@ -71,7 +71,7 @@ int run(const std::filesystem::path& program, const std::vector<std::string>& ar
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0)
         if (errno != EINTR)
-            throw FileError("wait for", program, {errno, std::generic_category()});
+            throw FileError("wait for", program);
     return WIFEXITED(status) ? WEXITSTATUS(status) : signalled + WTERMSIG(status);
 }
 
@@ -80,7 +80,7 @@ void detach() {
     if (child > 0)
         ::_exit(0);
     if (child < 0 || ::setsid() < 0 || ::chdir("/") != 0)
-        throw FileError("detach", "the process", {errno, std::generic_category()});
+        throw FileError("detach", "the process");
 }
 
 int identifier() noexcept {

@@ -70,7 +70,7 @@ void UserDefaults::refresh() const {
     struct stat now{};
     if (::stat(file_.c_str(), &now) != 0) {
         if (errno != ENOENT && errno != ENOTDIR)
-            throw FileError("inspect", file_, {errno, std::generic_category()});
+            throw FileError("inspect", file_);
         values_.clear();
         version_ = {};
         return;
