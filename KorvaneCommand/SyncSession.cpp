@@ -17,9 +17,8 @@ SyncSession::SyncSession(Workshop& workshop) : workshop_(workshop) {
     const auto executor = workshop_.client.context.get_executor();
     engine_ = std::make_shared<SyncEngine>(executor, systemClock(), settleInterval,
                                            [this](SyncEngine::Root root) -> asio::awaitable<void> {
-                                               for (const auto& known : SyncRoots::all(*workshop_.index))
-                                                   if (known.id == root.id)
-                                                       co_await reconcile(known);
+                                               if (auto known = SyncRoots::find(*workshop_.index, root.id))
+                                                   co_await reconcile(*std::move(known));
                                            });
     reconciler_ = std::make_shared<RootReconciler>(RootReconciler::Parts{
         workshop_.jobContext(), workshop_.queue, workshop_.status, engine_->ownWrites()});

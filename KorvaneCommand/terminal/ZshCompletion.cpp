@@ -48,7 +48,7 @@ std::string line(const std::string& text) {
     return " \\\n        " + text;
 }
 
-std::string specification(const Option& option) {
+std::string offerOf(const Option& option) {
     const auto about = "[" + escaped(option.about) + "]";
     const auto value =
         option.placeholder.empty() ? "" : ":" + escaped(option.placeholder) + ":" + action(option);
@@ -89,7 +89,7 @@ std::string function(const Command& command) {
     auto text = functionOf(command) + "() {\n    local curcontext=$curcontext state line found=1\n" +
                 "    typeset -A opt_args\n    _arguments -C -S";
     for (const auto& option : command.options)
-        text += specification(option);
+        text += offerOf(option);
     if (!command.subcommands.empty()) {
         text += subcommands(command);
     } else {

@@ -87,10 +87,17 @@ bool opens(const MasterKey& key, const Bytes& meta) {
     }
 }
 
-/// Whether the server refused a proof of the password, as opposed to the sign-in itself.
-bool refusesProof(const std::exception& error) {
-    const auto* api = apiError(error);
-    return api != nullptr && api->is<APIError::Unauthorized>();
+/// A call that proves a password or a code. When the server refuses that, as opposed to the sign-in itself,
+/// `refused` is thrown.
+template <class T, class Refused>
+asio::awaitable<T> proving(asio::awaitable<T> call, Refused refused) {
+    try {
+        co_return co_await std::move(call);
+    } catch (const std::exception& error) {
+        if (const auto* api = apiError(error); api != nullptr && api->is<APIError::Unauthorized>())
+            throw refused;
+        throw;
+    }
 }
 
 } // namespace
@@ -134,14 +141,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
     request.authKey = keys.authKey;
     request.deviceName = deviceName_;
     request.deviceId = co_await offload([email = request.email] { return deviceOf(email); });
-    AuthResponse response;
-    try {
-        response = co_await api_->login(std::move(request));
-    } catch (const std::exception& error) {
-        if (refusesProof(error))
-            throw wrongPassword();
-        throw;
-    }
+    auto response = co_await proving(api_->login(std::move(request)), wrongPassword());
     if (!response.wrappedMasterKey)
         throw APIError(APIError::Decoding{"AuthResponse: wrappedMasterKey: is missing"});
     auto key = unwrapped(keys.kek, *response.wrappedMasterKey, &MasterKey::unwrapWithKek);
@@ -166,14 +166,7 @@ asio::awaitable<void> AccountService::recover(std::string email, SecretText reco
     request.newAuthKey = keys.authKey;
     request.newWrappedMasterKey = key->wrapWithKek(keys.kek);
     request.deviceName = deviceName_;
-    AuthResponse response;
-    try {
-        response = co_await api_->recoveryComplete(std::move(request));
-    } catch (const std::exception& error) {
-        if (refusesProof(error))
-            throw WrongRecoveryCode();
-        throw;
-    }
+    auto response = co_await proving(api_->recoveryComplete(std::move(request)), WrongRecoveryCode());
     co_await enter(std::move(response), std::move(*key));
 }
 
@@ -192,13 +185,7 @@ asio::awaitable<void> AccountService::changePassword(SecretText current, SecretT
     request.currentAuthKey = oldKeys.authKey;
     request.newAuthKey = newKeys.authKey;
     request.newWrappedMasterKey = key.wrapWithKek(newKeys.kek);
-    try {
-        co_await api_->changePassword(std::move(request));
-    } catch (const std::exception& error) {
-        if (refusesProof(error))
-            throw wrongCurrentPassword();
-        throw;
-    }
+    co_await proving(api_->changePassword(std::move(request)), wrongCurrentPassword());
 }
 
 asio::awaitable<SecretText> AccountService::rotateRecoveryKey(SecretText password) {
@@ -209,13 +196,7 @@ asio::awaitable<SecretText> AccountService::rotateRecoveryKey(SecretText passwor
     request.authKey = keys.authKey;
     request.newWrappedMasterKeyRecovery = key.wrapWithRecovery(recovery.keys.rk);
     request.newRecoveryAuthKey = recovery.keys.rkAuth;
-    try {
-        co_await api_->rotateRecoveryKey(std::move(request));
-    } catch (const std::exception& error) {
-        if (refusesProof(error))
-            throw wrongCurrentPassword();
-        throw;
-    }
+    co_await proving(api_->rotateRecoveryKey(std::move(request)), wrongCurrentPassword());
     co_return recovery.code;
 }
 

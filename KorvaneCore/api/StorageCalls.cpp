@@ -75,6 +75,18 @@ void rethrow(const std::exception& error) {
     ErrorMapping::rethrow(error, "answer");
 }
 
+namespace {
+
+asio::awaitable<HTTPResponse> send(HTTPSession& session, HTTPRequest request) {
+    try {
+        co_return co_await session.send(std::move(request));
+    } catch (const std::exception& error) {
+        rethrow(error);
+    }
+}
+
+} // namespace
+
 asio::awaitable<PartUploadResponse> putPart(std::shared_ptr<HTTPSession> session, std::string url,
                                             KRCrypto::ByteView data, bool allowsCellular) {
     HeadSink sink(maxAnswer);
@@ -82,12 +94,7 @@ asio::awaitable<PartUploadResponse> putPart(std::shared_ptr<HTTPSession> session
     request.body = data;
     request.sink = &sink;
     request.allowsCellular = allowsCellular;
-    HTTPResponse answer;
-    try {
-        answer = co_await session->send(std::move(request));
-    } catch (const std::exception& error) {
-        rethrow(error);
-    }
+    const auto answer = co_await send(*session, std::move(request));
     requireSuccess(answer);
     try {
         co_return KRJSON::read<PartUploadResponse>(KRCrypto::asText(sink.head()));
@@ -113,12 +120,7 @@ asio::awaitable<void> getRangeInto(std::shared_ptr<HTTPSession> session, std::st
     auto request = getRequest(std::move(url), range);
     request.sink = &sink;
     request.allowsCellular = allowsCellular;
-    HTTPResponse answer;
-    try {
-        answer = co_await session->send(std::move(request));
-    } catch (const std::exception& error) {
-        rethrow(error);
-    }
+    const auto answer = co_await send(*session, std::move(request));
     requireRange(answer, range, sink.received());
 }
 

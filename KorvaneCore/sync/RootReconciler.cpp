@@ -44,9 +44,8 @@ std::optional<RootLedger> RootReconciler::ledgerOf(const std::optional<TransferO
     const auto* sync = origin ? origin->as<TransferOrigin::Sync>() : nullptr;
     if (sync == nullptr)
         return std::nullopt;
-    const auto roots = SyncRoots::all(*parts_.context.index);
-    const auto found = std::ranges::find(roots, sync->rootId, &SyncRoot::id);
-    return found == roots.end() ? std::nullopt : std::optional(ledgerOf(*found));
+    auto root = SyncRoots::find(*parts_.context.index, sync->rootId);
+    return root ? std::optional(ledgerOf(*std::move(root))) : std::nullopt;
 }
 
 asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
