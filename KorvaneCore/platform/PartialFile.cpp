@@ -25,6 +25,12 @@ void syncFolder(const std::filesystem::path& folder) {
         ::fsync(fd.get());
 }
 
+std::error_code synced(std::error_code error, const std::filesystem::path& destination) {
+    if (!error)
+        syncFolder(destination.parent_path());
+    return error;
+}
+
 timespec timespecOf(std::chrono::system_clock::time_point time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - seconds);
@@ -62,15 +68,18 @@ void PartialFile::finish(const std::optional<std::chrono::system_clock::time_poi
     fd_.close();
 }
 
-std::error_code PartialFile::place(const std::filesystem::path& destination, bool replace) const {
-    if (!replace) {
-        if (const auto error = renameToFreeName(path_, destination))
-            return error;
-    } else if (::rename(path_.c_str(), destination.c_str()) != 0) {
-        return lastError();
-    }
-    syncFolder(destination.parent_path());
-    return {};
+std::error_code PartialFile::place(const std::filesystem::path& destination) const {
+    return synced(renameToFreeName(path_, destination), destination);
+}
+
+std::error_code PartialFile::placeOver(const std::filesystem::path& destination) const {
+    const int result = ::rename(path_.c_str(), destination.c_str());
+    return synced(result == 0 ? std::error_code() : lastError(), destination);
+}
+
+std::error_code PartialFile::exchange(const std::filesystem::path& destination) const {
+    const int result = ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, destination.c_str(), RENAME_EXCHANGE);
+    return synced(result == 0 ? std::error_code() : lastError(), destination);
 }
 
 std::error_code renameToFreeName(const std::filesystem::path& from,

@@ -28,9 +28,16 @@ public:
     /// Brings the content to the disk, with this modification time if there is one, and closes the file.
     void finish(const std::optional<std::chrono::system_clock::time_point>& modified);
 
-    /// Moves it to `destination`, over what is there when `replace`; else std::errc::file_exists when
-    /// something is. The name is on the disk on success.
-    [[nodiscard]] std::error_code place(const std::filesystem::path& destination, bool replace) const;
+    /// Moves it to `destination`; std::errc::file_exists when something is there. The name is on the disk on
+    /// success, here as below.
+    [[nodiscard]] std::error_code place(const std::filesystem::path& destination) const;
+
+    /// Moves it to `destination`, over what is there.
+    [[nodiscard]] std::error_code placeOver(const std::filesystem::path& destination) const;
+
+    /// Changes places with what is at `destination`, which is under path() afterwards.
+    /// std::errc::invalid_argument from file systems that cannot.
+    [[nodiscard]] std::error_code exchange(const std::filesystem::path& destination) const;
 
 private:
     std::filesystem::path path_;

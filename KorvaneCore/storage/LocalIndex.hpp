@@ -224,6 +224,9 @@ public:
     /// What to do with a record whose dedupe key belongs to a running one.
     enum class WhileRunning : std::uint8_t { leaveOut, insertWithoutKey };
 
+    /// The pending, failed and paused records with this dedupe key: those that insertTransfer() replaces.
+    [[nodiscard]] std::vector<TransferRecord> replaceableTransfers(const std::string& dedupeKey);
+
     /// Stores the record in place of pending, failed and paused ones with its dedupe key. Gives whether it
     /// was stored.
     bool insertTransfer(const TransferRecord& record, const std::optional<std::string>& dedupeKey = {},

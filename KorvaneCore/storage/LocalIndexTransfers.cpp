@@ -42,6 +42,12 @@ void insert(SQLiteDatabase& database, const TransferRecord& record,
 
 } // namespace
 
+std::vector<TransferRecord> LocalIndex::replaceableTransfers(const std::string& dedupeKey) {
+    const MutexLock lock(mutex_);
+    return recordsOf(
+        database_.query("SELECT * FROM transfers WHERE dedupe_key=? AND state IN (0,2,4)", dedupeKey));
+}
+
 bool LocalIndex::insertTransfer(const TransferRecord& record, const std::optional<std::string>& dedupeKey,
                                 WhileRunning whileRunning) {
     const MutexLock lock(mutex_);

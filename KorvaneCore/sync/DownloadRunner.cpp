@@ -9,7 +9,7 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/sync/BlobFetch.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/Placement.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <algorithm>
@@ -135,55 +135,23 @@ asio::awaitable<std::string> DownloadRunner::freshURL() {
     co_return std::move(fresh.url);
 }
 
-bool DownloadRunner::mustBeKept(const LocalStat& present) const {
-    return job_.collision == DownloadJob::Collision::conflictCopy && job_.guardLocal != present &&
-           !isPlacedAlready(present);
+asio::awaitable<std::optional<std::filesystem::path>> DownloadRunner::place(PartialFile partial) {
+    Placement::MustBeKept mustBeKept;
+    if (job_.collision == DownloadJob::Collision::conflictCopy)
+        mustBeKept = [this](const std::filesystem::path& path, const LocalStat& present) {
+            return job_.guardLocal != present && !isPlacedAlready(path, present);
+        };
+    co_return co_await offload([this, mustBeKept, kept = std::make_shared<PartialFile>(std::move(partial))] {
+        return Placement(*kept, destination_, mustBeKept).carryOut();
+    });
 }
 
 // By an earlier run, which ended before that was stored. Its file is no change of the user's.
-bool DownloadRunner::isPlacedAlready(const LocalStat& present) const {
+bool DownloadRunner::isPlacedAlready(const std::filesystem::path& path, const LocalStat& present) const {
     if (!ranBefore_ || present.isDirectory || present.size != meta_.size)
         return false;
-    const auto hash = ChunkCrypto::sha256OfFile(destination_).first;
-    return std::ranges::equal(hash, KRCrypto::Hex::decode(meta_.sha256)) &&
-           localStat(destination_) == present;
-}
-
-// What appears at the destination between the looks is kept too: nothing is replaced that was not looked at.
-std::optional<std::filesystem::path> DownloadRunner::placeHere(const PartialFile& partial) const {
-    std::optional<std::filesystem::path> movedAside;
-    const auto fail = [](const std::error_code& error) {
-        throw TransferQueue::PermanentFailure("could not move file into place (errno " +
-                                              std::to_string(error.value()) + ")");
-    };
-    for (;;) {
-        const auto present = localStat(destination_);
-        if (present && mustBeKept(*present)) {
-            const auto name = destination_.filename().string();
-            for (std::int64_t n = 1;; ++n) {
-                const auto aside = destination_.parent_path() / FileNames::numbered(name, n);
-                const auto error = renameToFreeName(destination_, aside);
-                if (!error)
-                    movedAside = aside;
-                else if (error == std::errc::file_exists)
-                    continue;
-                else if (error != std::errc::no_such_file_or_directory)
-                    fail(error);
-                break;
-            }
-            continue;
-        }
-        const auto error = partial.place(destination_, present.has_value());
-        if (!error)
-            return movedAside;
-        if (error != std::errc::file_exists || present)
-            fail(error);
-    }
-}
-
-asio::awaitable<std::optional<std::filesystem::path>> DownloadRunner::place(PartialFile partial) {
-    co_return co_await offload(
-        [this, kept = std::make_shared<PartialFile>(std::move(partial))] { return placeHere(*kept); });
+    const auto hash = ChunkCrypto::sha256OfFile(path).first;
+    return std::ranges::equal(hash, KRCrypto::Hex::decode(meta_.sha256)) && localStat(path) == present;
 }
 
 } // namespace Korvane

@@ -31,9 +31,7 @@ private:
     asio::awaitable<std::string> freshURL();
     asio::awaitable<std::optional<std::filesystem::path>> place(PartialFile partial);
     [[nodiscard]] std::filesystem::path temporaryPath() const;
-    [[nodiscard]] std::optional<std::filesystem::path> placeHere(const PartialFile& partial) const;
-    [[nodiscard]] bool mustBeKept(const LocalStat& present) const;
-    [[nodiscard]] bool isPlacedAlready(const LocalStat& present) const;
+    [[nodiscard]] bool isPlacedAlready(const std::filesystem::path& path, const LocalStat& present) const;
 
     const JobContext& context_;
     TransferRun& run_;

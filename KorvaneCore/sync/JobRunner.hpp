@@ -23,8 +23,7 @@ public:
     /// As it is stored now. Its payload may be unreadable (see transferJob).
     [[nodiscard]] virtual const TransferRecord& record() const noexcept = 0;
 
-    /// Stores the job, so that a later run goes on from it. Throws TransferQueue::RetryLater when the index
-    /// does not take it.
+    /// Stores the job, so that a later run goes on from it. Throws SQLiteError.
     virtual void save(const TransferJob& job) = 0;
 
     /// In bytes. For those who watch; that the index does not take it is logged.
@@ -45,7 +44,8 @@ public:
     virtual ~JobRunner() = default;
 
     /// Performs the job, on the queue's strand: blocking work goes elsewhere. Throws to steer the queue (see
-    /// TransferQueue); a cancelled run ends soon. Jobs of several records run at once.
+    /// TransferQueue); an SQLiteError counts as RetryLater. A cancelled run ends soon. Jobs of several
+    /// records run at once.
     virtual asio::awaitable<Result> run(TransferRun& run) = 0;
 
     /// Ends an upload session that nobody needs any more.

@@ -16,7 +16,8 @@ namespace {
 
 class Scanner {
 public:
-    Scanner(fs::path root, const fs::path& leftOut) : root_(std::move(root)), leftOut_(leftOut) {}
+    Scanner(fs::path root, const fs::path& leftOut, Noise noise)
+        : root_(std::move(root)), leftOut_(leftOut), noise_(noise) {}
 
     LocalScan scan() {
         std::error_code error;
@@ -33,7 +34,7 @@ private:
         for (fs::directory_iterator entry(root_ / folder, error), end; !error && entry != end;
              entry.increment(error)) {
             const auto name = entry->path().filename().string();
-            if (!isNoise(name))
+            if (noise_ == Noise::leftOut ? !isNoise(name) : !isPartialDownload(name))
                 visit((fs::path(folder) / name).string());
         }
     }
@@ -80,13 +81,14 @@ private:
 
     fs::path root_;
     fs::path leftOut_;
+    Noise noise_;
     LocalScan scan_;
 };
 
 } // namespace
 
-LocalScan scanFolder(const fs::path& root, const fs::path& leftOut) {
-    return Scanner(root, leftOut).scan();
+LocalScan scanFolder(const fs::path& root, const fs::path& leftOut, Noise noise) {
+    return Scanner(root, leftOut, noise).scan();
 }
 
 } // namespace Korvane

@@ -2,6 +2,7 @@
 
 #include "KorvaneCore/sync/LocalStat.hpp"
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -25,10 +26,13 @@ struct LocalScan {
     bool isComplete = true; ///< false when something could not be looked at
 };
 
+/// Whether a scan lists what isNoise(). Partial downloads it never does.
+enum class Noise : std::uint8_t { leftOut, listed };
+
 /// Lists everything below the folder. Links are not followed; links, special files and names that are no
 /// UTF-8 are skipped, as is what cannot be looked at; noise and the folder `leftOut` are left out without a
 /// word. Blocking. Throws FileError when the root itself cannot be listed.
 [[nodiscard]] LocalScan scanFolder(const std::filesystem::path& root,
-                                   const std::filesystem::path& leftOut = {});
+                                   const std::filesystem::path& leftOut = {}, Noise noise = Noise::leftOut);
 
 } // namespace Korvane

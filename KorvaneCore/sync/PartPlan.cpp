@@ -7,22 +7,40 @@
 
 namespace Korvane {
 
-PartPlan::PartPlan(std::vector<UploadPart> parts, std::int64_t chunkCount) : parts_(std::move(parts)) {
-    std::ranges::sort(parts_, {}, &UploadPart::partNumber);
-    const auto twice = std::ranges::adjacent_find(parts_, {}, &UploadPart::partNumber);
-    if (std::ssize(parts_) != chunkCount || twice != parts_.end())
-        throw APIError(APIError::Decoding{"the upload has " + std::to_string(parts_.size()) + " parts for " +
-                                          std::to_string(chunkCount) + " chunks"});
+PartPlan::PartPlan(std::vector<UploadPart> parts, std::int64_t chunkCount) : chunkCount_(chunkCount) {
+    update(std::move(parts));
 }
 
-std::vector<PartPlan::Part> PartPlan::missing(const std::set<std::int64_t>& sentHere) const {
+void PartPlan::update(std::vector<UploadPart> parts) {
+    std::ranges::sort(parts, {}, &UploadPart::partNumber);
+    const auto twice = std::ranges::adjacent_find(parts, {}, &UploadPart::partNumber);
+    if (std::ssize(parts) != chunkCount_ || twice != parts.end())
+        throw APIError(APIError::Decoding{"the upload has " + std::to_string(parts.size()) + " parts for " +
+                                          std::to_string(chunkCount_) + " chunks"});
+    parts_ = std::move(parts);
+}
+
+std::vector<PartPlan::Part> PartPlan::missing() const {
     std::vector<Part> result;
     for (std::int64_t index = 0; index < std::ssize(parts_); ++index) {
         const auto& part = parts_[static_cast<std::size_t>(index)];
-        if (!part.uploaded.value_or(sentHere.contains(index)))
+        if (refused_.contains(index) || !part.uploaded.value_or(sent_.contains(index)))
             result.push_back({index, part.url});
     }
     return result;
+}
+
+void PartPlan::markSent(std::int64_t index) {
+    sent_.insert(index);
+    refused_.erase(index);
+}
+
+void PartPlan::markRefused(const std::vector<std::int64_t>& numbers) {
+    for (const auto number : numbers) {
+        const auto found = std::ranges::lower_bound(parts_, number, {}, &UploadPart::partNumber);
+        if (found != parts_.end() && found->partNumber == number)
+            refused_.insert(found - parts_.begin());
+    }
 }
 
 } // namespace Korvane

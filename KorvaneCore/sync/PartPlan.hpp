@@ -23,13 +23,24 @@ public:
     /// `chunkCount` chunks.
     PartPlan(std::vector<UploadPart> parts, std::int64_t chunkCount);
 
-    PartPlan() = default;
+    /// The parts as the service lists them by now; what was sent and refused is still known. Throws as the
+    /// constructor does.
+    void update(std::vector<UploadPart> parts);
 
-    /// What a part's own flag says counts; where the service sends none, what was sent from here.
-    [[nodiscard]] std::vector<Part> missing(const std::set<std::int64_t>& sentHere) const;
+    /// What a part's own flag says counts; where the service sends none, what was sent from here. A refused
+    /// part is missing whatever they say.
+    [[nodiscard]] std::vector<Part> missing() const;
+
+    void markSent(std::int64_t index);
+
+    /// The service will not do without the parts of these numbers. Others than it has listed are ignored.
+    void markRefused(const std::vector<std::int64_t>& numbers);
 
 private:
+    std::int64_t chunkCount_;
     std::vector<UploadPart> parts_;
+    std::set<std::int64_t> sent_;    ///< chunks
+    std::set<std::int64_t> refused_; ///< chunks, and not sent since
 };
 
 } // namespace Korvane

@@ -5,6 +5,7 @@
 #include "KorvaneCore/platform/Spawn.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
+#include "KorvaneCore/storage/SQLiteError.hpp"
 #include "KorvaneCore/sync/QueueRun.hpp"
 
 #include <boost/asio/bind_executor.hpp>
@@ -24,8 +25,20 @@ std::chrono::duration<double> wallAheadOfMonotonic(const Clock& clock) {
            std::chrono::duration<double>(clock.monotonic().time_since_epoch());
 }
 
+std::filesystem::path sourceOf(const TransferJob& job) {
+    const auto* upload = std::get_if<UploadJob>(&job);
+    return upload != nullptr ? upload->sourcePath : "";
+}
+
+// That the index is busy is no fault of the job: going on would lose what it has come to.
 asio::awaitable<JobRunner::Result> perform(std::shared_ptr<JobRunner> runner, std::shared_ptr<QueueRun> run) {
-    co_return co_await runner->run(*run);
+    try {
+        co_return co_await runner->run(*run);
+    } catch (const SQLiteError& error) {
+        constexpr double secondsUntilTheIndexMayBeFree = 10;
+        Log::warning("queue", error.what());
+        throw TransferQueue::RetryLater(secondsUntilTheIndexMayBeFree);
+    }
 }
 
 } // namespace
@@ -149,7 +162,11 @@ void QueueCore::enqueue(TransferRecord record, const TransferJob& job) {
     record.state = paused_ ? TransferRecord::State::paused : TransferRecord::State::pending;
     record.nextAttempt = record.createdAt = clock_->now();
     record.payload = transferPayload(job);
-    index_->insertTransfer(record, originOf(job).dedupeKey(), LocalIndex::WhileRunning::insertWithoutKey);
+    const auto key = originOf(job).dedupeKey();
+    const auto replaced = key ? index_->replaceableTransfers(*key) : std::vector<TransferRecord>();
+    index_->insertTransfer(record, key, LocalIndex::WhileRunning::insertWithoutKey);
+    for (const auto& old : replaced)
+        spawn(strand_, "queue", removeRemains(old, sourceOf(job)));
     // Under the id of a record that ran before, the new one stands; what the old one comes to is not for it.
     leftOver_.erase(record.id);
     if (const auto old = running_.find(record.id); old != running_.end())

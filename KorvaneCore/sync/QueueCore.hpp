@@ -104,6 +104,10 @@ private:
     void logActivity(const TransferRecord& record, const JobRunner::Result& result);
     asio::awaitable<void> discard(TransferRecord record);
 
+    /// Ends the upload session of a record that is given up, and removes its files, but for a source that
+    /// another record has.
+    asio::awaitable<void> removeRemains(TransferRecord record, std::filesystem::path sourceInUse);
+
     Strand strand_;
     std::shared_ptr<LocalIndex> index_;
     std::shared_ptr<JobRunner> runner_;

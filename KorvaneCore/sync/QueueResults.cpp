@@ -230,6 +230,12 @@ asio::awaitable<std::int64_t> QueueCore::cancelAll(bool onlyFailed) {
 }
 
 asio::awaitable<void> QueueCore::discard(TransferRecord record) {
+    co_await removeRemains(record, {});
+    store({std::move(record), true, {}});
+}
+
+asio::awaitable<void> QueueCore::removeRemains(TransferRecord record, std::filesystem::path sourceInUse) {
+    const auto self = shared_from_this();
     const auto job = readableJob(record);
     const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
     const auto* download = job ? std::get_if<DownloadJob>(&*job) : nullptr;
@@ -241,11 +247,10 @@ asio::awaitable<void> QueueCore::discard(TransferRecord record) {
             Log::warning("queue", error.what());
         }
     }
-    if (upload != nullptr && upload->deleteSourceWhenDone)
+    if (upload != nullptr && upload->deleteSourceWhenDone && upload->sourcePath != sourceInUse)
         co_await removeFile(upload->sourcePath);
     if (download != nullptr && download->tempPath)
         co_await removeFile(*download->tempPath);
-    store({std::move(record), true, {}});
 }
 
 } // namespace Korvane

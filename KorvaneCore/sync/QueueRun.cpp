@@ -21,16 +21,8 @@ QueueRun::QueueRun(const Strand& strand, std::shared_ptr<LocalIndex> index,
 
 void QueueRun::save(const TransferJob& job) {
     record_.payload = transferPayload(job);
-    if (detached_)
-        return;
-    try {
+    if (!detached_)
         index_->updateTransfer(record_);
-    } catch (const SQLiteError& error) {
-        // Going on would lose what the job has come to; that is no fault of the job.
-        constexpr double secondsUntilTheIndexMayBeFree = 10;
-        Log::warning("queue", error.what());
-        throw TransferQueue::RetryLater(secondsUntilTheIndexMayBeFree);
-    }
 }
 
 void QueueRun::setProgress(std::int64_t progress, std::int64_t total) {

@@ -3,7 +3,6 @@
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/FileChunkReader.hpp"
 #include "KRCrypto/Hex.hpp"
-#include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/media/MediaType.hpp"
@@ -26,7 +25,6 @@
 
 namespace Korvane {
 
-using KRCrypto::KRCryptoError;
 namespace ChunkCrypto = KRCrypto::ChunkCrypto;
 
 namespace {
@@ -42,8 +40,9 @@ const char* stateOf(const APIError::FolderMissing& missing) {
 
 } // namespace
 
-/// What the lanes of sendParts share. They run on one strand.
+/// What the lanes of sendMissing share. They run on one strand.
 struct SendState {
+    PartPlan& plan;
     std::vector<PartPlan::Part> parts;
     std::size_t next = 0;
     std::int64_t progress = 0; ///< plaintext bytes
@@ -87,7 +86,8 @@ asio::awaitable<void> UploadRunner::hashSource() {
     if (ChunkCrypto::chunkCount(stat->size, context_.chunkSize) > KRCrypto::maxParts)
         throw APIError(APIError::BadRequest{"File too large (max 10000 parts)"});
     if (!job_.mime)
-        job_.mime = co_await offload([source] { return mediaType(source); });
+        job_.mime = co_await offload(
+            [&] { return whileUnchanged(source, *stat, [&] { return mediaType(source); }); });
     content_.stat = *stat;
     content_.sha256 = co_await contentHash(source, *stat);
     content_.size = stat->size;
@@ -142,9 +142,21 @@ asio::awaitable<void> UploadRunner::settleOldContent() {
     }
 }
 
-// Of several uploads of one content the first sends it; the others then find it at the service.
+// Of several uploads of one content the first sends it; the others then find it at the service. A session
+// that ends under way is begun anew, once.
 asio::awaitable<RemoteFile> UploadRunner::store() {
     const auto turn = co_await contents_.take(content_.blobId);
+    try {
+        co_return co_await storeOnce();
+    } catch (const APIError& error) {
+        if (!error.is<APIError::Expired>())
+            throw;
+    }
+    forgetSession();
+    co_return co_await storeOnce();
+}
+
+asio::awaitable<RemoteFile> UploadRunner::storeOnce() {
     auto plan = co_await resumeSession();
     if (!plan)
         plan = co_await beginSession();
@@ -160,17 +172,31 @@ asio::awaitable<std::optional<PartPlan>> UploadRunner::resumeSession() {
         wrappedKey_ = *job_.wrappedFileKey;
         uploadId_ = *job_.uploadId;
         fileKey_ = masterKey_->unwrapFileKey(wrappedKey_);
-        auto status = co_await context_.api->uploadStatus(uploadId_);
-        co_return PartPlan(std::move(status.parts), chunkCount());
+        co_return PartPlan(co_await sessionParts(), chunkCount());
     } catch (const APIError& error) {
-        if (!error.is<APIError::NotFound>() && !error.is<APIError::Expired>())
+        if (!error.is<APIError::Expired>())
             throw;
     }
+    forgetSession();
+    co_return std::nullopt;
+}
+
+void UploadRunner::forgetSession() {
     uploadId_.clear();
     job_.uploadId.reset();
     job_.wrappedFileKey.reset();
     save();
-    co_return std::nullopt;
+}
+
+// A session that the service does not know any more has expired.
+asio::awaitable<std::vector<UploadPart>> UploadRunner::sessionParts() {
+    try {
+        co_return (co_await context_.api->uploadStatus(uploadId_)).parts;
+    } catch (const APIError& error) {
+        if (error.is<APIError::NotFound>())
+            throw APIError(APIError::Expired{});
+        throw;
+    }
 }
 
 // The key is stored before anything is sealed with it: a run that follows seals the same content with it, or
@@ -194,15 +220,15 @@ asio::awaitable<std::optional<PartPlan>> UploadRunner::beginSession() {
     job_.wrappedFileKey = wrappedKey_;
     save();
     if (!answer.parts)
-        answer.parts = (co_await context_.api->uploadStatus(uploadId_)).parts;
+        answer.parts = co_await sessionParts();
     co_return PartPlan(std::move(*answer.parts), chunkCount());
 }
 
 asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
     for (int round = 0; round < mostRounds; ++round) {
-        co_await sendParts(plan.missing(sent_));
-        plan = PartPlan((co_await context_.api->uploadStatus(uploadId_)).parts, chunkCount());
-        if (!plan.missing(sent_).empty())
+        co_await sendMissing(plan);
+        plan.update(co_await sessionParts());
+        if (!plan.missing().empty())
             continue;
         try {
             co_return co_await registerFile();
@@ -210,20 +236,21 @@ asio::awaitable<RemoteFile> UploadRunner::sendAndComplete(PartPlan plan) {
             const auto* missing = error.as<APIError::PartsMissing>();
             if (missing == nullptr)
                 throw;
-            for (const auto number : missing->parts)
-                sent_.erase(number - 1);
+            plan.markRefused(missing->parts);
         }
     }
     throw APIError(APIError::Transport{"upload did not converge", true});
 }
 
 // Two lanes: while one part is on the wire, the next is read and sealed.
-asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts) {
+asio::awaitable<void> UploadRunner::sendMissing(PartPlan& plan) {
+    auto parts = plan.missing();
     if (parts.empty())
         co_return;
-    SendState state{std::move(parts), 0, content_.size, false, co_await offload([this] {
-                        requireUnchanged();
-                        return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize);
+    SendState state{plan, std::move(parts), 0, content_.size, false, co_await offload([this] {
+                        requireUnchanged(job_.sourcePath, content_.stat);
+                        return reading(
+                            [&] { return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize); });
                     })};
     for (const auto& part : state.parts)
         state.progress -= static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
@@ -232,7 +259,7 @@ asio::awaitable<void> UploadRunner::sendParts(std::vector<PartPlan::Part> parts)
     else
         co_await both(sendLane(state), sendLane(state));
     co_await offload([this] {
-        requireUnchanged();
+        requireUnchanged(job_.sourcePath, content_.stat);
         return true;
     });
 }
@@ -243,8 +270,10 @@ asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
     while (state.next < state.parts.size() && !state.urlsExpired) {
         const auto part = state.parts[state.next++];
         const auto sealed = co_await offload([this, &state, &buffer, &part] {
-            const auto bytes = state.reader.encryptedInto(part.index, fileKey_, buffer);
-            requireUnchanged(); // else another content is sealed here, which must not leave
+            const auto bytes =
+                reading([&] { return state.reader.encryptedInto(part.index, fileKey_, buffer); });
+            // Else another content is sealed here, which must not leave.
+            requireUnchanged(job_.sourcePath, content_.stat);
             return bytes;
         });
         try {
@@ -256,7 +285,7 @@ asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
             state.urlsExpired = true; // the next round fetches new ones
             co_return;
         }
-        sent_.insert(part.index);
+        state.plan.markSent(part.index);
         state.progress += static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
         run_.setProgress(state.progress, content_.size);
     }
@@ -379,7 +408,7 @@ asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
     try {
         const auto sealed = co_await offload([this] {
             const auto picture = makeThumbnail(job_.sourcePath);
-            requireUnchanged();
+            requireUnchanged(job_.sourcePath, content_.stat);
             return ChunkCrypto::sealThumbnail(fileKey_, KRCrypto::asBytes(picture));
         });
         if (sealed.size() > largestThumbnail)
@@ -399,11 +428,6 @@ std::int64_t UploadRunner::chunkCount() const {
 
 std::int64_t UploadRunner::encryptedSize() const {
     return ChunkCrypto::encryptedSize(content_.size, context_.chunkSize);
-}
-
-void UploadRunner::requireUnchanged() const {
-    if (localStat(job_.sourcePath) != content_.stat)
-        throw KRCryptoError(KRCryptoError::FileChangedDuringRead{});
 }
 
 } // namespace Korvane

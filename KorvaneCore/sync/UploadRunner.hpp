@@ -5,11 +5,12 @@
 #include "KorvaneCore/sync/JobRunner.hpp"
 #include "KorvaneCore/sync/PartPlan.hpp"
 #include "KorvaneCore/sync/Turns.hpp"
+#include "KorvaneCore/sync/Unchanged.hpp"
 
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Korvane {
@@ -43,12 +44,15 @@ private:
     asio::awaitable<RemoteFile> store();
     asio::awaitable<void> addThumbnail(const RemoteFile& file);
 
+    asio::awaitable<RemoteFile> storeOnce();
     asio::awaitable<std::optional<PartPlan>> resumeSession();
     asio::awaitable<std::optional<PartPlan>> beginSession();
+    asio::awaitable<std::vector<UploadPart>> sessionParts();
+    void forgetSession();
     asio::awaitable<void> giveUpContent();
     asio::awaitable<void> settleOldContent();
     asio::awaitable<RemoteFile> sendAndComplete(PartPlan plan);
-    asio::awaitable<void> sendParts(std::vector<PartPlan::Part> parts);
+    asio::awaitable<void> sendMissing(PartPlan& plan);
     asio::awaitable<void> sendLane(SendState& state);
 
     asio::awaitable<RemoteFile> registerFile();
@@ -62,7 +66,11 @@ private:
 
     [[nodiscard]] std::int64_t chunkCount() const;
     [[nodiscard]] std::int64_t encryptedSize() const;
-    void requireUnchanged() const;
+
+    template <class Work>
+    auto reading(Work work) const {
+        return whileUnchanged(job_.sourcePath, content_.stat, std::move(work));
+    }
 
     void save() { run_.save(job_); }
 
@@ -75,7 +83,6 @@ private:
     std::string uploadId_; ///< of the session; empty for a blob that the service has
     KRCrypto::Bytes wrappedKey_;
     KRCrypto::SecretBytes fileKey_;
-    std::set<std::int64_t> sent_; ///< chunks, in this run
 };
 
 } // namespace Korvane

@@ -1,0 +1,81 @@
+#include "KorvaneCore/sync/Placement.hpp"
+
+#include "KorvaneCore/platform/Log.hpp"
+#include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/TransferQueue.hpp"
+
+#include <system_error>
+#include <utility>
+
+namespace Korvane {
+
+namespace {
+
+void require(const std::error_code& error) {
+    if (error)
+        throw TransferQueue::PermanentFailure("could not move file into place (errno " +
+                                              std::to_string(error.value()) + ")");
+}
+
+} // namespace
+
+Placement::Placement(const PartialFile& file, const std::filesystem::path& destination, MustBeKept mustBeKept)
+    : file_(file), destination_(destination), mustBeKept_(std::move(mustBeKept)) {}
+
+std::optional<std::filesystem::path> Placement::carryOut() {
+    for (;;) {
+        const auto present = localStat(destination_);
+        if (!present) {
+            const auto error = file_.place(destination_);
+            if (error == std::errc::file_exists)
+                continue;
+            require(error);
+            return movedAside_;
+        }
+        if (mustBeKept_ && mustBeKept_(destination_, *present))
+            moveAside(destination_);
+        else if (takeOver(*present))
+            return movedAside_;
+    }
+}
+
+// Gives false when nothing is there any more.
+bool Placement::takeOver(const LocalStat& present) {
+    const auto error = mustBeKept_ && !present.isDirectory
+                           ? file_.exchange(destination_)
+                           : std::make_error_code(std::errc::invalid_argument);
+    if (error == std::errc::no_such_file_or_directory)
+        return false;
+    if (error == std::errc::invalid_argument) {
+        require(file_.placeOver(destination_));
+        return true;
+    }
+    require(error);
+    const auto replaced = localStat(file_.path());
+    if (replaced && replaced != present && mustBeKept_(file_.path(), *replaced)) {
+        moveAside(file_.path());
+        return true;
+    }
+    std::error_code left;
+    std::filesystem::remove(file_.path(), left);
+    if (left)
+        Log::warning("transfer", "a file that was replaced could not be removed: " + left.message());
+    return true;
+}
+
+void Placement::moveAside(const std::filesystem::path& path) {
+    const auto name = destination_.filename().string();
+    for (std::int64_t n = 1;; ++n) {
+        const auto aside = destination_.parent_path() / FileNames::numbered(name, n);
+        const auto error = renameToFreeName(path, aside);
+        if (error == std::errc::file_exists)
+            continue;
+        if (error == std::errc::no_such_file_or_directory)
+            return; // gone meanwhile
+        require(error);
+        movedAside_ = aside;
+        return;
+    }
+}
+
+} // namespace Korvane
