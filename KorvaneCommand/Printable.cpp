@@ -1,5 +1,7 @@
 #include "KorvaneCommand/Printable.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
+
 #include <fmt/format.h>
 
 #include <iterator>
@@ -7,13 +9,14 @@
 namespace Korvane {
 
 std::string printable(const std::string& text) {
+    const auto isControl = [](char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); };
     std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool c1 = byte >= 0x80 && byte < 0xA0 && !shown.empty() && shown.back() == '\xC2';
-        if (c1)
-            shown.pop_back();
-        shown += c1 || byte < 0x20 || byte == 0x7F ? '?' : c;
+    for (KRCrypto::CodePoints points(text); !points.atEnd();) {
+        const auto point = points.tryNext();
+        if (point && !isControl(*point))
+            KRCrypto::appendUTF8(shown, *point);
+        else
+            shown += '?';
     }
     return shown;
 }

@@ -1,9 +1,11 @@
 #include "KorvaneCommand/TransferCommands.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
 #include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
@@ -34,7 +36,7 @@ struct TransferRequest {
 /// What became of one file.
 struct FileReport {
     std::string name;
-    std::string state; ///< "done", "failed", "dropped" or "queued"
+    std::string state; ///< "done", "failed", "dropped", "cancelled", "skipped", "paused" or "queued"
     std::optional<std::string> error;
 };
 BOOST_DESCRIBE_STRUCT(FileReport, (), (name, state, error))
@@ -44,7 +46,10 @@ struct Enqueued {
     std::string name;
 };
 
-using Batch = std::vector<Enqueued>;
+struct Batch {
+    std::vector<Enqueued> files;
+    std::vector<FileReport> skipped;
+};
 
 void print(const std::vector<FileReport>& reports, bool json) {
     if (json) {
@@ -57,23 +62,30 @@ void print(const std::vector<FileReport>& reports, bool json) {
 }
 
 /// How a record stands now; none while it waits or moves.
-std::optional<FileReport> settled(LocalIndex& index, const Enqueued& file) {
+std::optional<FileReport> settled(LocalIndex& index, const SyncSession& session, const Enqueued& file) {
     const auto record = index.transfer(file.id);
-    if (!record)
-        return FileReport{file.name, "dropped", std::nullopt};
+    if (!record) {
+        auto reason = session.dropReason(file.id);
+        return FileReport{file.name, reason ? "dropped" : "cancelled", std::move(reason)};
+    }
     if (record->state == TransferRecord::State::done)
         return FileReport{file.name, "done", std::nullopt};
     if (record->state == TransferRecord::State::failed)
         return FileReport{file.name, "failed", record->lastError};
+    if (record->state == TransferRecord::State::paused)
+        return FileReport{file.name, "paused", "transfers go on with \"korvane queue resume\""};
     return std::nullopt;
 }
 
 /// Until every file of the batch has settled.
-asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector<FileReport>& reports) {
+asio::awaitable<void> follow(Workshop& workshop, const SyncSession& session,
+                             const std::vector<Enqueued>& files, std::vector<FileReport>& reports) {
     ProgressDisplay display;
-    while (reports.size() < batch.size()) {
-        if (auto report = settled(*workshop.index, batch[reports.size()])) {
+    for (auto file = files.begin(); file != files.end();) {
+        co_await workshop.queue->delivered(); // the reason of one that was dropped, too
+        if (auto report = settled(*workshop.index, session, *file)) {
             reports.push_back(std::move(*report));
+            ++file;
             continue;
         }
         display.show(co_await workshop.queue->stats());
@@ -83,20 +95,26 @@ asio::awaitable<void> follow(Workshop& workshop, const Batch& batch, std::vector
 }
 
 asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    std::vector<FileReport> reports;
+    auto reports = std::move(batch.skipped);
     SyncSession session(workshop);
-    if (co_await session.during(follow(workshop, batch, reports)))
+    if (co_await session.during(follow(workshop, session, batch.files, reports)))
         co_return reports;
-    for (const auto& file : batch)
+    for (const auto& file : batch.files)
         reports.push_back({file.name, "queued", std::nullopt});
     co_return reports;
 }
 
 int exitCodeOf(const std::vector<FileReport>& reports) {
-    const auto isBad = [](const FileReport& report) {
-        return report.state == "failed" || report.state == "dropped";
+    const auto isWell = [](const FileReport& report) {
+        return report.state == "done" || report.state == "queued" || report.state == "paused";
     };
-    return std::ranges::any_of(reports, isBad) ? ExitCode::failed : ExitCode::done;
+    return std::ranges::all_of(reports, isWell) ? ExitCode::done : ExitCode::failed;
+}
+
+/// Paths are kept as text, in the queue as in the account.
+void requireUTF8(const fs::path& path) {
+    if (!KRCrypto::isUTF8(path.string()))
+        throw std::runtime_error("the path " + printable(path.string()) + " is not UTF-8");
 }
 
 asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path file, std::int64_t size,
@@ -108,7 +126,8 @@ asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path fil
     job.clientFileId = newUUID();
     job.plainSize = size;
     auto name = job.name;
-    batch.push_back({co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
+    batch.files.push_back(
+        {co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
 }
 
 std::string below(const std::string& folder, const std::string& path) {
@@ -118,17 +137,18 @@ std::string below(const std::string& folder, const std::string& path) {
 asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
     const auto stat = localStat(path);
     if (!stat)
-        throw std::runtime_error(path.string() + " does not exist");
+        throw std::runtime_error(printable(path.string()) + " does not exist");
+    requireUTF8(path);
     if (!stat->isDirectory) {
         co_await enqueueFile(workshop, batch, path, stat->size, co_await workshop.folderAt(to));
         co_return;
     }
     const auto target = below(to, path.filename().string());
     co_await workshop.folderAt(target);
-    const auto scan = scanFolder(path);
+    // What the user names is sent whole, but for the keys of this device.
+    const auto scan = scanFolder(path, SharedContainer::location(), Noise::listed);
     for (const auto& skipped : scan.skipped)
-        std::fprintf(stderr, "korvane: skipped %s: %s.\n", printable(skipped.relPath).c_str(),
-                     skipped.reason.c_str());
+        batch.skipped.push_back({printable(skipped.relPath), "skipped", skipped.reason});
     for (const auto& entry : scan.entries) {
         const auto parent = fs::path(entry.relPath).parent_path().string();
         if (entry.stat.isDirectory)
@@ -163,7 +183,7 @@ asio::awaitable<void> enqueueDownload(Workshop& workshop, Batch& batch, IndexIte
     DownloadJob job;
     job.fileId = item.id;
     job.destinationPath = destination.string();
-    batch.push_back(
+    batch.files.push_back(
         {co_await workshop.queue->enqueueDownload(std::move(job), item.name, item.size), item.name});
 }
 
@@ -173,6 +193,7 @@ asio::awaitable<std::vector<FileReport>> downloadAll(Workshop& workshop, const T
     if (!item)
         throw std::runtime_error("\"" + request.remote + "\" is not in the account");
     auto destination = fs::absolute(request.destination.empty() ? fs::path(".") : request.destination);
+    requireUTF8(destination);
     requireSafe(item->name.empty() ? "root" : item->name);
     if (fs::is_directory(destination) && !item->name.empty())
         destination /= item->name;

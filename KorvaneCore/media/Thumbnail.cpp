@@ -1,10 +1,12 @@
 #include "KorvaneCore/media/Thumbnail.hpp"
 
+#include <fmt/format.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace Korvane {
 
@@ -19,9 +21,12 @@ struct Unref {
 
 using Pixbuf = std::unique_ptr<GdkPixbuf, Unref>;
 
-[[noreturn]] void fail(GError* error, const char* otherwise) {
+/// The system's own message may name the file, which is the user's own; its number does not.
+[[noreturn]] void fail(GError* error, std::string what) {
     const std::unique_ptr<GError, decltype(&g_error_free)> owned(error, &g_error_free);
-    throw ThumbnailError(owned ? owned->message : otherwise);
+    if (owned)
+        what += fmt::format(" ({} {})", g_quark_to_string(owned->domain), owned->code);
+    throw ThumbnailError(what);
 }
 
 Pixbuf loadAtMost(const std::filesystem::path& file, int maxSide) {

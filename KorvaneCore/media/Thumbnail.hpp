@@ -6,7 +6,7 @@
 
 namespace Korvane {
 
-/// A picture that cannot be opened or is no picture. what() names the file and the decoder's reason.
+/// A picture that cannot be opened or is no picture. what() says why, without naming the file.
 class ThumbnailError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -50,7 +50,7 @@ fs::path makeFolder(const fs::path& wanted) {
 fs::path placeFile(const PartialFile& file, const fs::path& wanted) {
     for (std::int64_t n = 0;; ++n) {
         const auto destination = beside(wanted, n);
-        const auto error = file.place(destination, false);
+        const auto error = file.place(destination);
         if (!error)
             return destination;
         if (error != std::errc::file_exists)
