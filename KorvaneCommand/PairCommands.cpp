@@ -1,22 +1,22 @@
 #include "KorvaneCommand/PairCommands.hpp"
 
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/account/PairingApproval.hpp"
 #include "KorvaneCore/account/PairingDigits.hpp"
 #include "KorvaneCore/account/PairingError.hpp"
 #include "KorvaneCore/account/PairingOffer.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "KorvaneCore/platform/Bundle.hpp"
 
 #include <boost/describe/class.hpp>
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 
 namespace Korvane {
 
@@ -71,26 +71,14 @@ void requireYes(const PairRequest& request) {
         throw PairingError(PairingError::Kind::notConfirmed);
 }
 
-/// The stored configuration, with the service that was named: it is kept only once a pairing succeeds.
-KRConfiguration configurationOf(const PairRequest& request) {
-    auto configuration = KRConfiguration::fromBundle(Bundle::main());
-    if (!request.service)
-        return configuration;
-    const auto url = KRConfiguration::parseBaseURL(*request.service);
-    if (!url)
-        throw std::invalid_argument("--service is no http or https URL");
-    configuration.apiBaseURL = *url;
-    configuration.webBaseURL = *url;
-    return configuration;
-}
-
 std::string minutes(std::chrono::seconds time) {
     const auto whole = std::chrono::ceil<std::chrono::minutes>(time).count();
     return whole == 1 ? "a minute" : std::to_string(whole) + " minutes";
 }
 
 int start(const PairRequest& request) {
-    Client client(configurationOf(request));
+    Client client(request.service);
+    client.run(client.account.requireSignedOut());
     PairingOffer offer(client.api, systemClock(), request.name.value_or(DeviceInfo::currentDeviceName()));
     const auto invitation = client.run(offer.start());
     tell(request,
@@ -102,9 +90,8 @@ int start(const PairRequest& request) {
          "The other device has answered. It must show the same digits as this one:\n\n  " +
              PairingDigits::grouped(digits) + "\n");
     requireYes(request);
+    const auto lock = AccountData::claim();
     client.run(offer.accept(client.account));
-    if (request.service)
-        KRConfiguration::setOverrides(request.service, request.service);
     if (request.name)
         DeviceInfo::setPreferredName(*request.name);
     const auto session = client.account.requiredSession();
@@ -153,8 +140,7 @@ void addPairCommands(CLI::App& app, int& status) {
     starting->footer(
         "Shows a code, then digits to compare, and signs in. The answer to the question is read from "
         "standard input.");
-    starting->add_option("--service", request->service, "URL of the service, from the sign-in on")
-        ->type_name("URL");
+    CommonOptions::addService(*starting, request->service, "URL of the service, from the sign-in on");
     starting->add_option("--name", request->name, "What this device is to be called")->type_name("NAME");
     starting->add_flag("--json", request->json, "Print one line of JSON for each step");
     starting->callback([request, &status] { status = start(*request); });
