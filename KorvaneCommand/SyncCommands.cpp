@@ -5,6 +5,7 @@
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
 #include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/ServiceManager.hpp"
@@ -274,18 +275,18 @@ void addSyncCommands(CLI::App& app, int& status) {
     adding->add_option("FOLDER", request->folder, "The folder")->required()->type_name("DIR");
     adding->add_option("--to", request->to, "Folder of the account (default: of the same name)")
         ->type_name("FOLDER");
-    adding->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*adding, request->json);
     adding->callback([request, &status] { status = add(*request); });
 
     auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
     removing->add_option("FOLDER", request->root, "The folder, or its identifier")
         ->required()
         ->type_name("DIR");
-    removing->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*removing, request->json);
     removing->callback([request, &status] { status = remove(*request); });
 
     auto* listing = sync->add_subcommand("list", "List them");
-    listing->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*listing, request->json);
     listing->callback([request, &status] { status = list(*request); });
 
     auto* running = app.add_subcommand("run", "Mirror and transfer now");
