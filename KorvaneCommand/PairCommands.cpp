@@ -11,6 +11,7 @@
 #include "KorvaneCore/account/PairingOffer.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 
 #include <boost/describe/class.hpp>
 
@@ -65,10 +66,9 @@ std::string answerTo(const PairRequest& request, const char* question) {
     return line;
 }
 
-void requireYes(const PairRequest& request) {
+bool saysYes(const PairRequest& request) {
     const auto answer = answerTo(request, "Do both devices show these digits? [y/N] ");
-    if (answer != "y" && answer != "Y" && answer != "yes")
-        throw PairingError(PairingError::Kind::notConfirmed);
+    return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 std::string minutes(std::chrono::seconds time) {
@@ -89,9 +89,10 @@ int start(const PairRequest& request) {
     tell(request, {.step = "announced", .digits = digits},
          "The other device has answered. It must show the same digits as this one:\n\n  " +
              PairingDigits::grouped(digits) + "\n");
-    requireYes(request);
-    const auto lock = AccountData::claim();
-    client.run(offer.accept(client.account));
+    if (!saysYes(request))
+        throw PairingError(PairingError::Kind::notConfirmed);
+    std::optional<FileLock> lock;
+    client.run(offer.accept(client.account, [&lock] { lock = AccountData::claim(); }));
     if (request.name)
         DeviceInfo::setPreferredName(*request.name);
     const auto session = client.account.requiredSession();
@@ -103,6 +104,15 @@ int start(const PairRequest& request) {
          "Paired, and signed in as " + printable(session.user.email) + " on \"" +
              printable(session.device.name) + "\".");
     return ExitCode::done;
+}
+
+/// The new device waits no longer.
+void decline(Client& client, PairingApproval& approval) {
+    try {
+        client.run(approval.decline());
+    } catch (const std::exception& error) {
+        Log::warning("account", std::string("the new device was not told: ") + error.what());
+    }
 }
 
 int approve(const PairRequest& request) {
@@ -119,10 +129,13 @@ int approve(const PairRequest& request) {
         text += " It must show the same digits as this one:\n\n  " + PairingDigits::grouped(digits) + "\n";
     }
     tell(request, announced, text);
-    if (!request.typesDigits)
-        requireYes(request);
-    else if (!PairingDigits::same(answerTo(request, "Digits on the new device: "), digits))
+    const bool isConfirmed =
+        request.typesDigits ? PairingDigits::same(answerTo(request, "Digits on the new device: "), digits)
+                            : saysYes(request);
+    if (!isConfirmed) {
+        decline(client, approval);
         throw PairingError(PairingError::Kind::notConfirmed);
+    }
     client.run(approval.approve());
     tell(request, {.step = "done"}, "The key is on its way; the new device asks for a last confirmation.");
     return ExitCode::done;

@@ -9,7 +9,7 @@ const char* PairingError::what() const noexcept {
     case Kind::answered:
         return "This pairing was answered already, here or on another device. Start again on the new device.";
     case Kind::expired:
-        return "The pairing has expired or was used. Start again on the new device.";
+        return "The pairing has expired, was declined or was used. Start again on the new device.";
     case Kind::notConfirmed:
         return "The digits were not confirmed, so nothing was handed over here. When they differed, someone "
                "may stand between the devices.";

@@ -11,7 +11,7 @@ public:
     enum class Kind {
         unknownCode,   ///< no device waits with the code that was typed
         answered,      ///< another attempt to approve it was there first
-        expired,       ///< too late, or collected already
+        expired,       ///< too late, declined by the approver, or collected already
         notConfirmed,  ///< the user does not see the same digits
         unannounced,   ///< a key came before there were digits to compare
         otherApprover, ///< a key came from another device than the digits are of

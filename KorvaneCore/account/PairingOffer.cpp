@@ -118,7 +118,7 @@ KRCrypto::MasterKey PairingOffer::opened(const PairPollResponse& response) const
     }
 }
 
-asio::awaitable<void> PairingOffer::accept(AccountService& account) {
+asio::awaitable<void> PairingOffer::accept(AccountService& account, std::function<void()> beforeSignIn) {
     auto response = co_await pollWhile(announced);
     if (response.status != approved)
         throwUnexpected(response);
@@ -130,6 +130,7 @@ asio::awaitable<void> PairingOffer::accept(AccountService& account) {
     signIn.device = required(std::move(response.device), "device");
     signIn.accessToken = required(std::move(response.accessToken), "accessToken");
     signIn.refreshToken = required(std::move(response.refreshToken), "refreshToken");
+    beforeSignIn();
     co_await account.enterPaired(std::move(signIn), std::move(key));
 }
 
