@@ -7,6 +7,7 @@
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/SecretInput.hpp"
 
 #include <cstdio>
 #include <functional>
@@ -22,6 +23,7 @@ struct AccountRequest {
     std::string email;
     std::optional<std::string> service;
     std::optional<std::string> inviteCode;
+    std::optional<int> inviteCodeFD;
     std::optional<int> passwordFD;
     std::optional<int> newPasswordFD;
     std::optional<int> codeFD;
@@ -112,11 +114,16 @@ void printRecoveryCode(const SecretText& code) {
         static_cast<int>(text.size()), text.data());
 }
 
+std::optional<std::string> invitation(const AccountRequest& request) {
+    return request.inviteCodeFD ? std::optional(SecretInput::readLine(*request.inviteCodeFD))
+                                : request.inviteCode;
+}
+
 int signUp(const AccountRequest& request) {
     Entrance entrance(request);
     auto& client = entrance.client;
-    const auto code = client.run(
-        client.account.signUp(request.email, chosenPassword(request.passwordFD), request.inviteCode));
+    const auto password = chosenPassword(request.passwordFD); // the first line, where both come from one file
+    const auto code = client.run(client.account.signUp(request.email, password, invitation(request)));
     const auto identity = identityOf(client);
     if (request.json) {
         putSecret(SignedUp{identity.email, identity.userId, identity.device, identity.service, code});
@@ -278,8 +285,10 @@ void addAccountCommands(CLI::App& app, int& status) {
     const auto [up, signingUp] = adder.add(app, "sign-up", "Make an account", signUp);
     addEmail(*up, *signingUp);
     addDescriptor(*up, signingUp->passwordFD, "--password-fd", "password");
-    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
-        ->type_name("CODE");
+    auto* invited =
+        up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
+            ->type_name("CODE");
+    addDescriptor(*up, signingUp->inviteCodeFD, "--invite-code-fd", "invitation")->excludes(invited);
 
     const auto [in, signingIn] = adder.add(app, "sign-in", "Sign in on this device", signIn);
     addEmail(*in, *signingIn);

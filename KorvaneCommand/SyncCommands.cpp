@@ -239,15 +239,16 @@ asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const Syn
     co_await workshop.publishWidgets();
 }
 
-std::size_t pausedTransfers(const Workshop& workshop) {
-    return workshop.index->transferIds({TransferRecord::State::paused}, -1).size();
+bool hasPausedTransfers(const Workshop& workshop) {
+    return !workshop.index->transferIds({TransferRecord::State::paused}, 1).empty();
 }
 
 int run(const SyncRequest& request) {
     Workshop workshop;
+    tellOthers(workshop); // whose database may be a new one
     SyncSession session(workshop);
     workshop.client.run(mirror(session, workshop, request));
-    const auto paused = request.once ? pausedTransfers(workshop) : 0;
+    const bool isHeldBack = request.once && hasPausedTransfers(workshop);
     auto tally = session.tally();
     tally.transferMilliseconds =
         std::chrono::round<std::chrono::milliseconds>(workshop.transferTime()).count();
@@ -258,10 +259,9 @@ int run(const SyncRequest& request) {
     if (!session.isComplete())
         std::fputs("korvane: not everything could be mirrored; `korvane status` shows what is left.\n",
                    stderr);
-    if (paused > 0)
-        std::fprintf(stderr, "korvane: %zu transfers are paused; `korvane queue resume` lets them go on.\n",
-                     paused);
-    return session.isComplete() && tally.failures == 0 && paused == 0 ? ExitCode::done : ExitCode::failed;
+    if (isHeldBack)
+        std::fputs("korvane: transfers are paused; `korvane queue resume` lets them go on.\n", stderr);
+    return session.isComplete() && tally.failures == 0 && !isHeldBack ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace

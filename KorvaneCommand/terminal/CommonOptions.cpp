@@ -18,9 +18,9 @@ void addService(CLI::App& command, std::optional<std::string>& service, const st
     });
 }
 
-void addDescriptor(CLI::App& command, std::optional<int>& descriptor, const std::string& option,
-                   const std::string& what) {
-    command.add_option(option, descriptor, "Read the " + what + " from this file descriptor")
+CLI::Option* addDescriptor(CLI::App& command, std::optional<int>& descriptor, const std::string& option,
+                           const std::string& what) {
+    return command.add_option(option, descriptor, "Read the " + what + " from this file descriptor")
         ->check([](const std::string& text) {
             int number = -1;
             const bool isOpen = CLI::detail::lexical_cast(text, number) && SecretInput::canRead(number);

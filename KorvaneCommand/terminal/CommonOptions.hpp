@@ -16,8 +16,8 @@ void addJSON(CLI::App& command, bool& json);
 void addService(CLI::App& command, std::optional<std::string>& service, const std::string& about);
 
 /// `option`: an open file descriptor to read `what` from.
-void addDescriptor(CLI::App& command, std::optional<int>& descriptor, const std::string& option,
-                   const std::string& what);
+CLI::Option* addDescriptor(CLI::App& command, std::optional<int>& descriptor, const std::string& option,
+                           const std::string& what);
 
 /// For Option::check: called wrongly when `read` throws, which says why.
 [[nodiscard]] std::function<std::string(const std::string&)>
