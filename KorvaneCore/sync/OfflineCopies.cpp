@@ -5,9 +5,9 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/QueueRequests.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <algorithm>
@@ -185,7 +185,7 @@ asio::awaitable<bool> OfflineCopies::adopt(const Missing& file) {
     if (!stat || stat->isDirectory || stat->size != file.item.size || !file.item.sha256)
         co_return false;
     try {
-        if (co_await contentHash(file.destination, *stat) != *file.item.sha256)
+        if ((co_await SourceContent::read(file.destination, *stat))->sha256() != *file.item.sha256)
             co_return false;
     } catch (const KRCrypto::KRCryptoError&) {
         co_return false; // somebody is writing to it; the download moves it aside

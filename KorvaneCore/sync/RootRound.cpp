@@ -7,9 +7,9 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
 
 #include <fmt/format.h>
 
@@ -308,7 +308,7 @@ asio::awaitable<bool> RootRound::isInAccount(SyncPlan::Upload file) {
 // One that cannot be read now is left to its upload, which says so.
 asio::awaitable<bool> RootRound::hasContent(std::string path, LocalStat stat, std::string sha256) {
     try {
-        co_return co_await contentHash(path, stat) == sha256;
+        co_return (co_await SourceContent::read(path, stat))->sha256() == sha256;
     } catch (const KRCryptoError& error) {
         Log::info(category, error.what());
     } catch (const FileError& error) {
