@@ -94,12 +94,11 @@ asio::awaitable<void> OfflineCopies::settled(TransferOutcome outcome) {
     if (done == nullptr || done->job.origin.as<TransferOrigin::Pinned>() == nullptr)
         co_return;
     const std::filesystem::path path = done->job.destinationPath;
-    const auto stat = co_await offload([path] { return localStat(path); });
-    if (path.parent_path() != parts_.folder || !stat)
+    if (path.parent_path() != parts_.folder)
         co_return;
     const auto item = parts_.index->item(done->file.id);
     const bool isKnown = item && item->version == done->file.version;
-    record(done->file.id, done->file.version, path, *stat, isKnown ? item->sha256 : std::nullopt);
+    record(done->file.id, done->file.version, path, done->placed, isKnown ? item->sha256 : std::nullopt);
 }
 
 bool OfflineCopies::has(const IndexItem& item) {
