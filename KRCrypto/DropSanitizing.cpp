@@ -53,27 +53,16 @@ std::string_view bare(std::string_view name) {
     return end == 0 ? std::string_view{} : name.substr(*start, end - *start);
 }
 
-// The longest start of at most `bytes` bytes that ends between code points.
-std::string_view cut(std::string_view text, std::size_t bytes) {
-    if (text.size() <= bytes) {
-        return text;
-    }
-    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0U) == 0x80U) {
-        --bytes;
-    }
-    return text.substr(0, bytes);
-}
-
 std::string shortened(std::string_view name) {
     if (name.size() <= mostNameBytes) {
         return std::string(name);
     }
     const std::string_view extension = extensionOf(name);
     if (extension.empty()) {
-        return std::string(bare(cut(name, mostNameBytes)));
+        return std::string(bare(startOf(name, mostNameBytes)));
     }
     const std::string_view stem = name.substr(0, name.size() - extension.size());
-    return std::string(cut(stem, mostNameBytes - extension.size())).append(extension);
+    return std::string(startOf(stem, mostNameBytes - extension.size())).append(extension);
 }
 
 bool isToken(std::string_view text) {

@@ -90,6 +90,16 @@ bool isUTF8(std::string_view text) noexcept {
     return true;
 }
 
+std::string_view startOf(std::string_view text, std::size_t bytes) noexcept {
+    if (text.size() <= bytes) {
+        return text;
+    }
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0U) == 0x80U) {
+        --bytes;
+    }
+    return text.substr(0, bytes);
+}
+
 std::string toNFC(std::string_view text) {
     if (isASCII(text)) {
         return std::string(text);

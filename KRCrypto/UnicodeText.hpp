@@ -11,6 +11,9 @@
 namespace KRCrypto {
 
 bool isUTF8(std::string_view text) noexcept;
+
+// The longest start of at most `bytes` bytes that ends between code points of UTF-8.
+std::string_view startOf(std::string_view text, std::size_t bytes) noexcept;
 void requireUTF8(std::string_view text);
 
 // Canonical composition (Unicode NFC). Also throws InvalidEncoding for more than mostMarks combining marks in

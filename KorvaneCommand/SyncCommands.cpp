@@ -67,7 +67,7 @@ asio::awaitable<SyncRoot> added(Workshop& workshop, const SyncRequest& request) 
         throw std::runtime_error(folder + " is no folder");
     if (!KRCrypto::isUTF8(folder))
         throw std::runtime_error("a folder whose path is not UTF-8 cannot be synced");
-    const auto container = SharedContainer::location().string();
+    const auto container = SharedContainer::resolvedLocation().string();
     if (folder == container || folder.starts_with(container + "/"))
         throw std::runtime_error(folder + " is Korvane's own");
     for (const auto& other : SyncRoots::all(*workshop.index))

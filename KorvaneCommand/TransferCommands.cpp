@@ -5,8 +5,10 @@
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
 #include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
 
@@ -48,7 +50,7 @@ struct Enqueued {
 
 struct Batch {
     std::vector<Enqueued> files;
-    std::vector<FileReport> skipped;
+    std::vector<FileReport> others; ///< what did not come so far
 };
 
 void print(const std::vector<FileReport>& reports, bool json) {
@@ -95,7 +97,7 @@ asio::awaitable<void> follow(Workshop& workshop, const SyncSession& session,
 }
 
 asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
-    auto reports = std::move(batch.skipped);
+    auto reports = std::move(batch.others);
     SyncSession session(workshop);
     if (co_await session.during(follow(workshop, session, batch.files, reports)))
         co_return reports;
@@ -130,8 +132,36 @@ asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path fil
         {co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
 }
 
+/// What goes wrong with one entry keeps none of the others back; what would go wrong with all of them does.
+asio::awaitable<void> attempt(Batch& batch, std::string name, asio::awaitable<void> work) {
+    std::string reason;
+    try {
+        co_await std::move(work);
+        co_return;
+    } catch (const std::exception& error) {
+        const auto* refusal = apiError(error);
+        const bool concernsAll = refusal != nullptr && (refusal->isRetryable() || refusal->isAuthFatal() ||
+                                                        refusal->is<APIError::Cancelled>());
+        if (concernsAll)
+            throw;
+        reason = error.what();
+    }
+    batch.others.push_back({std::move(name), "failed", std::move(reason)});
+}
+
 std::string below(const std::string& folder, const std::string& path) {
     return fmt::format("{}/{}", folder, path);
+}
+
+asio::awaitable<void> enqueueEntry(Workshop& workshop, Batch& batch, fs::path path, std::string target,
+                                   LocalScan::Entry entry) {
+    if (entry.stat.isDirectory) {
+        co_await workshop.folderAt(below(target, entry.relPath));
+        co_return;
+    }
+    const auto parent = fs::path(entry.relPath).parent_path().string();
+    co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
+                         co_await workshop.folderAt(below(target, parent)));
 }
 
 asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path path, std::string to) {
@@ -148,24 +178,20 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     // What the user names is sent whole, but for the keys of this device.
     const auto scan = scanFolder(path, SharedContainer::location(), Noise::listed);
     for (const auto& skipped : scan.skipped)
-        batch.skipped.push_back({printable(skipped.relPath), "skipped", skipped.reason});
-    for (const auto& entry : scan.entries) {
-        const auto parent = fs::path(entry.relPath).parent_path().string();
-        if (entry.stat.isDirectory)
-            co_await workshop.folderAt(below(target, entry.relPath));
-        else
-            co_await enqueueFile(workshop, batch, path / entry.relPath, entry.stat.size,
-                                 co_await workshop.folderAt(below(target, parent)));
-    }
+        batch.others.push_back({printable(skipped.relPath), "skipped", skipped.reason});
+    for (const auto& entry : scan.entries)
+        co_await attempt(batch, entry.relPath, enqueueEntry(workshop, batch, path, target, entry));
 }
 
 asio::awaitable<std::vector<FileReport>> uploadAll(Workshop& workshop, const TransferRequest& request) {
     co_await workshop.pull();
     Batch batch;
     for (const auto& path : request.paths) {
-        const auto absolute = fs::absolute(path).lexically_normal();
-        co_await enqueuePath(workshop, batch, absolute.has_filename() ? absolute : absolute.parent_path(),
-                             request.remote);
+        auto absolute = fs::absolute(path).lexically_normal();
+        if (!absolute.has_filename())
+            absolute = absolute.parent_path();
+        co_await attempt(batch, printable(path.string()),
+                         enqueuePath(workshop, batch, absolute, request.remote));
     }
     co_return co_await carryOut(workshop, std::move(batch));
 }
@@ -178,8 +204,18 @@ void requireSafe(const std::string& relPath) {
             throw std::runtime_error("\"" + printable(relPath) + "\" is no name a file can have here");
 }
 
-asio::awaitable<void> enqueueDownload(Workshop& workshop, Batch& batch, IndexItem item,
-                                      fs::path destination) {
+void makeFolder(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        throw FileError("create", folder, error);
+}
+
+asio::awaitable<void> enqueueItem(Workshop& workshop, Batch& batch, IndexItem item, fs::path destination) {
+    if (item.isFolder) {
+        makeFolder(destination);
+        co_return;
+    }
     DownloadJob job;
     job.fileId = item.id;
     job.destinationPath = destination.string();
@@ -187,31 +223,28 @@ asio::awaitable<void> enqueueDownload(Workshop& workshop, Batch& batch, IndexIte
         {co_await workshop.queue->enqueueDownload(std::move(job), item.name, item.size), item.name});
 }
 
+asio::awaitable<void> enqueueBelow(Workshop& workshop, Batch& batch, fs::path folder, IndexedPath entry) {
+    requireSafe(entry.relativePath);
+    co_await enqueueItem(workshop, batch, std::move(entry.item), folder / entry.relativePath);
+}
+
 asio::awaitable<std::vector<FileReport>> downloadAll(Workshop& workshop, const TransferRequest& request) {
     co_await workshop.pull();
     const auto item = workshop.itemAt(request.remote);
     if (!item)
-        throw std::runtime_error("\"" + request.remote + "\" is not in the account");
+        throw std::runtime_error("\"" + printable(request.remote) + "\" is not in the account");
     auto destination = fs::absolute(request.destination.empty() ? fs::path(".") : request.destination);
     requireUTF8(destination);
     requireSafe(item->name.empty() ? "root" : item->name);
     if (fs::is_directory(destination) && !item->name.empty())
         destination /= item->name;
     Batch batch;
-    if (!item->isFolder) {
-        co_await enqueueDownload(workshop, batch, *item, destination);
-        co_return co_await carryOut(workshop, std::move(batch));
-    }
-    fs::create_directories(destination);
-    for (const auto& [relPath, child] : workshop.index->descendants(item->id)) {
-        if (child.deletedAt)
-            continue;
-        requireSafe(relPath);
-        if (child.isFolder)
-            fs::create_directories(destination / relPath);
-        else
-            co_await enqueueDownload(workshop, batch, child, destination / relPath);
-    }
+    co_await enqueueItem(workshop, batch, *item, destination);
+    if (item->isFolder)
+        for (const auto& entry : workshop.index->descendants(item->id))
+            if (!entry.item.deletedAt)
+                co_await attempt(batch, entry.relativePath,
+                                 enqueueBelow(workshop, batch, destination, entry));
     co_return co_await carryOut(workshop, std::move(batch));
 }
 

@@ -112,6 +112,10 @@ fs::path url(std::string_view appGroup) {
     return location(appGroup);
 }
 
+fs::path resolvedLocation() {
+    return fs::weakly_canonical(location());
+}
+
 fs::path directory(std::string_view name, std::string_view appGroup) {
     auto folder = url(appGroup) / name;
     createDirectories(folder);

@@ -27,6 +27,9 @@ void setOverrideURL(std::optional<std::filesystem::path> url);
 /// folder stands there that is not this user's alone, and what reading the bundle throws.
 [[nodiscard]] std::filesystem::path location(std::string_view appGroup = KRIdentifiers::appGroup);
 
+/// location() with its links resolved: as file events and canonical paths have it.
+[[nodiscard]] std::filesystem::path resolvedLocation();
+
 /// The subfolder `name` of url(), created when missing.
 [[nodiscard]] std::filesystem::path directory(std::string_view name,
                                               std::string_view appGroup = KRIdentifiers::appGroup);

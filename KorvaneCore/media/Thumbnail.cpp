@@ -6,14 +6,20 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace Korvane {
 
 namespace {
 
-// A picture is decoded whole before it is scaled; beyond this many pixels it would take gigabytes.
-constexpr std::int64_t maxPixels = 200'000'000;
+// A picture is decoded whole before it is scaled: at 3 or 4 bytes a pixel, a large one takes up to 480 MB, so
+// that one at a time has to do; a small one up to 48 MB.
+constexpr std::int64_t maxPixels = 120'000'000;
+constexpr std::int64_t maxSmallPixels = 12'000'000;
+
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): guards the machine's memory
+std::mutex largePictures;
 
 struct Unref {
     void operator()(gpointer object) const { g_object_unref(object); }
@@ -40,6 +46,9 @@ Pixbuf loadAtMost(const std::filesystem::path& file, int maxSide) {
         throw ThumbnailError("not a picture of a known kind");
     if (width <= 0 || height <= 0 || std::int64_t{width} * height > maxPixels)
         throw ThumbnailError("the picture is too large");
+    std::unique_lock turn(largePictures, std::defer_lock);
+    if (std::int64_t{width} * height > maxSmallPixels)
+        turn.lock();
     GError* error = nullptr;
     const bool fits = std::max(width, height) <= maxSide;
     Pixbuf picture(fits ? gdk_pixbuf_new_from_file(file.c_str(), &error)

@@ -31,7 +31,7 @@ std::optional<FileStatus> fileStatus(const std::filesystem::path& path) {
         kindOf(status.st_mode), status.st_size,
         std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::seconds(status.st_mtim.tv_sec) +
                                                         std::chrono::nanoseconds(status.st_mtim.tv_nsec)),
-        status.st_ino};
+        status.st_ino, status.st_dev};
 }
 
 } // namespace Korvane

@@ -15,6 +15,7 @@ struct FileStatus {
     std::int64_t size = 0; ///< bytes
     std::chrono::sys_time<std::chrono::nanoseconds> modified;
     std::uint64_t inode = 0;
+    std::uint64_t device = 0; ///< of the file system; with the inode it tells one file from all others
 };
 
 /// None when nothing exists at the path. Throws FileError when the system does not tell.

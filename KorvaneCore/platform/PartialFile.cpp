@@ -31,6 +31,25 @@ std::error_code synced(std::error_code error, const std::filesystem::path& desti
     return error;
 }
 
+/// Takes the name with something empty of the same kind, and only then renames over that.
+std::error_code renameOverPlaceholder(const std::filesystem::path& from,
+                                      const std::filesystem::path& to) noexcept {
+    struct stat status{};
+    if (::lstat(from.c_str(), &status) != 0)
+        return lastError();
+    if (S_ISDIR(status.st_mode)) {
+        if (::mkdir(to.c_str(), 0700) != 0)
+            return lastError();
+    } else if (!FileDescriptor(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)).isOpen()) {
+        return lastError();
+    }
+    if (::rename(from.c_str(), to.c_str()) == 0)
+        return {};
+    const auto error = lastError();
+    ::remove(to.c_str());
+    return error;
+}
+
 timespec timespecOf(std::chrono::system_clock::time_point time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - seconds);
@@ -89,9 +108,10 @@ std::error_code renameToFreeName(const std::filesystem::path& from,
     if (errno != EINVAL)
         return lastError();
     // A file system without that flag: a second name is refused when it is taken, then the first one goes.
-    if (::link(from.c_str(), to.c_str()) != 0)
-        return lastError();
-    return ::unlink(from.c_str()) == 0 ? std::error_code() : lastError();
+    if (::link(from.c_str(), to.c_str()) == 0)
+        return ::unlink(from.c_str()) == 0 ? std::error_code() : lastError();
+    const bool hasNoLinks = errno == EPERM || errno == ENOSYS || errno == EOPNOTSUPP;
+    return hasNoLinks ? renameOverPlaceholder(from, to) : lastError();
 }
 
 } // namespace Korvane

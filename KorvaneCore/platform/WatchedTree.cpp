@@ -83,7 +83,7 @@ void WatchedTree::watchAbove(const Root& root) {
         if (const int watch = inotify_.add(folder.c_str(), aboveMask); watch >= 0)
             above_.insert(watch);
         else if (errno == ENOSPC)
-            refused(folder, ENOSPC);
+            refused(ENOSPC);
     }
 }
 
@@ -112,7 +112,7 @@ std::optional<int> WatchedTree::watch(const Place& place, std::optional<int> mov
     const bool isRoot = place.parent == WatchedFolders::noParent;
     const int watch = inotify_.add(path->c_str(), isRoot ? rootMask : folderMask);
     if (watch < 0) {
-        refused(*path, errno);
+        refused(errno);
         return std::nullopt;
     }
     std::erase_if(moving_, [watch](const auto& move) { return move.second == watch; });
@@ -131,7 +131,7 @@ void WatchedTree::look(int watch, bool report, std::vector<Place>& folders) {
         return;
     const Folder folder(::opendir(path->c_str()));
     if (!folder) {
-        refused(*path, errno);
+        refused(errno);
         return;
     }
     const auto prefix = path->ends_with('/') ? *path : *path + '/';
@@ -146,7 +146,7 @@ void WatchedTree::look(int watch, bool report, std::vector<Place>& folders) {
     }
 }
 
-void WatchedTree::refused(const std::string& path, int error) {
+void WatchedTree::refused(int error) {
     switch (error) {
     case ENOENT:
     case ENOTDIR:
@@ -160,7 +160,8 @@ void WatchedTree::refused(const std::string& path, int error) {
         shortage_ = Shortage::descriptors;
         return;
     default:
-        Log::warning("fsevents", "cannot watch " + path + ": " + std::generic_category().message(error));
+        // Without the path: names are the user's own.
+        Log::warning("fsevents", "cannot watch a folder: " + std::generic_category().message(error));
     }
 }
 

@@ -69,7 +69,7 @@ private:
     void look(int watch, bool report, std::vector<Place>& folders);
     void handle(const Inotify::Event& event);
     void folderChanged(const Inotify::Event& event);
-    void refused(const std::string& path, int error);
+    void refused(int error);
     void remove(const std::vector<int>& watches);
 
     const StopSignal& stop_;

@@ -72,6 +72,17 @@ std::optional<PathStatus> StatusDatabase::status(const std::string& path) {
     return rows.empty() ? std::nullopt : pathStatus(rows.front().string("state").value_or(""));
 }
 
+std::map<std::string, PathStatus> StatusDatabase::statusesBelow(const std::string& folder) {
+    const MutexLock lock(mutex_);
+    const PathPrefix below(folder);
+    std::map<std::string, PathStatus> statuses;
+    for (const auto& row :
+         database_.query("SELECT path, state FROM status WHERE substr(path,1,?)=?", below.length, below.text))
+        if (const auto status = pathStatus(row.string("state").value_or("")))
+            statuses.emplace(row.string("path").value_or(""), *status);
+    return statuses;
+}
+
 std::optional<PathStatus> StatusDatabase::aggregateStatus(const std::string& folder) {
     const MutexLock lock(mutex_);
     const PathPrefix below(folder);

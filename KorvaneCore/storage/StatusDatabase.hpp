@@ -50,6 +50,9 @@ public:
     /// None for an unknown path, and for a state written by another version that is none of PathStatus.
     [[nodiscard]] std::optional<PathStatus> status(const std::string& path);
 
+    /// The states below a folder, by path, but for those written by another version.
+    [[nodiscard]] std::map<std::string, PathStatus> statusesBelow(const std::string& folder);
+
     /// The one state for a folder's badge: of the folder and everything below it the first found of error,
     /// conflict, syncing, queued, synced, excluded.
     [[nodiscard]] std::optional<PathStatus> aggregateStatus(const std::string& folder);

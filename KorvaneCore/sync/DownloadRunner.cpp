@@ -13,6 +13,7 @@
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace Korvane {
@@ -39,32 +40,25 @@ asio::awaitable<TransferOutcome::Downloaded> DownloadRunner::download() {
     auto partial = co_await fetch();
     // Before the rename as well as after it: its event may be here before this coroutine is.
     const auto fetched = co_await offload([path = partial.path()] { return localStat(path); });
-    if (fetched)
-        co_await run_.reportOwnWrite(destination_, *fetched);
-    const auto movedAside = co_await place(std::move(partial));
+    if (!fetched) // before anything is moved for it
+        throw TransferQueue::PermanentFailure(Placement::failure(ENOENT));
+    co_await run_.reportOwnWrite(destination_, *fetched);
+    auto movedAside = co_await place(std::move(partial));
     const auto placed = co_await offload([this] { return localStat(destination_); });
-    if (placed && placed == fetched) // else it is the user's already
+    if (placed == fetched) // else it is the user's already
         co_await run_.reportOwnWrite(destination_, *placed);
-    co_return TransferOutcome::Downloaded{job_, file_, movedAside};
-}
-
-// What an earlier run has fetched so far goes with it.
-void DownloadRunner::drop(const char* reason) const {
-    std::error_code gone;
-    if (job_.tempPath)
-        std::filesystem::remove(*job_.tempPath, gone);
-    throw TransferQueue::DropReason(reason);
+    co_return TransferOutcome::Downloaded{job_, file_, std::move(movedAside), *fetched};
 }
 
 asio::awaitable<void> DownloadRunner::look() {
     try {
         file_ = co_await context_.api->file(job_.fileId);
         if (file_.deletedAt)
-            drop("File was deleted");
+            throw TransferQueue::DropReason("File was deleted");
         info_ = co_await context_.api->downloadInfo(job_.fileId);
     } catch (const APIError& error) {
         if (error.is<APIError::NotFound>())
-            drop("File no longer exists");
+            throw TransferQueue::DropReason("File no longer exists");
         throw;
     }
 }

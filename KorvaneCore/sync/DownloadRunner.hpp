@@ -25,7 +25,6 @@ public:
 private:
     asio::awaitable<void> findVersion();
     asio::awaitable<void> look();
-    [[noreturn]] void drop(const char* reason) const;
     void checkRecord() const;
     asio::awaitable<PartialFile> fetch();
     asio::awaitable<std::string> freshURL();

@@ -1,10 +1,24 @@
 #include "KorvaneCore/sync/FileNames.hpp"
 
 #include "KRCrypto/FileExtension.hpp"
+#include "KRCrypto/UnicodeText.hpp"
 
 #include <algorithm>
 
 namespace Korvane::FileNames {
+
+namespace {
+
+constexpr std::size_t mostBytes = 255; // of a name, on every common file system
+constexpr std::string_view conflictMark = " (conflicted copy from ";
+
+/// The stem gives way where the name would be too long for a disk.
+std::string joined(std::string_view stem, const std::string& suffix, std::string_view extension) {
+    const auto taken = std::min(suffix.size() + extension.size(), mostBytes);
+    return std::string(KRCrypto::startOf(stem, mostBytes - taken)) + suffix + std::string(extension);
+}
+
+} // namespace
 
 Split split(std::string_view name) {
     const auto extension = KRCrypto::extensionOf(name);
@@ -13,21 +27,22 @@ Split split(std::string_view name) {
 
 std::string numbered(std::string_view name, std::int64_t number) {
     const auto [stem, extension] = split(name);
-    return std::string(stem) + " (" + std::to_string(number) + ")" + std::string(extension);
+    return joined(stem, " (" + std::to_string(number) + ")", extension);
 }
 
 std::string conflicted(std::string_view name, std::string_view deviceName, std::string_view day) {
     std::string device(deviceName);
     std::erase_if(device, [](char c) { return c == '/' || c == '\0'; });
     const auto [stem, extension] = split(name);
-    return std::string(stem) + " (conflicted copy from " + device + " " + std::string(day) + ")" +
-           std::string(extension);
+    return joined(stem, std::string(conflictMark) + device + " " + std::string(day) + ")", extension);
 }
 
 std::string furtherConflicted(std::string_view conflictedName, std::int64_t number) {
     const auto [stem, extension] = split(conflictedName);
-    return std::string(stem.substr(0, stem.rfind(')'))) + " " + std::to_string(number) + ")" +
-           std::string(extension);
+    const auto unnumbered = stem.substr(0, stem.rfind(')'));
+    const auto mark = std::min(unnumbered.rfind(conflictMark), unnumbered.size());
+    return joined(unnumbered.substr(0, mark),
+                  std::string(unnumbered.substr(mark)) + " " + std::to_string(number) + ")", extension);
 }
 
 } // namespace Korvane::FileNames

@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Names beside names that are taken. A name is split before its extension (KRCrypto::extensionOf); without
-/// one it is all stem.
+/// one it is all stem. The new names have at most 255 bytes, for which the stem is cut between characters.
 namespace Korvane::FileNames {
 
 struct Split {

@@ -38,10 +38,15 @@ asio::awaitable<std::optional<KnownKey>>
 fromVersions(const JobContext& context, const KRCrypto::MasterKey& masterKey, const UploadJob& job) {
     if (!job.fileId)
         co_return std::nullopt;
-    for (const auto& version : co_await context.api->versions(*job.fileId))
-        if (version.blobId == job.blobId)
-            if (auto key = opened(masterKey, version.wrappedFileKey))
-                co_return key;
+    try {
+        for (const auto& version : co_await context.api->versions(*job.fileId))
+            if (version.blobId == job.blobId)
+                if (auto key = opened(masterKey, version.wrappedFileKey))
+                    co_return key;
+    } catch (const APIError& error) {
+        if (!error.is<APIError::NotFound>())
+            throw;
+    }
     co_return std::nullopt;
 }
 

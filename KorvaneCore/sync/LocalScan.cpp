@@ -7,6 +7,7 @@
 #include "KorvaneCore/sync/EventFilter.hpp"
 
 #include <algorithm>
+#include <optional>
 
 namespace Korvane {
 
@@ -17,7 +18,9 @@ namespace {
 class Scanner {
 public:
     Scanner(fs::path root, const fs::path& leftOut, Noise noise)
-        : root_(std::move(root)), leftOut_(leftOut), noise_(noise) {}
+        : root_(std::move(root)),
+          leftOut_(leftOut.empty() ? std::nullopt : fileStatus(fs::weakly_canonical(leftOut))),
+          noise_(noise) {}
 
     LocalScan scan() {
         std::error_code error;
@@ -41,8 +44,6 @@ private:
 
     void visit(const std::string& relPath) {
         const auto path = root_ / relPath;
-        if (path == leftOut_)
-            return;
         if (!KRCrypto::isUTF8(relPath))
             return skip(relPath, "its name is not UTF-8");
         try {
@@ -57,6 +58,8 @@ private:
         const auto status = fileStatus(path);
         if (!status)
             return; // gone meanwhile
+        if (leftOut_ && status->inode == leftOut_->inode && status->device == leftOut_->device)
+            return;
         if (status->kind == FileStatus::Kind::link)
             return skip(relPath, "links are not followed");
         if (status->kind == FileStatus::Kind::other)
@@ -80,7 +83,7 @@ private:
     }
 
     fs::path root_;
-    fs::path leftOut_;
+    std::optional<FileStatus> leftOut_;
     Noise noise_;
     LocalScan scan_;
 };

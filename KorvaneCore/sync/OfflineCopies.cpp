@@ -5,9 +5,9 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/QueueRequests.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <algorithm>
@@ -94,12 +94,11 @@ asio::awaitable<void> OfflineCopies::settled(TransferOutcome outcome) {
     if (done == nullptr || done->job.origin.as<TransferOrigin::Pinned>() == nullptr)
         co_return;
     const std::filesystem::path path = done->job.destinationPath;
-    const auto stat = co_await offload([path] { return localStat(path); });
-    if (path.parent_path() != parts_.folder || !stat)
+    if (path.parent_path() != parts_.folder)
         co_return;
     const auto item = parts_.index->item(done->file.id);
     const bool isKnown = item && item->version == done->file.version;
-    record(done->file.id, done->file.version, path, *stat, isKnown ? item->sha256 : std::nullopt);
+    record(done->file.id, done->file.version, path, done->placed, isKnown ? item->sha256 : std::nullopt);
 }
 
 bool OfflineCopies::has(const IndexItem& item) {
@@ -185,7 +184,7 @@ asio::awaitable<bool> OfflineCopies::adopt(const Missing& file) {
     if (!stat || stat->isDirectory || stat->size != file.item.size || !file.item.sha256)
         co_return false;
     try {
-        if (co_await contentHash(file.destination, *stat) != *file.item.sha256)
+        if ((co_await SourceContent::read(file.destination, *stat))->sha256() != *file.item.sha256)
             co_return false;
     } catch (const KRCrypto::KRCryptoError&) {
         co_return false; // somebody is writing to it; the download moves it aside

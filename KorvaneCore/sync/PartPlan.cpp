@@ -11,6 +11,14 @@ PartPlan::PartPlan(std::vector<UploadPart> parts, std::int64_t chunkCount) : chu
     update(std::move(parts));
 }
 
+PartPlan PartPlan::resumed(std::vector<UploadPart> parts, std::int64_t chunkCount) {
+    PartPlan plan(std::move(parts), chunkCount);
+    for (std::int64_t index = 0; index < chunkCount; ++index)
+        if (plan.parts_[static_cast<std::size_t>(index)].uploaded.value_or(false))
+            plan.sent_.insert(index);
+    return plan;
+}
+
 void PartPlan::update(std::vector<UploadPart> parts) {
     std::ranges::sort(parts, {}, &UploadPart::partNumber);
     const auto twice = std::ranges::adjacent_find(parts, {}, &UploadPart::partNumber);
@@ -24,7 +32,7 @@ std::vector<PartPlan::Part> PartPlan::missing() const {
     std::vector<Part> result;
     for (std::int64_t index = 0; index < std::ssize(parts_); ++index) {
         const auto& part = parts_[static_cast<std::size_t>(index)];
-        if (refused_.contains(index) || !part.uploaded.value_or(sent_.contains(index)))
+        if (!sent_.contains(index) || !part.uploaded.value_or(true))
             result.push_back({index, part.url});
     }
     return result;
@@ -32,14 +40,13 @@ std::vector<PartPlan::Part> PartPlan::missing() const {
 
 void PartPlan::markSent(std::int64_t index) {
     sent_.insert(index);
-    refused_.erase(index);
 }
 
 void PartPlan::markRefused(const std::vector<std::int64_t>& numbers) {
     for (const auto number : numbers) {
         const auto found = std::ranges::lower_bound(parts_, number, {}, &UploadPart::partNumber);
         if (found != parts_.end() && found->partNumber == number)
-            refused_.insert(found - parts_.begin());
+            sent_.erase(found - parts_.begin());
     }
 }
 

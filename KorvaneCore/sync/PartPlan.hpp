@@ -19,16 +19,18 @@ public:
         bool operator==(const Part&) const = default;
     };
 
-    /// Sorted by number, the i-th part is chunk i. Throws APIError (Decoding) unless there is one for each of
+    /// Of a session that has just begun: nothing can have been sent yet, whatever the service says. Sorted by
+    /// number, the i-th part is chunk i. Throws APIError (Decoding) unless there is one for each of
     /// `chunkCount` chunks.
     PartPlan(std::vector<UploadPart> parts, std::int64_t chunkCount);
 
-    /// The parts as the service lists them by now; what was sent and refused is still known. Throws as the
-    /// constructor does.
+    /// Of a session of an earlier run: what the service says it has was sent with its key. Throws likewise.
+    [[nodiscard]] static PartPlan resumed(std::vector<UploadPart> parts, std::int64_t chunkCount);
+
+    /// The parts as the service lists them by now. Throws likewise.
     void update(std::vector<UploadPart> parts);
 
-    /// What a part's own flag says counts; where the service sends none, what was sent from here. A refused
-    /// part is missing whatever they say.
+    /// What was not sent, what the service says it does not have, and what it has refused since it was sent.
     [[nodiscard]] std::vector<Part> missing() const;
 
     void markSent(std::int64_t index);
@@ -39,8 +41,7 @@ public:
 private:
     std::int64_t chunkCount_;
     std::vector<UploadPart> parts_;
-    std::set<std::int64_t> sent_;    ///< chunks
-    std::set<std::int64_t> refused_; ///< chunks, and not sent since
+    std::set<std::int64_t> sent_; ///< chunks
 };
 
 } // namespace Korvane

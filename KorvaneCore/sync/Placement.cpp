@@ -4,6 +4,8 @@
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 
+#include <fmt/format.h>
+
 #include <system_error>
 #include <utility>
 
@@ -13,11 +15,14 @@ namespace {
 
 void require(const std::error_code& error) {
     if (error)
-        throw TransferQueue::PermanentFailure("could not move file into place (errno " +
-                                              std::to_string(error.value()) + ")");
+        throw TransferQueue::PermanentFailure(Placement::failure(error.value()));
 }
 
 } // namespace
+
+std::string Placement::failure(int number) {
+    return fmt::format("could not move file into place (errno {})", number);
+}
 
 Placement::Placement(const PartialFile& file, const std::filesystem::path& destination, MustBeKept mustBeKept)
     : file_(file), destination_(destination), mustBeKept_(std::move(mustBeKept)) {}

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace Korvane {
 
@@ -25,6 +26,9 @@ public:
     /// Gives where what was in the way went. Throws TransferQueue::PermanentFailure ("could not move file
     /// into place …"), and FileError when the system does not tell what is there.
     std::optional<std::filesystem::path> carryOut();
+
+    /// What is said of an error number.
+    [[nodiscard]] static std::string failure(int number);
 
 private:
     bool takeOver(const LocalStat& present);

@@ -25,11 +25,6 @@ std::chrono::duration<double> wallAheadOfMonotonic(const Clock& clock) {
            std::chrono::duration<double>(clock.monotonic().time_since_epoch());
 }
 
-std::filesystem::path sourceOf(const TransferJob& job) {
-    const auto* upload = std::get_if<UploadJob>(&job);
-    return upload != nullptr ? upload->sourcePath : "";
-}
-
 // That the index is busy is no fault of the job: going on would lose what it has come to.
 asio::awaitable<JobRunner::Result> perform(std::shared_ptr<JobRunner> runner, std::shared_ptr<QueueRun> run) {
     try {

@@ -104,9 +104,8 @@ private:
     void logActivity(const TransferRecord& record, const JobRunner::Result& result);
     asio::awaitable<void> discard(TransferRecord record);
 
-    /// Ends the upload session of a record that is given up, and removes its files, but for a source that
-    /// another record has.
-    asio::awaitable<void> removeRemains(TransferRecord record, std::filesystem::path sourceInUse);
+    /// Ends the upload session of a record that is given up, and removes its files, but for that source.
+    asio::awaitable<void> removeRemains(TransferRecord record, std::string keptSource);
 
     Strand strand_;
     std::shared_ptr<LocalIndex> index_;

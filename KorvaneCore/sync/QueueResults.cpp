@@ -118,9 +118,12 @@ asio::awaitable<void> QueueCore::failed(RunPointer run, std::exception_ptr error
     if (!run->isDetached())
         store({record, failure.verdict == Failure::Verdict::dropped, {}});
     remove(run);
-    if (failure.verdict == Failure::Verdict::dropped)
+    if (failure.verdict == Failure::Verdict::dropped) {
+        Log::warning("queue", "a transfer was given up: " + failure.text);
         co_await deliver({TransferOutcome::Dropped{record.id, run->origin(), failure.text}});
-    else if (failure.verdict == Failure::Verdict::failed)
+        const auto job = readableJob(record);
+        co_await removeRemains(record, job ? sourceOf(*job) : "");
+    } else if (failure.verdict == Failure::Verdict::failed)
         co_await deliver(
             {TransferOutcome::Failed{record.id, record.kind, run->origin(), failure.text, failure.apiError}});
 }
@@ -234,7 +237,7 @@ asio::awaitable<void> QueueCore::discard(TransferRecord record) {
     store({std::move(record), true, {}});
 }
 
-asio::awaitable<void> QueueCore::removeRemains(TransferRecord record, std::filesystem::path sourceInUse) {
+asio::awaitable<void> QueueCore::removeRemains(TransferRecord record, std::string keptSource) {
     const auto self = shared_from_this();
     const auto job = readableJob(record);
     const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
@@ -247,7 +250,7 @@ asio::awaitable<void> QueueCore::removeRemains(TransferRecord record, std::files
             Log::warning("queue", error.what());
         }
     }
-    if (upload != nullptr && upload->deleteSourceWhenDone && upload->sourcePath != sourceInUse)
+    if (upload != nullptr && upload->deleteSourceWhenDone && upload->sourcePath != keptSource)
         co_await removeFile(upload->sourcePath);
     if (download != nullptr && download->tempPath)
         co_await removeFile(*download->tempPath);

@@ -29,10 +29,14 @@ void QueuedUploads::look(LocalIndex& index) {
 }
 
 bool QueuedUploads::hold(const LocalScan::Entry& file) const {
-    if (active_.contains(prefix_ + file.relPath))
+    if (isActive(file.relPath))
         return true;
     const auto failed = failed_.find(file.relPath);
-    return failed != failed_.end() && failed->second.source.value_or(file.stat) == file.stat;
+    return failed != failed_.end() && failed->second.source == file.stat;
+}
+
+bool QueuedUploads::isActive(const std::string& relPath) const {
+    return active_.contains(prefix_ + relPath);
 }
 
 } // namespace Korvane

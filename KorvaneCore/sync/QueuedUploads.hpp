@@ -21,6 +21,9 @@ public:
     /// for the user, and a change of the file is another try.
     [[nodiscard]] bool hold(const LocalScan::Entry& file) const;
 
+    /// Whether a transfer of the path waits or runs, or did at an earlier look.
+    [[nodiscard]] bool isActive(const std::string& relPath) const;
+
     struct Failed {
         std::string id;                  ///< of the transfer
         std::optional<LocalStat> source; ///< as it was

@@ -14,6 +14,10 @@ namespace Korvane::RelativePath {
     return slash == std::string::npos ? "" : path.substr(0, slash);
 }
 
+[[nodiscard]] inline std::string child(const std::string& folder, const std::string& name) {
+    return folder.empty() ? name : folder + "/" + name;
+}
+
 /// The path after `from` has become `to`; the same when it is not `from` and not below it.
 [[nodiscard]] inline std::string moved(const std::string& path, const std::string& from,
                                        const std::string& to) {

@@ -36,13 +36,13 @@ void RootLedger::mark(const std::string& relPath, PathStatus status,
     status_->set(status, absolute(relPath), itemId);
 }
 
-void RootLedger::markSynced(const std::vector<std::string>& relPaths) const {
-    std::vector<StatusDatabase::Entry> synced;
+void RootLedger::markAll(const std::vector<std::string>& relPaths, PathStatus status) const {
+    std::vector<StatusDatabase::Entry> entries;
+    entries.reserve(relPaths.size());
     for (const auto& relPath : relPaths)
-        if (auto path = absolute(relPath); !status_->status(path))
-            synced.push_back({std::move(path), PathStatus::synced, {}});
-    if (!synced.empty())
-        status_->setMany(synced);
+        entries.push_back({absolute(relPath), status, {}});
+    if (!entries.empty())
+        status_->setMany(entries);
 }
 
 void RootLedger::unmark(const std::string& relPath, bool recursive) const {
@@ -51,6 +51,20 @@ void RootLedger::unmark(const std::string& relPath, bool recursive) const {
 
 std::optional<PathStatus> RootLedger::status(const std::string& relPath) const {
     return status_->status(absolute(relPath));
+}
+
+std::map<std::string, PathStatus> RootLedger::statuses() const {
+    std::map<std::string, PathStatus> byRelPath;
+    for (const auto& [path, status] : status_->statusesBelow(root_.path))
+        byRelPath.emplace(path.substr(root_.path.size() + 1), status);
+    return byRelPath;
+}
+
+std::optional<std::string> RootLedger::pathOf(const std::string& itemId) const {
+    for (const auto& base : index_->basesOf(itemId))
+        if (base.rootId == root_.id)
+            return base.entry.relPath;
+    return std::nullopt;
 }
 
 } // namespace Korvane

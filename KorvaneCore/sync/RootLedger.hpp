@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Korvane {
 
@@ -35,13 +36,18 @@ public:
     void mark(const std::string& relPath, PathStatus status,
               const std::optional<std::string>& itemId = {}) const;
 
-    /// Marks those of the paths `synced` that have no state yet.
-    void markSynced(const std::vector<std::string>& relPaths) const;
+    void markAll(const std::vector<std::string>& relPaths, PathStatus status) const;
 
     /// What is no longer there has no state.
     void unmark(const std::string& relPath, bool recursive) const;
 
     [[nodiscard]] std::optional<PathStatus> status(const std::string& relPath) const;
+
+    /// Of everything below the root that has a state.
+    [[nodiscard]] std::map<std::string, PathStatus> statuses() const;
+
+    /// Where the item was last reconciled; none when it was not.
+    [[nodiscard]] std::optional<std::string> pathOf(const std::string& itemId) const;
 
 private:
     std::shared_ptr<LocalIndex> index_;

@@ -3,6 +3,7 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
+#include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
 #include "KorvaneCore/sync/RootRound.hpp"
 #include "KorvaneCore/sync/TransferJob.hpp"
@@ -50,8 +51,10 @@ std::optional<RootLedger> RootReconciler::ledgerOf(const std::optional<TransferO
 
 asio::awaitable<void> RootReconciler::reconcile(SyncRoot root) {
     const auto ledger = ledgerOf(std::move(root));
-    if (reconciled_.insert(ledger.root().id).second)
+    if (!reconciled_.contains(ledger.root().id)) {
         co_await takeUpUnheardOf(ledger);
+        reconciled_.insert(ledger.root().id);
+    }
     RootRound round(parts_.context, *parts_.queue, ledger);
     if (!co_await round.run())
         throw Incomplete();
@@ -64,7 +67,7 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
         co_return std::nullopt;
     bool again = false;
     if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
-        co_await failed(*ledger, *failure);
+        again = co_await failed(*ledger, *failure);
     } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
         ledger->mark(pathIn(origin), PathStatus::queued);
         again = true;
@@ -76,16 +79,28 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
     co_return again ? std::optional(ledger->root().id) : std::nullopt;
 }
 
-// A file that came and went before it was sent has failed at nothing.
-asio::awaitable<void> RootReconciler::failed(const RootLedger& ledger,
+// A file that came and went before it was sent has failed at nothing. One that was trashed elsewhere while it
+// waited begins anew: true.
+asio::awaitable<bool> RootReconciler::failed(const RootLedger& ledger,
                                              const TransferOutcome::Failed& failed) {
     const auto relPath = pathIn(failed.origin);
-    if (failed.kind == TransferRecord::Kind::upload && !co_await statOf(ledger.absolute(relPath))) {
+    const auto record = parts_.context.index->transfer(failed.id);
+    const auto read = record ? readableJob(*record) : std::nullopt;
+    const auto* upload = read ? std::get_if<UploadJob>(&*read) : nullptr;
+    if (upload != nullptr && !co_await statOf(ledger.absolute(relPath))) {
         co_await parts_.queue->cancel(failed.id);
         ledger.unmark(relPath, false);
-    } else {
-        ledger.mark(relPath, PathStatus::error);
+        co_return false;
     }
+    if (upload != nullptr && upload->fileId && failed.apiError && failed.apiError->is<APIError::NotFound>()) {
+        co_await parts_.queue->cancel(failed.id);
+        parts_.context.index->markDeleted(*upload->fileId, parts_.context.clock->now());
+        ledger.removeBase(relPath, false);
+        ledger.mark(relPath, PathStatus::queued);
+        co_return true;
+    }
+    ledger.mark(relPath, PathStatus::error);
+    co_return false;
 }
 
 // True when the file is another by now: of a change during the upload the event has passed, as the queue had
@@ -97,38 +112,34 @@ asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const U
     auto relPath = pathIn(job.origin);
     auto status = PathStatus::synced;
     if (job.isConflictCopy) {
-        const auto parent = RelativePath::parent(relPath);
-        auto renamed = parent.empty() ? job.name : parent + "/" + job.name;
-        if (co_await keepConflictCopy(ledger, job, renamed))
-            relPath = std::move(renamed);
+        relPath = co_await keepConflictCopy(ledger, job);
         status = PathStatus::conflict;
+    } else if (const auto moved = ledger.pathOf(itemId)) {
+        relPath = *moved; // with its folder, while it was sent
     }
     ledger.setBase({relPath, *job.sourceStat}, itemId, version, job.sha256);
     ledger.mark(relPath, status, itemId);
     const auto now = co_await statOf(ledger.absolute(relPath));
-    co_return now&& now != job.sourceStat;
+    co_return now.has_value() && now != job.sourceStat;
 }
 
 // A conflict copy is another file than the one it was made from, here as in the account; the version of the
-// other device comes to the place it leaves. False when it keeps its name here.
-asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
-                                                       std::string renamed) {
+// other device comes to the place it leaves. Gives the path it has then.
+asio::awaitable<std::string> RootReconciler::keepConflictCopy(const RootLedger& ledger,
+                                                              const UploadJob& job) {
     const auto relPath = pathIn(job.origin);
     const auto from = ledger.absolute(relPath);
-    const auto to = ledger.absolute(renamed);
-    const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
-    if (error && error != std::errc::no_such_file_or_directory) {
-        Log::warning("sync", "a conflict copy keeps its local name: " + error.message());
-        co_return false;
-    }
+    const auto renamed = co_await renameConflictCopy(ledger, job);
+    if (!renamed)
+        co_return relPath;
     parts_.ownWrites->registerRemoval(from);
     if (job.sourceStat)
-        parts_.ownWrites->registerWrite(to, *job.sourceStat);
+        parts_.ownWrites->registerWrite(ledger.absolute(*renamed), *job.sourceStat);
     const auto base = ledger.base();
     const auto before = base.find(relPath);
     ledger.unmark(relPath, false);
     if (before == base.end())
-        co_return true;
+        co_return *renamed;
     DownloadJob download;
     download.fileId = before->second.itemId;
     download.destinationPath = from;
@@ -138,22 +149,41 @@ asio::awaitable<bool> RootReconciler::keepConflictCopy(const RootLedger& ledger,
     co_await parts_.queue->enqueueDownload(std::move(download), RelativePath::name(relPath),
                                            item ? item->size : 0);
     ledger.removeBase(relPath, false); // last: until then this is done once more after a crash
-    co_return true;
+    co_return *renamed;
 }
 
-// True when what lies there now is not what was fetched.
+// Where its name is taken here, under a further one. None when it keeps the old one.
+asio::awaitable<std::optional<std::string>> RootReconciler::renameConflictCopy(const RootLedger& ledger,
+                                                                               const UploadJob& job) {
+    const auto relPath = pathIn(job.origin);
+    const auto from = ledger.absolute(relPath);
+    for (std::int64_t n = 1;; ++n) {
+        const auto name = n == 1 ? job.name : FileNames::furtherConflicted(job.name, n);
+        auto renamed = RelativePath::child(RelativePath::parent(relPath), name);
+        const auto to = ledger.absolute(renamed);
+        const auto error = co_await offload([from, to] { return renameToFreeName(from, to); });
+        if (error == std::errc::file_exists && co_await statOf(to) != job.sourceStat)
+            continue;
+        // There already, when a process ended right after it had renamed it; and gone when the user was
+        // quicker.
+        if (!error || error == std::errc::file_exists || error == std::errc::no_such_file_or_directory)
+            co_return renamed;
+        Log::warning("sync", "a conflict copy keeps its local name: " + error.message());
+        co_return std::nullopt;
+    }
+}
+
+// True when what lies there now is not what was fetched, or something was moved aside for it.
 asio::awaitable<bool> RootReconciler::downloaded(const RootLedger& ledger,
                                                  const TransferOutcome::Downloaded& download) {
     const auto relPath = pathIn(download.job.origin);
-    const auto now = co_await statOf(ledger.absolute(relPath));
     const auto item = parts_.context.index->item(download.file.id);
     const bool isKnown = item && item->version == download.file.version;
-    if (!now || (isKnown && item->size != now->size))
-        co_return true;
-    ledger.setBase({relPath, *now}, download.file.id, download.file.version,
+    ledger.setBase({relPath, download.placed}, download.file.id, download.file.version,
                    isKnown ? item->sha256 : std::nullopt);
     ledger.mark(relPath, PathStatus::synced, download.file.id);
-    co_return download.movedAside.has_value();
+    const auto now = co_await statOf(ledger.absolute(relPath));
+    co_return now != download.placed || download.movedAside.has_value();
 }
 
 // An upload may have ended, and this process with it, before its outcome was heard of. It is told by its

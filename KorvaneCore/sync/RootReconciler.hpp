@@ -48,11 +48,12 @@ public:
 private:
     [[nodiscard]] RootLedger ledgerOf(SyncRoot root) const;
     [[nodiscard]] std::optional<RootLedger> ledgerOf(const std::optional<TransferOrigin>& origin) const;
-    asio::awaitable<void> failed(const RootLedger& ledger, const TransferOutcome::Failed& failed);
+    asio::awaitable<bool> failed(const RootLedger& ledger, const TransferOutcome::Failed& failed);
     asio::awaitable<bool> uploaded(const RootLedger& ledger, const UploadJob& job, std::string itemId,
                                    std::int64_t version);
-    asio::awaitable<bool> keepConflictCopy(const RootLedger& ledger, const UploadJob& job,
-                                           std::string renamed);
+    asio::awaitable<std::string> keepConflictCopy(const RootLedger& ledger, const UploadJob& job);
+    static asio::awaitable<std::optional<std::string>> renameConflictCopy(const RootLedger& ledger,
+                                                                          const UploadJob& job);
     asio::awaitable<bool> downloaded(const RootLedger& ledger, const TransferOutcome::Downloaded& download);
     asio::awaitable<void> takeUpUnheardOf(const RootLedger& ledger);
 

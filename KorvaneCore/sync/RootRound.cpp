@@ -7,13 +7,14 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 namespace Korvane {
 
@@ -35,8 +36,8 @@ RootRound::RootRound(const JobContext& context, TransferQueue& queue, const Root
 asio::awaitable<bool> RootRound::run() {
     masterKey_ = co_await context_.masterKey();
     if (!co_await hasFolder())
-        co_return true;
-    forgetMissingFolders();
+        co_return false;
+    co_await offload([&] { return forgetMissingFolders(), true; });
     // Before the base: what ends in between is held, and not begun again with what it was based on. Of what
     // has ended by now the base knows once the outcome has been handled; that may have queued something in
     // turn.
@@ -66,7 +67,7 @@ asio::awaitable<bool> RootRound::run() {
     for (const auto& file : plan.uploads)
         if (!queued_.hold(file.entry))
             co_await attempt(file.entry.relPath, send(file));
-    ledger_.markSynced(plan.unchanged);
+    co_await offload([&] { return tidyStates(scan, plan.unchanged), true; });
     co_return isComplete_;
 }
 
@@ -85,11 +86,12 @@ asio::awaitable<bool> RootRound::hasFolder() {
         item = context_.index->item(id);
     }
     const bool isThere = item && !item->deletedAt;
-    if (!isThere) {
+    const bool isMarked = ledger_.status("") == PathStatus::error;
+    if (!isThere && !isMarked) {
         Log::warning(category,
                      "the folder of the account that a root is mirrored to is gone or in the Trash");
         ledger_.mark("", PathStatus::error);
-    } else if (ledger_.status("") == PathStatus::error) {
+    } else if (isThere && isMarked) {
         ledger_.unmark("", false);
     }
     co_return isThere;
@@ -104,6 +106,31 @@ void RootRound::forgetMissingFolders() {
         if (!item || item->deletedAt)
             ledger_.removeBase(relPath, true);
     }
+}
+
+// What is as it was reconciled is synced, whatever went wrong with it before; but a conflict is for the user
+// to end. What is gone has no state.
+void RootRound::tidyStates(const LocalScan& scan, const std::vector<std::string>& unchanged) const {
+    const auto states = ledger_.statuses();
+    std::vector<std::string> synced;
+    for (const auto& relPath : unchanged) {
+        const auto state = states.find(relPath);
+        const bool stands = state != states.end() &&
+                            (state->second == PathStatus::synced || state->second == PathStatus::conflict);
+        if (!stands && !queued_.isActive(relPath))
+            synced.push_back(relPath);
+    }
+    ledger_.markAll(synced, PathStatus::synced);
+    if (!scan.isComplete)
+        return;
+    std::set<std::string> present;
+    for (const auto& skipped : scan.skipped)
+        present.insert(skipped.relPath);
+    for (const auto& entry : scan.entries)
+        present.insert(entry.relPath);
+    for (const auto& [relPath, state] : states)
+        if (!present.contains(relPath) && !queued_.isActive(relPath))
+            ledger_.unmark(relPath, false);
 }
 
 // Names are the user's own and stay out of the log; the status says which entries are meant.
@@ -308,7 +335,7 @@ asio::awaitable<bool> RootRound::isInAccount(SyncPlan::Upload file) {
 // One that cannot be read now is left to its upload, which says so.
 asio::awaitable<bool> RootRound::hasContent(std::string path, LocalStat stat, std::string sha256) {
     try {
-        co_return co_await contentHash(path, stat) == sha256;
+        co_return (co_await SourceContent::read(path, stat))->sha256() == sha256;
     } catch (const KRCryptoError& error) {
         Log::info(category, error.what());
     } catch (const FileError& error) {

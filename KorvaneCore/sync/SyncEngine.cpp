@@ -41,7 +41,7 @@ SyncEngine::SyncEngine(const asio::any_io_executor& executor, std::shared_ptr<Cl
       settleInterval_(settleInterval),
       reconcile_(std::move(reconcile)),
       source_(std::move(source)),
-      container_(SharedContainer::location().string() + "/"),
+      container_(SharedContainer::resolvedLocation().string() + "/"),
       ownWrites_(std::make_shared<OwnWriteTracker>(ownWriteWindow, clock_)),
       reconcileEnd_(strand_, asio::steady_timer::time_point::max()) {}
 
@@ -218,7 +218,10 @@ asio::awaitable<void> SyncEngine::reconcileNow(Root root, Cancellation task) {
     }
 }
 
+// A change that came meanwhile is another try, and sooner; a reconcile that was cancelled has not failed.
 void SyncEngine::retryLater(const std::string& rootId) {
+    if (!isRunning_ || !roots_.contains(rootId) || debounce_.contains(rootId))
+        return;
     auto& delay = retryDelays_.try_emplace(rootId, firstRetry / 2).first->second;
     delay = std::min<Clock::Duration>(delay * 2, lastRetry);
     schedule(rootId, delay);

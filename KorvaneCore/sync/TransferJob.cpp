@@ -31,6 +31,11 @@ std::optional<TransferJob> readableJob(const TransferRecord& record) {
     }
 }
 
+std::string sourceOf(const TransferJob& job) {
+    const auto* upload = std::get_if<UploadJob>(&job);
+    return upload != nullptr ? upload->sourcePath : std::string();
+}
+
 const TransferOrigin& originOf(const TransferJob& job) noexcept {
     if (const auto* upload = std::get_if<UploadJob>(&job))
         return upload->origin;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -23,5 +24,8 @@ using TransferJob = std::variant<UploadJob, DownloadJob>;
 [[nodiscard]] std::optional<TransferJob> readableJob(const TransferRecord& record);
 
 [[nodiscard]] const TransferOrigin& originOf(const TransferJob& job) noexcept;
+
+/// The local file that is read; empty for a download.
+[[nodiscard]] std::string sourceOf(const TransferJob& job);
 
 } // namespace Korvane

@@ -24,6 +24,7 @@ struct TransferOutcome {
         DownloadJob job;
         RemoteFile file;
         std::optional<std::filesystem::path> movedAside; ///< where a changed local file went
+        LocalStat placed; ///< the file as it was fetched; what lies there by now may be the user's
     };
 
     /// It waits for the user now.

@@ -10,7 +10,7 @@ namespace Korvane {
 asio::awaitable<JobRunner::Result> TransferRunner::run(TransferRun& run) {
     auto job = transferJob(run.record());
     if (auto* upload = std::get_if<UploadJob>(&job)) {
-        UploadRunner runner(context_, run, contents_, std::move(*upload));
+        UploadRunner runner(context_, run, uploads_, std::move(*upload));
         co_return co_await runner.upload();
     }
     DownloadRunner runner(context_, run, std::move(std::get<DownloadJob>(job)));

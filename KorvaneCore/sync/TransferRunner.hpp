@@ -2,7 +2,7 @@
 
 #include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/JobRunner.hpp"
-#include "KorvaneCore/sync/Turns.hpp"
+#include "KorvaneCore/sync/UploadState.hpp"
 
 namespace Korvane {
 
@@ -16,7 +16,7 @@ public:
 
 private:
     JobContext context_;
-    Turns contents_; ///< one upload of each content at a time
+    UploadState uploads_;
 };
 
 } // namespace Korvane

@@ -1,8 +1,8 @@
 #include "KorvaneCore/sync/UploadRunner.hpp"
 
 #include "KRCrypto/ChunkCrypto.hpp"
-#include "KRCrypto/FileChunkReader.hpp"
 #include "KRCrypto/Hex.hpp"
+#include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/media/MediaType.hpp"
@@ -14,23 +14,24 @@
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/storage/SQLValue.hpp"
 #include "KorvaneCore/sync/Both.hpp"
-#include "KorvaneCore/sync/ContentHash.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/KnownKeys.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
-#include "KorvaneCore/sync/TransferRules.hpp"
+#include "KorvaneCore/sync/Unchanged.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace Korvane {
 
+using KRCrypto::KRCryptoError;
 namespace ChunkCrypto = KRCrypto::ChunkCrypto;
 
 namespace {
 
 constexpr int mostRounds = 6;
 constexpr std::int64_t mostNameAttempts = 100;
+constexpr int mostConflicts = 10;
 constexpr std::int64_t largestPicture = std::int64_t{256} << 20;
 constexpr std::size_t largestThumbnail = std::size_t{1} << 20;
 
@@ -47,16 +48,22 @@ struct SendState {
     std::size_t next = 0;
     std::int64_t progress = 0; ///< plaintext bytes
     bool urlsExpired = false;
-    KRCrypto::FileChunkReader reader;
 };
 
-UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, Turns& contents, UploadJob job)
-    : context_(context), run_(run), contents_(contents), job_(std::move(job)) {}
+UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, UploadState& uploads, UploadJob job)
+    : context_(context), run_(run), uploads_(uploads), job_(std::move(job)) {}
 
 asio::awaitable<TransferOutcome::Uploaded> UploadRunner::upload() {
     masterKey_ = co_await context_.masterKey();
     co_await hashSource();
-    const auto file = co_await store();
+    RemoteFile file;
+    try {
+        file = co_await store();
+    } catch (const KRCryptoError&) {
+        uploads_.forget(job_.sourcePath); // it may have changed under the same looks
+        throw;
+    }
+    uploads_.forget(job_.sourcePath);
     context_.index->apply(file, *masterKey_);
     co_await addThumbnail(file);
     auto done = job_;
@@ -64,8 +71,7 @@ asio::awaitable<TransferOutcome::Uploaded> UploadRunner::upload() {
     co_return TransferOutcome::Uploaded{std::move(done), file};
 }
 
-// The content is what the source held when it was hashed; from then on every look at the source is compared
-// with that moment.
+// The content is what the source held when it was hashed; nothing else is sealed from then on.
 asio::awaitable<void> UploadRunner::hashSource() {
     const std::filesystem::path source = job_.sourcePath;
     const auto stat = co_await offload([source] {
@@ -78,43 +84,54 @@ asio::awaitable<void> UploadRunner::hashSource() {
     });
     if (!stat)
         throw TransferQueue::PermanentFailure("Source file no longer exists");
-    if (auto known = recordedContent(); known && known->stat == *stat) {
-        content_ = std::move(*known);
-        co_return;
-    }
-    co_await giveUpContent();
-    if (ChunkCrypto::chunkCount(stat->size, context_.chunkSize) > KRCrypto::maxParts)
+    content_ = co_await recordedContent(*stat);
+    if (!content_)
+        content_ = co_await newContent(*stat);
+}
+
+// None when the source is not what the job recorded. Size and date do not tell that alone: a program may have
+// restored them.
+asio::awaitable<std::shared_ptr<const SourceContent>> UploadRunner::recordedContent(LocalStat stat) {
+    if (!job_.sha256 || !job_.plainSize || !job_.blobId || job_.sourceStat != stat)
+        co_return nullptr;
+    auto content = uploads_.hashed(job_.sourcePath, stat);
+    if (!content)
+        content = co_await hashed(stat);
+    co_return content->sha256() == job_.sha256 ? content : nullptr;
+}
+
+asio::awaitable<std::shared_ptr<const SourceContent>> UploadRunner::newContent(LocalStat stat) {
+    co_await giveUpContent(stat);
+    if (ChunkCrypto::chunkCount(stat.size, context_.chunkSize) > KRCrypto::maxParts)
         throw APIError(APIError::BadRequest{"File too large (max 10000 parts)"});
+    const std::filesystem::path source = job_.sourcePath;
     if (!job_.mime)
-        job_.mime = co_await offload(
-            [&] { return whileUnchanged(source, *stat, [&] { return mediaType(source); }); });
-    content_.stat = *stat;
-    content_.sha256 = co_await contentHash(source, *stat);
-    content_.size = stat->size;
-    content_.blobId = masterKey_->blobId(KRCrypto::Hex::decode(content_.sha256));
-    job_.sourceStat = content_.stat;
-    job_.sha256 = content_.sha256;
-    job_.plainSize = content_.size;
-    job_.blobId = content_.blobId;
+        job_.mime =
+            co_await offload([&] { return whileUnchanged(source, stat, [&] { return mediaType(source); }); });
+    auto content = co_await hashed(stat);
+    job_.sha256 = content->sha256();
+    job_.plainSize = stat.size;
+    job_.blobId = masterKey_->blobId(KRCrypto::Hex::decode(content->sha256()));
     save();
+    co_return content;
 }
 
-std::optional<UploadRunner::Content> UploadRunner::recordedContent() const {
-    if (!job_.sourceStat || !job_.sha256 || !job_.plainSize || !job_.blobId)
-        return std::nullopt;
-    return Content{*job_.sourceStat, *job_.sha256, *job_.plainSize, *job_.blobId};
+asio::awaitable<std::shared_ptr<const SourceContent>> UploadRunner::hashed(LocalStat stat) {
+    auto content = co_await SourceContent::read(job_.sourcePath, stat, context_.chunkSize);
+    uploads_.keep(content);
+    co_return content;
 }
 
-asio::awaitable<void> UploadRunner::giveUpContent() {
+asio::awaitable<void> UploadRunner::giveUpContent(LocalStat stat) {
     const bool hadKey = job_.wrappedFileKey.has_value();
     if (hadKey)
         co_await settleOldContent();
     job_.uploadId.reset();
     job_.wrappedFileKey.reset();
     job_.sha256.reset();
-    job_.sourceStat.reset();
     job_.plainSize.reset();
     job_.blobId.reset();
+    job_.sourceStat = stat;
     if (hadKey)
         save();
 }
@@ -122,16 +139,8 @@ asio::awaitable<void> UploadRunner::giveUpContent() {
 // Once there is a key, the old content may have become a file, or a version, whose answer was lost. The new
 // one is then based on that; were it not, this device would be in conflict with itself.
 asio::awaitable<void> UploadRunner::settleOldContent() {
-    try {
-        if (job_.uploadId) {
-            co_await context_.api->abortUpload(*job_.uploadId);
-            co_return;
-        }
-    } catch (const APIError&) {
-        if (TransferRules::runFailure(std::current_exception(), false).verdict !=
-            TransferRules::RunFailure::Verdict::failed)
-            throw;
-    }
+    if (job_.uploadId)
+        co_await endSession(*job_.uploadId);
     try {
         const auto file = co_await context_.api->file(job_.fileId.value_or(job_.clientFileId));
         if (isOwn(file))
@@ -142,10 +151,20 @@ asio::awaitable<void> UploadRunner::settleOldContent() {
     }
 }
 
+// One that is over already, or that the service does not let go of, is left to it.
+asio::awaitable<void> UploadRunner::endSession(std::string uploadId) {
+    try {
+        co_await context_.api->abortUpload(std::move(uploadId));
+    } catch (const APIError& error) {
+        if (error.isRetryable() || error.is<APIError::Cancelled>())
+            throw;
+    }
+}
+
 // Of several uploads of one content the first sends it; the others then find it at the service. A session
 // that ends under way is begun anew, once.
 asio::awaitable<RemoteFile> UploadRunner::store() {
-    const auto turn = co_await contents_.take(content_.blobId);
+    const auto turn = co_await uploads_.turns.take(*job_.blobId);
     try {
         co_return co_await storeOnce();
     } catch (const APIError& error) {
@@ -172,12 +191,12 @@ asio::awaitable<std::optional<PartPlan>> UploadRunner::resumeSession() {
         wrappedKey_ = *job_.wrappedFileKey;
         uploadId_ = *job_.uploadId;
         fileKey_ = masterKey_->unwrapFileKey(wrappedKey_);
-        co_return PartPlan(co_await sessionParts(), chunkCount());
+        co_return PartPlan::resumed(co_await sessionParts(), chunkCount());
     } catch (const APIError& error) {
-        if (!error.is<APIError::Expired>())
+        if (!error.is<APIError::Expired>() && !error.is<APIError::Decoding>())
             throw;
     }
-    forgetSession();
+    forgetSession(); // it is over, or none of this content's
     co_return std::nullopt;
 }
 
@@ -202,7 +221,7 @@ asio::awaitable<std::vector<UploadPart>> UploadRunner::sessionParts() {
 // The key is stored before anything is sealed with it: a run that follows seals the same content with it, or
 // none.
 asio::awaitable<std::optional<PartPlan>> UploadRunner::beginSession() {
-    auto answer = co_await context_.api->createUpload({content_.blobId, encryptedSize(), chunkCount()});
+    auto answer = co_await context_.api->createUpload({*job_.blobId, encryptedSize(), chunkCount()});
     if (answer.status == "exists") {
         auto key = co_await knownKey(context_, *masterKey_, job_, answer.wrappedFileKey);
         wrappedKey_ = std::move(key.wrapped);
@@ -247,35 +266,26 @@ asio::awaitable<void> UploadRunner::sendMissing(PartPlan& plan) {
     auto parts = plan.missing();
     if (parts.empty())
         co_return;
-    SendState state{plan, std::move(parts), 0, content_.size, false, co_await offload([this] {
-                        requireUnchanged(job_.sourcePath, content_.stat);
-                        return reading(
-                            [&] { return KRCrypto::FileChunkReader(job_.sourcePath, context_.chunkSize); });
-                    })};
+    SendState state{plan, std::move(parts), 0, content_->stat().size, false};
     for (const auto& part : state.parts)
-        state.progress -= static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
+        state.progress -= static_cast<std::int64_t>(content_->sizeOf(part.index));
     if (state.parts.size() == 1)
         co_await sendLane(state);
     else
         co_await both(sendLane(state), sendLane(state));
     co_await offload([this] {
-        requireUnchanged(job_.sourcePath, content_.stat);
+        content_->requireUnchanged();
         return true;
     });
 }
 
 asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
-    KRCrypto::Bytes buffer(static_cast<std::size_t>(std::min(context_.chunkSize, content_.size)) +
+    const auto size = content_->stat().size;
+    KRCrypto::Bytes buffer(static_cast<std::size_t>(std::min(context_.chunkSize, size)) +
                            KRCrypto::gcmTagSize);
     while (state.next < state.parts.size() && !state.urlsExpired) {
         const auto part = state.parts[state.next++];
-        const auto sealed = co_await offload([this, &state, &buffer, &part] {
-            const auto bytes =
-                reading([&] { return state.reader.encryptedInto(part.index, fileKey_, buffer); });
-            // Else another content is sealed here, which must not leave.
-            requireUnchanged(job_.sourcePath, content_.stat);
-            return bytes;
-        });
+        const auto sealed = co_await offload([&] { return content_->sealed(part.index, fileKey_, buffer); });
         try {
             co_await context_.transport->put(part.url, sealed);
         } catch (const std::exception& error) {
@@ -286,13 +296,13 @@ asio::awaitable<void> UploadRunner::sendLane(SendState& state) {
             co_return;
         }
         state.plan.markSent(part.index);
-        state.progress += static_cast<std::int64_t>(state.reader.plainSizeOf(part.index));
-        run_.setProgress(state.progress, content_.size);
+        state.progress += static_cast<std::int64_t>(content_->sizeOf(part.index));
+        run_.setProgress(state.progress, size);
     }
 }
 
 asio::awaitable<RemoteFile> UploadRunner::registerFile() {
-    for (;;) {
+    for (int conflicts = 0;;) {
         std::optional<APIError> refusal;
         try {
             co_return co_await registerOnce();
@@ -304,6 +314,8 @@ asio::awaitable<RemoteFile> UploadRunner::registerFile() {
         if (const auto* conflict = refusal->as<APIError::VersionConflict>()) {
             if (isOwn(conflict->file))
                 co_return *conflict->file;
+            if (++conflicts == mostConflicts)
+                throw APIError(*refusal);
             if (!becomeUpdate(conflict->file))
                 co_await becomeConflictCopy();
         } else if (refusal->is<APIError::NameConflict>() && !job_.fileId &&
@@ -320,8 +332,8 @@ asio::awaitable<RemoteFile> UploadRunner::registerFile() {
 asio::awaitable<RemoteFile> UploadRunner::registerOnce() {
     const auto fileName = name();
     const KRCrypto::FileMeta meta(
-        fileName, job_.mime.value_or("application/octet-stream"), content_.size, content_.sha256,
-        KRJSON::formatDate(job_.mtime.value_or(dateSince1970(content_.stat.mtime))));
+        fileName, job_.mime.value_or("application/octet-stream"), content_->stat().size, content_->sha256(),
+        KRJSON::formatDate(job_.mtime.value_or(dateSince1970(content_->stat().mtime))));
     const auto newId = job_.fileId ? std::nullopt : std::optional(job_.clientFileId);
     if (!uploadId_.empty()) {
         CompleteUploadRequest request{job_.folderId,
@@ -337,7 +349,7 @@ asio::awaitable<RemoteFile> UploadRunner::registerOnce() {
                               job_.folderId,
                               masterKey_->sealMeta(meta),
                               masterKey_->nameBlindIndex(fileName),
-                              content_.blobId,
+                              *job_.blobId,
                               wrappedKey_,
                               chunkCount(),
                               encryptedSize(),
@@ -372,7 +384,7 @@ asio::awaitable<void> UploadRunner::becomeConflictCopy() {
     if (!job_.fileId)
         throw APIError(APIError::VersionConflict{});
     const auto device = co_await context_.deviceName();
-    job_.originalName = job_.name;
+    job_.originalName = job_.originalName.value_or(job_.name);
     job_.name = FileNames::conflicted(job_.name, device, LocalCalendar::dayKey(context_.clock->now()));
     job_.isConflictCopy = true;
     job_.nameAttempt = 0;
@@ -403,12 +415,12 @@ void UploadRunner::folderMissing(const APIError::FolderMissing& missing) {
 
 // A file is complete without its thumbnail, so what goes wrong here is logged and the upload succeeds.
 asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
-    if (!job_.mime.value_or("").starts_with("image/") || content_.size > largestPicture)
+    if (!job_.mime.value_or("").starts_with("image/") || content_->stat().size > largestPicture)
         co_return;
     try {
         const auto sealed = co_await offload([this] {
             const auto picture = makeThumbnail(job_.sourcePath);
-            requireUnchanged(job_.sourcePath, content_.stat);
+            content_->requireUnchanged();
             return ChunkCrypto::sealThumbnail(fileKey_, KRCrypto::asBytes(picture));
         });
         if (sealed.size() > largestThumbnail)
@@ -416,18 +428,16 @@ asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
         co_await context_.api->uploadThumbnail(file.id, sealed);
         context_.index->setHasThumbnail(file.id, true);
     } catch (const std::exception& error) {
-        if (const auto* api = apiError(error); api != nullptr && api->is<APIError::Cancelled>())
-            throw;
         Log::warning("transfer", std::string("no thumbnail: ") + error.what());
     }
 }
 
 std::int64_t UploadRunner::chunkCount() const {
-    return ChunkCrypto::chunkCount(content_.size, context_.chunkSize);
+    return ChunkCrypto::chunkCount(content_->stat().size, context_.chunkSize);
 }
 
 std::int64_t UploadRunner::encryptedSize() const {
-    return ChunkCrypto::encryptedSize(content_.size, context_.chunkSize);
+    return ChunkCrypto::encryptedSize(content_->stat().size, context_.chunkSize);
 }
 
 } // namespace Korvane

@@ -4,13 +4,12 @@
 #include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/JobRunner.hpp"
 #include "KorvaneCore/sync/PartPlan.hpp"
-#include "KorvaneCore/sync/Turns.hpp"
-#include "KorvaneCore/sync/Unchanged.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
+#include "KorvaneCore/sync/UploadState.hpp"
 
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace Korvane {
@@ -24,23 +23,16 @@ struct SendState;
 /// session and key are given up together.
 class UploadRunner {
 public:
-    /// `contents` are the turns of the contents that are being sent, by blob id. All three outlive the run.
-    UploadRunner(const JobContext& context, TransferRun& run, Turns& contents, UploadJob job);
+    /// All three outlive the run.
+    UploadRunner(const JobContext& context, TransferRun& run, UploadState& uploads, UploadJob job);
 
     /// Throws what steers the queue (see TransferQueue), and what its parts throw.
     asio::awaitable<TransferOutcome::Uploaded> upload();
 
 private:
-    /// What is sent, as it was hashed.
-    struct Content {
-        LocalStat stat;
-        std::string sha256; ///< in hex
-        std::int64_t size = 0;
-        std::string blobId;
-    };
-
     asio::awaitable<void> hashSource();
-    [[nodiscard]] std::optional<Content> recordedContent() const;
+    asio::awaitable<std::shared_ptr<const SourceContent>> recordedContent(LocalStat stat);
+    asio::awaitable<std::shared_ptr<const SourceContent>> newContent(LocalStat stat);
     asio::awaitable<RemoteFile> store();
     asio::awaitable<void> addThumbnail(const RemoteFile& file);
 
@@ -49,8 +41,10 @@ private:
     asio::awaitable<std::optional<PartPlan>> beginSession();
     asio::awaitable<std::vector<UploadPart>> sessionParts();
     void forgetSession();
-    asio::awaitable<void> giveUpContent();
+    asio::awaitable<std::shared_ptr<const SourceContent>> hashed(LocalStat stat);
+    asio::awaitable<void> giveUpContent(LocalStat stat);
     asio::awaitable<void> settleOldContent();
+    asio::awaitable<void> endSession(std::string uploadId);
     asio::awaitable<RemoteFile> sendAndComplete(PartPlan plan);
     asio::awaitable<void> sendMissing(PartPlan& plan);
     asio::awaitable<void> sendLane(SendState& state);
@@ -67,19 +61,14 @@ private:
     [[nodiscard]] std::int64_t chunkCount() const;
     [[nodiscard]] std::int64_t encryptedSize() const;
 
-    template <class Work>
-    auto reading(Work work) const {
-        return whileUnchanged(job_.sourcePath, content_.stat, std::move(work));
-    }
-
     void save() { run_.save(job_); }
 
     const JobContext& context_;
     TransferRun& run_;
-    Turns& contents_;
+    UploadState& uploads_;
     UploadJob job_;
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
-    Content content_;
+    std::shared_ptr<const SourceContent> content_;
     std::string uploadId_; ///< of the session; empty for a blob that the service has
     KRCrypto::Bytes wrappedKey_;
     KRCrypto::SecretBytes fileKey_;

@@ -1,5 +1,6 @@
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/ChunkDecryptor.hpp"
+#include "KRCrypto/ChunkDigests.hpp"
 #include "KRCrypto/FileChunkReader.hpp"
 #include "KRCrypto/MasterKey.hpp"
 #include "tests/KRCrypto/Vectors.hpp"
@@ -283,6 +284,35 @@ TEST_F(Files, ReaderFindsChunksThatComeShortAndLeavesNoPlaintext) {
         EXPECT_EQ(std::ranges::count(out, 0x55), 0) << sentence;
     }
     EXPECT_EQ(failureOf([&] { return reader.encrypted(0, Bytes(31)); }), "Invalid key length 31");
+}
+
+TEST(ChunkDigestsTest, TellTheChunksApartWhateverThePiecesTheyWereReadIn) {
+    constexpr std::size_t size = 100;
+    Bytes plain(2 * size + 7);
+    std::ranges::generate(plain, [n = 0]() mutable { return static_cast<std::uint8_t>(n++ * 31); });
+    const auto chunk = [&](std::size_t index) {
+        return ByteView(plain).subspan(index * size, std::min(size, plain.size() - index * size));
+    };
+    for (const std::size_t piece : {std::size_t{1}, size - 1, size, size + 1, plain.size()}) {
+        ChunkDigests digests(size);
+        for (std::size_t at = 0; at < plain.size(); at += piece) {
+            digests.update(ByteView(plain).subspan(at, std::min(piece, plain.size() - at)));
+        }
+        digests.finish();
+        for (std::size_t index = 0; index < 3; ++index) {
+            Bytes changed(chunk(index).begin(), chunk(index).end());
+            EXPECT_TRUE(digests.matches(static_cast<std::int64_t>(index), changed)) << piece;
+            EXPECT_FALSE(digests.matches(static_cast<std::int64_t>((index + 1) % 3), changed));
+            EXPECT_FALSE(digests.matches(static_cast<std::int64_t>(index), ByteView(changed).first(6)));
+            changed.back() ^= 1U;
+            EXPECT_FALSE(digests.matches(static_cast<std::int64_t>(index), changed));
+        }
+        EXPECT_FALSE(digests.matches(3, {}));
+        EXPECT_FALSE(digests.matches(-1, {}));
+    }
+    ChunkDigests none(size);
+    none.finish();
+    EXPECT_TRUE(none.matches(0, {}));
 }
 
 } // namespace

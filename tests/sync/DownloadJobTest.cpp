@@ -1,4 +1,5 @@
 #include "KorvaneCore/sync/FileNames.hpp"
+#include "KorvaneCore/sync/Placement.hpp"
 #include "tests/sync/JobsFixture.hpp"
 
 namespace Korvane::Testing {
@@ -89,6 +90,25 @@ TEST_F(DownloadJobTest, AnEditDuringTheDownloadIsKept) {
     EXPECT_EQ(read(here_ / "file (1).txt"), "edited");
 }
 
+TEST_F(DownloadJobTest, AnEditBetweenTheLookAndTheRenameIsKept) {
+    std::filesystem::create_directory(here_);
+    writeFile(destination_, "as planned");
+    const auto planned = localStat(destination_);
+    PartialFile partial(here_ / ".korvane-x.partial");
+    partial.append(KRCrypto::asBytes("fetched"));
+    partial.finish({});
+    bool edited = false;
+    Placement placement(partial, destination_, [&](const std::filesystem::path&, const LocalStat& present) {
+        if (!std::exchange(edited, true))
+            writeFile(destination_, "saved meanwhile");
+        return present != planned;
+    });
+    EXPECT_EQ(placement.carryOut(), here_ / "file (1).txt");
+    EXPECT_EQ(read(here_ / "file (1).txt"), "saved meanwhile");
+    EXPECT_EQ(read(destination_), "fetched");
+    EXPECT_EQ(filesHere().size(), 2U);
+}
+
 TEST_F(DownloadJobTest, AFailureAtAnyStepLeavesAPartialFileAtMostAndTheNextRunReplacesIt) {
     const std::string routes[] = {"GET /v1/files/{id}", "GET /v1/files/{id}/download",
                                   "GET /storage/blobs/{blob}"};
@@ -117,6 +137,8 @@ TEST_F(DownloadJobTest, FilesThatAreGoneAreDropped) {
     missing.fileId = "nowhere";
     EXPECT_EQ(failure(missing)->text, "File no longer exists");
     EXPECT_EQ(failure(missing)->verdict, Verdict::dropped);
+    service_->faults().add("GET /v1/files/{id}/download", Fault::Answer{404, "", {}});
+    EXPECT_EQ(failure(downloadOf(file_, destination_))->text, "File no longer exists");
     device_.run(device_.api()->deleteFile(file_.id));
     EXPECT_EQ(failure(downloadOf(file_, destination_))->text, "File was deleted");
     EXPECT_EQ(failure(downloadOf(file_, destination_))->verdict, Verdict::dropped);
@@ -180,6 +202,12 @@ TEST(FileNamesTest, SplitAtTheLastDotThatBeginsAnExtension) {
     };
     for (const auto& [name, second] : table)
         EXPECT_EQ(FileNames::numbered(name, 2), second);
+    const std::string longest = std::string(246, 'x') + "\u00fcyyy.txt";
+    EXPECT_EQ(FileNames::numbered(longest, 2), std::string(246, 'x') + " (2).txt") << "no half character";
+    const auto full = FileNames::conflicted(longest, "Anna", "2026-11-21");
+    EXPECT_EQ(full.size(), 255U);
+    EXPECT_EQ(FileNames::furtherConflicted(full, 3),
+              std::string(210, 'x') + " (conflicted copy from Anna 2026-11-21 3).txt");
     const auto copy = FileNames::conflicted("a.txt", "An/na", "2026-11-21");
     EXPECT_EQ(copy, "a (conflicted copy from Anna 2026-11-21).txt");
     EXPECT_EQ(FileNames::furtherConflicted(copy, 3), "a (conflicted copy from Anna 2026-11-21 3).txt");

@@ -41,7 +41,7 @@ inline JobRunner::Result resultOf(const TransferRecord& record) {
     const auto job = transferJob(record);
     if (const auto* upload = std::get_if<UploadJob>(&job))
         return TransferOutcome::Uploaded{*upload, {}};
-    return TransferOutcome::Downloaded{std::get<DownloadJob>(job), {}, {}};
+    return TransferOutcome::Downloaded{std::get<DownloadJob>(job), {}, {}, {}};
 }
 
 /// Holds every run until the test ends it, or runs the test's script. No record and no path, asset or draft

@@ -40,6 +40,8 @@ protected:
         } catch (const RootReconciler::Incomplete&) {
             isIncomplete_ = true;
         }
+        if (beforeQueue_)
+            co_await beforeQueue_();
         co_await queue->start();
         for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
              stats = co_await queue->stats()) {
@@ -72,6 +74,7 @@ protected:
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
         folder_ / "status.sqlite", NotificationCenter(folder_ / "notifications"));
     std::shared_ptr<OwnWriteTracker> ownWrites_ = std::make_shared<OwnWriteTracker>(5, systemClock());
+    std::function<asio::awaitable<void>()> beforeQueue_;
     std::function<void()> beforeOutcome_;
     std::optional<std::string> again_; ///< of the latest outcome
     bool isIncomplete_ = false;        ///< the latest reconcile
@@ -125,6 +128,35 @@ TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
     EXPECT_EQ(read(here_ / "plan.txt"), content(60, 2));
     EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict);
     EXPECT_EQ(round(), 0);
+    EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict) << "until the user ends it";
+    fs::remove(here_ / copy);
+    round();
+    EXPECT_EQ(status_->aggregateStatus(here_), PathStatus::synced);
+}
+
+TEST_F(RootReconcilerTest, EditsAroundAConflictAreKept) {
+    const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
+    const std::string further = "plan (conflicted copy from Anna's laptop 2027-01-15 2).txt";
+    put("plan.txt", content(60, 1));
+    round();
+    auto theirs = uploadOf(write("plan.txt", content(60, 2)));
+    theirs.fileId = index_->child(root_, "plan.txt")->id;
+    theirs.baseVersion = 1;
+    upload(theirs);
+    put("plan.txt", content(61, 3));
+    beforeOutcome_ = [&] {
+        if (!fs::exists(here_ / further))
+            put(copy, "in the way");
+        else
+            put("plan.txt", content(60, 4)); // once the other version has come
+    };
+    round();
+    beforeOutcome_ = nullptr;
+    EXPECT_EQ(read(here_ / copy), "in the way");
+    EXPECT_EQ(read(here_ / further), content(61, 3));
+    EXPECT_EQ(again_, "root");
+    EXPECT_EQ(round(), 2) << "the one in the way, and the edit of what had come";
+    EXPECT_EQ(index_->child(root_, "plan.txt")->version, 3);
 }
 
 TEST_F(RootReconcilerTest, NamesThatAreTakenInTheAccountAreNumberedThere) {
@@ -163,6 +195,32 @@ TEST_F(RootReconcilerTest, WhatIsTrashedElsewhereIsMadeAnewOnceItChangesHere) {
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{"edited", "moved on"}));
 }
 
+TEST_F(RootReconcilerTest, WhatIsTrashedElsewhereWhileItWaitsIsMadeAnew) {
+    put("a.txt", content(10, 1));
+    round();
+    put("a.txt", content(15, 2));
+    beforeQueue_ = [&, id = index_->child(root_, "a.txt")->id]() -> asio::awaitable<void> {
+        co_await device_.api()->deleteFile(id);
+    };
+    round();
+    EXPECT_EQ(again_, "root");
+    EXPECT_EQ(remotePaths(), std::vector<std::string>{});
+    beforeQueue_ = nullptr;
+    EXPECT_EQ(round(), 1);
+    EXPECT_EQ(remotePaths(), std::vector<std::string>{"a.txt"});
+}
+
+TEST_F(RootReconcilerTest, AFileThatMovesAsItsUploadEndsIsOneFile) {
+    put("d/a.txt", content(10, 1));
+    round();
+    put("d/a.txt", content(15, 2));
+    beforeOutcome_ = [&] { index_->moveBase("root", "d", "e"); }; // as a round does
+    round();
+    const auto bases = index_->basesOf(index_->child(index_->child(root_, "d")->id, "a.txt")->id);
+    ASSERT_EQ(bases.size(), 1U);
+    EXPECT_EQ(bases.front().entry.relPath, "e/a.txt");
+}
+
 TEST_F(RootReconcilerTest, NothingIsSentWhileTheMirroredFolderIsInTheTrash) {
     put("m/a.txt", content(10, 1));
     round();
@@ -173,6 +231,7 @@ TEST_F(RootReconcilerTest, NothingIsSentWhileTheMirroredFolderIsInTheTrash) {
     put("m/b.txt", content(20, 2));
     EXPECT_EQ(round(), 0);
     EXPECT_EQ(status_->status(here_ / "m"), PathStatus::error);
+    EXPECT_TRUE(isIncomplete_);
     device_.run(device_.api()->restoreFolder(folder));
     EXPECT_EQ(round(), 1);
     EXPECT_EQ(status_->aggregateStatus(here_ / "m"), PathStatus::synced);

@@ -203,6 +203,9 @@ TEST_F(Engine, AFailedReconcileIsTriedAgainEverLaterUntilItSucceeds) {
         advance(1s);
         EXPECT_EQ(reconciled.size(), before + 1);
     }
+    tell({{"/r/b"}});
+    advance(settleInterval);
+    EXPECT_EQ(reconciled.size(), 5U) << "a change does not wait for the next try";
     reconcileFails = false;
     advance(80s);
     EXPECT_EQ(clock->sleepers(), 0U);

@@ -1,4 +1,5 @@
 #include "KRCrypto/ChunkCrypto.hpp"
+#include "KorvaneCore/sync/PartPlan.hpp"
 #include "tests/sync/JobsFixture.hpp"
 
 namespace Korvane::Testing {
@@ -120,19 +121,103 @@ TEST_F(UploadJobTest, AFailureAtAnyStepLosesNothingAndDoublesNothing) {
     EXPECT_EQ(std::ssize(namesInRoot()), round);
 }
 
+// The transport holds against each other what is sealed under one key.
 TEST_F(UploadJobTest, ASourceEditedMeanwhileIsNeverSentUnderTheOldKey) {
-    const auto source = write("file", content(200, 1));
-    KeptRun run(uploadOf(source));
-    transport_->beforePut = [&, edited = false]() mutable {
-        if (!std::exchange(edited, true))
-            write("file", content(200, 2));
+    struct Case {
+        bool keepsLooks;  ///< size, date and inode
+        bool ownProcess;  ///< the second run's
+        bool betweenRuns; ///< edited then, not while it is sent
     };
-    const auto first = failure(run);
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first->verdict, Verdict::retry);
-    EXPECT_EQ(first->text, "File changed while it was being read");
-    const auto uploaded = upload(run);
-    expectContent(uploaded.file, content(200, 2));
+
+    int round = 0;
+    for (const auto& [keepsLooks, ownProcess, betweenRuns] :
+         {Case{false, false, false}, Case{true, false, false}, Case{true, true, false},
+          Case{true, true, true}}) {
+        const auto before = content(200, ++round);
+        const auto after = content(200, ++round);
+        const auto source = write("file", before);
+        const auto edit = [&] {
+            const auto date = std::filesystem::last_write_time(source);
+            std::fstream(source, std::ios::in | std::ios::out) << after;
+            if (keepsLooks)
+                std::filesystem::last_write_time(source, date);
+        };
+        KeptRun run(uploadOf(source));
+        if (betweenRuns)
+            service_->faults().add("PUT /storage/parts/{upload}/{part}", Fault::Answer{503, "", {}}, 3, 4);
+        transport_->beforePut = [&, edited = betweenRuns]() mutable {
+            if (!std::exchange(edited, true))
+                edit();
+        };
+        const auto first = failure(run);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first->verdict, Verdict::retry);
+        EXPECT_TRUE(betweenRuns || first->text == "File changed while it was being read") << first->text;
+        transport_->beforePut = nullptr;
+        if (betweenRuns)
+            edit();
+        if (ownProcess)
+            runner_.reset();
+        service_->faults().clear();
+        expectContent(upload(run).file, after);
+    }
+}
+
+TEST_F(UploadJobTest, ASourceThatVanishesIsLookedForOnceMore) {
+    KeptRun run(uploadOf(write("file", content(200))));
+    transport_->beforePut = [&] { std::filesystem::remove(folder_ / "file"); };
+    EXPECT_EQ(failure(run)->text, "File changed while it was being read");
+    const auto second = failure(run);
+    EXPECT_EQ(second->text, "Source file no longer exists");
+    EXPECT_EQ(second->verdict, Verdict::failed);
+}
+
+TEST_F(UploadJobTest, ASessionThatEndsMeanwhileIsBegunAnewAndRefusedPartsAreSentAgain) {
+    const std::tuple<const char*, Fault::Answer, int> table[] = {
+        {"GET /v1/uploads/{id}", {410, "", {}}, 6},
+        {"GET /v1/uploads/{id}", {404, "", {}}, 6},
+        {"POST /v1/uploads/{id}/complete", {410, "", {}}, 6},
+        {"POST /v1/uploads/{id}/complete",
+         {409, R"({"error":{"code":"parts_missing","details":{"missing":[2,99]}}})", {}},
+         4},
+    };
+    int round = 0;
+    for (const auto& [route, answer, puts] : table) {
+        const auto bytes = content(3 * static_cast<std::size_t>(jobChunk), ++round);
+        service_->faults().add(route, answer);
+        transport_->puts = 0;
+        expectContent(upload(uploadOf(write("file" + std::to_string(round), bytes))).file, bytes);
+        EXPECT_EQ(transport_->puts, puts) << route << " " << answer.status;
+    }
+}
+
+TEST(PartPlan, WhatWasNotSentIsMissingWhateverTheServiceSaysOfIt) {
+    const auto part = [](std::int64_t number, std::optional<bool> uploaded) {
+        UploadPart part;
+        part.partNumber = number;
+        part.uploaded = uploaded;
+        return part;
+    };
+    const auto indices = [](const PartPlan& plan) {
+        std::vector<std::int64_t> missing;
+        for (const auto& found : plan.missing())
+            missing.push_back(found.index);
+        return missing;
+    };
+    using Indices = std::vector<std::int64_t>;
+    const std::vector parts{part(7, true), part(5, false), part(6, {})};
+    PartPlan fresh(parts, 3);
+    EXPECT_EQ(indices(fresh), (Indices{0, 1, 2}));
+    EXPECT_EQ(indices(PartPlan::resumed(parts, 3)), (Indices{0, 1}));
+    for (const int index : {0, 1, 2})
+        fresh.markSent(index);
+    EXPECT_EQ(indices(fresh), Indices{0}) << "the service does not have it";
+    fresh.update({part(5, true), part(6, true), part(7, true)});
+    EXPECT_EQ(indices(fresh), Indices{});
+    fresh.markRefused({6, 8});
+    EXPECT_EQ(indices(fresh), Indices{1});
+    EXPECT_THROW(fresh.update({part(5, true), part(6, true)}), APIError);
+    EXPECT_THROW(fresh.update({part(5, true), part(6, true), part(6, true)}), APIError);
 }
 
 TEST_F(UploadJobTest, AVersionConflictBecomesACopyBesideTheOtherVersion) {
@@ -227,6 +312,9 @@ TEST_F(UploadJobTest, WhatCannotBeUploadedSaysWhy) {
         EXPECT_EQ(failed->verdict, Verdict::failed) << name;
         EXPECT_EQ(failed->text, text);
     }
+    std::filesystem::resize_file(folder_ / "large", 10'000 * jobChunk);
+    service_->faults().add("POST /v1/uploads", Fault::Answer{403, "", {}});
+    EXPECT_EQ(failure(uploadOf(folder_ / "large"))->text, "Forbidden") << "as large as can be";
     service_->faults().add("POST /v1/uploads", Fault::Answer{200, R"({"status":"created"})", {}});
     EXPECT_EQ(failure(uploadOf(write("file", "x")))->text, "upload id missing");
 }

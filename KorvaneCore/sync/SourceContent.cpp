@@ -1,6 +1,8 @@
-#include "KorvaneCore/sync/ContentHash.hpp"
+#include "KorvaneCore/sync/SourceContent.hpp"
 
+#include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/Hex.hpp"
+#include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/Sha256.hpp"
 #include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
@@ -10,7 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <memory>
+#include <utility>
 #include <vector>
 
 namespace Korvane {
@@ -25,6 +27,7 @@ struct Hashing {
     std::uint64_t size;
     std::uint64_t offset = 0;
     KRCrypto::Sha256 hasher;
+    KRCrypto::ChunkDigests digests;
     std::vector<std::uint8_t> buffer;
 
     /// Whether there is more.
@@ -34,6 +37,7 @@ struct Hashing {
             const auto part = std::span(buffer).first(length);
             file.readAt(offset, part);
             hasher.update(part);
+            digests.update(part);
             offset += length;
         }
         return offset < size;
@@ -59,26 +63,59 @@ asio::awaitable<void> settle(const LocalStat& stat) {
 
 } // namespace
 
-asio::awaitable<std::string> contentHash(std::filesystem::path file, LocalStat stat) {
+SourceContent::SourceContent(std::filesystem::path file, LocalStat stat, std::string sha256,
+                             KRCrypto::ChunkDigests digests, std::int64_t chunkSize)
+    : file_(std::move(file)),
+      stat_(stat),
+      sha256_(std::move(sha256)),
+      digests_(std::move(digests)),
+      reader_(file_, chunkSize),
+      chunkCount_(KRCrypto::ChunkCrypto::chunkCount(stat_.size, chunkSize)) {}
+
+asio::awaitable<std::shared_ptr<const SourceContent>>
+SourceContent::read(std::filesystem::path file, LocalStat stat, std::int64_t chunkSize) {
     co_await settle(stat);
-    const auto hashing = co_await offload([file, stat] {
+    const auto hashing = co_await offload([=] {
         return whileUnchanged(file, stat, [&] {
             const auto size = static_cast<std::uint64_t>(stat.size);
             return std::make_shared<Hashing>(Hashing{OpenFile::forReading(file),
                                                      size,
                                                      0,
                                                      {},
+                                                     KRCrypto::ChunkDigests(chunkSize),
                                                      std::vector<std::uint8_t>(std::min(size, bufferSize))});
         });
     });
     for (bool more = true; more;)
         more = co_await offload(
             [=] { return whileUnchanged(file, stat, [&] { return hashing->nextPiece(); }); });
-    co_await offload([=] {
-        requireUnchanged(file, stat);
-        return true;
+    co_return co_await offload([=] {
+        hashing->digests.finish();
+        const auto content = whileUnchanged(file, stat, [&] {
+            return std::shared_ptr<const SourceContent>(
+                new SourceContent(file, stat, KRCrypto::hexString(hashing->hasher.digest()),
+                                  std::move(hashing->digests), chunkSize));
+        });
+        content->requireUnchanged();
+        return content;
     });
-    co_return KRCrypto::hexString(hashing->hasher.digest());
+}
+
+KRCrypto::ByteView SourceContent::sealed(std::int64_t chunk, KRCrypto::ByteView fileKey,
+                                         KRCrypto::MutableBytes buffer) const {
+    try {
+        const auto plain = whileUnchanged(file_, stat_, [&] { return reader_.plainInto(chunk, buffer); });
+        if (!digests_.matches(chunk, plain))
+            throw KRCrypto::KRCryptoError(KRCrypto::KRCryptoError::FileChangedDuringRead{});
+        return KRCrypto::ChunkCrypto::encryptChunkInto(fileKey, chunk, chunkCount_, plain, buffer);
+    } catch (...) {
+        KRCrypto::wipe(buffer);
+        throw;
+    }
+}
+
+void SourceContent::requireUnchanged() const {
+    Korvane::requireUnchanged(file_, stat_);
 }
 
 } // namespace Korvane
