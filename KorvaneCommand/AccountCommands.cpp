@@ -4,21 +4,26 @@
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/GivenSecret.hpp"
+#include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/SecretInput.hpp"
 
 #include <cstdio>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 
 namespace Korvane {
 
 namespace {
 
+using CommonOptions::addDescriptor;
+
 struct AccountRequest {
     std::string email;
     std::optional<std::string> service;
     std::optional<std::string> inviteCode;
+    std::optional<int> inviteCodeFD;
     std::optional<int> passwordFD;
     std::optional<int> newPasswordFD;
     std::optional<int> codeFD;
@@ -35,72 +40,138 @@ struct Identity {
 };
 BOOST_DESCRIBE_STRUCT(Identity, (), (email, userId, device, service))
 
-void useService(const AccountRequest& request) {
-    if (!request.service)
-        return;
-    if (!KRConfiguration::parseBaseURL(*request.service))
-        throw std::invalid_argument("--service is no http or https URL");
-    KRConfiguration::setOverrides(request.service, request.service);
+/// `sign-up`: the one time that the code is told.
+struct SignedUp {
+    std::string email;
+    std::string userId;
+    Device device;
+    std::string service;
+    SecretText recoveryCode;
+};
+BOOST_DESCRIBE_STRUCT(SignedUp, (), (email, userId, device, service, recoveryCode))
+
+struct RecoveryCode {
+    SecretText recoveryCode;
+};
+BOOST_DESCRIBE_STRUCT(RecoveryCode, (), (recoveryCode))
+
+struct SignedOut {
+    std::optional<std::string> signedOut; ///< the e-mail address, where it was still known
+};
+BOOST_DESCRIBE_STRUCT(SignedOut, (), (signedOut))
+
+struct RevokedDevice {
+    std::string id;
+};
+BOOST_DESCRIBE_STRUCT(RevokedDevice, (), (id))
+
+/// A device on its way in: it is signed out, and no other process works for an account, or signs in, until
+/// this one is done.
+struct Entrance {
+    explicit Entrance(const AccountRequest& request) : client(request.service), lock(claimed(client)) {}
+
+    Client client;
+    FileLock lock;
+
+private:
+    static FileLock claimed(Client& client) {
+        client.run(client.account.requireSignedOut());
+        return AccountData::claim();
+    }
+};
+
+Identity identityOf(const Client& client) {
+    const auto session = client.account.requiredSession();
+    return {session.user.email, session.user.id, session.device,
+            std::string(client.configuration.apiBaseURL.buffer())};
+}
+
+void print(const Identity& identity, const char* done) {
+    std::printf("%s %s on \"%s\", at %s.\n", done, printable(identity.email).c_str(),
+                printable(identity.device.name).c_str(), identity.service.c_str());
 }
 
 void report(const Client& client, const AccountRequest& request, const char* done) {
-    const auto session = client.account.requiredSession();
-    const Identity identity{session.user.email, session.user.id, session.device,
-                            std::string(client.configuration.apiBaseURL.buffer())};
     if (request.json)
-        std::puts(KRJSON::write(identity).c_str());
+        std::puts(KRJSON::write(identityOf(client)).c_str());
     else
-        std::printf("%s %s on \"%s\", at %s.\n", done, identity.email.c_str(), identity.device.name.c_str(),
-                    identity.service.c_str());
+        print(identityOf(client), done);
 }
 
-void showRecoveryCode(const SecretText& code, bool json) {
+/// A line of JSON with a secret in it.
+template <class Record>
+void putSecret(const Record& record) {
+    auto text = KRJSON::write(record);
+    const KRCrypto::WipedAtEnd wiped(text);
+    std::puts(text.c_str());
+}
+
+void printRecoveryCode(const SecretText& code) {
     const auto text = code.text();
-    if (json)
-        std::printf("{\"recoveryCode\":\"%.*s\"}\n", static_cast<int>(text.size()), text.data());
-    else
-        std::printf(
-            "Write down your recovery code. It opens the account when the password is lost, and it is not "
-            "shown again:\n\n  %.*s\n",
-            static_cast<int>(text.size()), text.data());
+    std::printf(
+        "Write down your recovery code. It opens the account when the password is lost, and it is not "
+        "shown again:\n\n  %.*s\n",
+        static_cast<int>(text.size()), text.data());
+}
+
+std::optional<std::string> invitation(const AccountRequest& request) {
+    return request.inviteCodeFD ? std::optional(SecretInput::readLine(*request.inviteCodeFD))
+                                : request.inviteCode;
 }
 
 int signUp(const AccountRequest& request) {
-    useService(request);
-    Client client;
-    const auto code = client.run(
-        client.account.signUp(request.email, chosenPassword(request.passwordFD), request.inviteCode));
-    if (!request.json)
-        report(client, request, "Signed up as");
-    showRecoveryCode(code, request.json);
+    Entrance entrance(request);
+    auto& client = entrance.client;
+    const auto password = chosenPassword(request.passwordFD); // the first line, where both come from one file
+    const auto code = client.run(client.account.signUp(request.email, password, invitation(request)));
+    const auto identity = identityOf(client);
+    if (request.json) {
+        putSecret(SignedUp{identity.email, identity.userId, identity.device, identity.service, code});
+        return ExitCode::done;
+    }
+    print(identity, "Signed up as");
+    printRecoveryCode(code);
     return ExitCode::done;
 }
 
 int signIn(const AccountRequest& request) {
-    useService(request);
-    Client client;
+    Entrance entrance(request);
+    auto& client = entrance.client;
     client.run(client.account.signIn(request.email, givenSecret(request.passwordFD, "Password: ")));
     report(client, request, "Signed in as");
     return ExitCode::done;
 }
 
+/// Whether there is a sign-in to end, or a part of one.
+bool hasSignIn(Client& client) {
+    try {
+        return client.run(client.account.restoreSession()) || client.run(client.api->hasTokens());
+    } catch (const KeychainDamaged&) {
+        return true; // signing out says so
+    }
+}
+
 // What is left of the account goes even where the sign-in has ended before.
-int signOut(const AccountRequest&) {
+int signOut(const AccountRequest& request) {
     const auto lock = AccountData::claim();
     Client client;
-    const bool wasSignedIn = client.run(client.account.restoreSession());
-    if (wasSignedIn)
-        client.run(client.account.signOut());
+    const bool wasSignedIn = hasSignIn(client);
+    const auto session = client.account.session();
+    client.run(client.account.signOut());
     AccountData::forget();
     if (!wasSignedIn)
         throw APIError(APIError::NotSignedIn{});
-    std::puts("Signed out.");
+    if (request.json)
+        std::puts(
+            KRJSON::write(SignedOut{session ? std::optional(session->user.email) : std::nullopt}).c_str());
+    else
+        std::puts("Signed out.");
     return ExitCode::done;
 }
 
 int recover(const AccountRequest& request) {
-    useService(request);
-    Client client;
+    Entrance entrance(request);
+    auto& client = entrance.client;
     const auto code = givenSecret(request.codeFD, "Recovery code: ");
     client.run(client.account.recover(request.email, code, chosenPassword(request.newPasswordFD)));
     report(client, request, "Recovered, and signed in as");
@@ -112,7 +183,10 @@ int changePassword(const AccountRequest& request) {
     client.requireSession();
     const auto current = givenSecret(request.passwordFD, "Current password: ");
     client.run(client.account.changePassword(current, chosenPassword(request.newPasswordFD)));
-    std::puts("The password was changed.");
+    if (request.json)
+        std::puts(KRJSON::write(identityOf(client)).c_str());
+    else
+        std::puts("The password was changed.");
     return ExitCode::done;
 }
 
@@ -121,7 +195,10 @@ int newRecoveryCode(const AccountRequest& request) {
     client.requireSession();
     const auto code =
         client.run(client.account.rotateRecoveryKey(givenSecret(request.passwordFD, "Password: ")));
-    showRecoveryCode(code, request.json);
+    if (request.json)
+        putSecret(RecoveryCode{code});
+    else
+        printRecoveryCode(code);
     return ExitCode::done;
 }
 
@@ -141,8 +218,8 @@ int listDevices(const AccountRequest& request) {
         return ExitCode::done;
     }
     for (const auto& device : devices)
-        std::printf("%s  %-6s %s%s\n", device.id.c_str(), device.platform.c_str(), device.name.c_str(),
-                    device.current.value_or(false) ? "  (this device)" : "");
+        std::printf("%s  %-6s %s%s\n", printable(device.id).c_str(), printable(device.platform).c_str(),
+                    printable(device.name).c_str(), device.current.value_or(false) ? "  (this device)" : "");
     return ExitCode::done;
 }
 
@@ -153,7 +230,8 @@ int renameDevice(const AccountRequest& request) {
     if (request.json)
         std::puts(KRJSON::write(device).c_str());
     else
-        std::printf("%s is now called \"%s\".\n", device.id.c_str(), device.name.c_str());
+        std::printf("%s is now called \"%s\".\n", printable(device.id).c_str(),
+                    printable(device.name).c_str());
     return ExitCode::done;
 }
 
@@ -161,11 +239,14 @@ int revokeDevice(const AccountRequest& request) {
     Client client;
     client.requireSession();
     client.run(client.api->revokeDevice(request.device));
-    std::printf("%s is signed out.\n", request.device.c_str());
+    if (request.json)
+        std::puts(KRJSON::write(RevokedDevice{request.device}).c_str());
+    else
+        std::printf("%s is signed out.\n", printable(request.device).c_str());
     return ExitCode::done;
 }
 
-/// Adds one command, with the request its options fill.
+/// Adds one command, with the request its options fill; all answer in JSON.
 struct Adder {
     CLI::App& app;
     int& status;
@@ -175,6 +256,7 @@ struct Adder {
                                                               int (*act)(const AccountRequest&)) const {
         auto* command = parent.add_subcommand(name, about);
         const auto request = std::make_shared<AccountRequest>();
+        CommonOptions::addJSON(*command, request->json);
         command->callback([request, act, &result = status] { result = act(*request); });
         return {command, request};
     }
@@ -182,26 +264,14 @@ struct Adder {
 
 void addEmail(CLI::App& command, AccountRequest& request) {
     command.add_option("EMAIL", request.email, "E-mail address of the account")->required();
-    command.add_option("--service", request.service, "URL of the service, from now on")->type_name("URL");
-}
-
-void addPassword(CLI::App& command, std::optional<int>& fd, const std::string& option,
-                 const std::string& what) {
-    command.add_option(option, fd, "Read the " + what + " from this file descriptor")
-        ->check(CLI::NonNegativeNumber);
-}
-
-void addJSON(CLI::App& command, AccountRequest& request) {
-    command.add_flag("--json", request.json, "Print one line of JSON");
+    CommonOptions::addService(command, request.service, "URL of the service, from the sign-in on");
 }
 
 void addDevices(const Adder& adder) {
     auto* devices = adder.app.add_subcommand("devices", "Manage the devices");
     devices->require_subcommand(1);
-    const auto [list, listing] = adder.add(*devices, "list", "List them", listDevices);
-    addJSON(*list, *listing);
+    adder.add(*devices, "list", "List them", listDevices);
     const auto [rename, renaming] = adder.add(*devices, "rename", "Give one a new name", renameDevice);
-    addJSON(*rename, *renaming);
     rename->add_option("ID", renaming->device, "Its identifier")->required();
     rename->add_option("NAME", renaming->name, "Its new name")->required();
     const auto [revoke, revoking] = adder.add(*devices, "revoke", "Sign one out", revokeDevice);
@@ -214,34 +284,31 @@ void addAccountCommands(CLI::App& app, int& status) {
     const Adder adder{app, status};
     const auto [up, signingUp] = adder.add(app, "sign-up", "Make an account", signUp);
     addEmail(*up, *signingUp);
-    addPassword(*up, signingUp->passwordFD, "--password-fd", "password");
-    up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
-        ->type_name("CODE");
-    addJSON(*up, *signingUp);
+    addDescriptor(*up, signingUp->passwordFD, "--password-fd", "password");
+    auto* invited =
+        up->add_option("--invite-code", signingUp->inviteCode, "Invitation, where the service asks for one")
+            ->type_name("CODE");
+    addDescriptor(*up, signingUp->inviteCodeFD, "--invite-code-fd", "invitation")->excludes(invited);
 
     const auto [in, signingIn] = adder.add(app, "sign-in", "Sign in on this device", signIn);
     addEmail(*in, *signingIn);
-    addPassword(*in, signingIn->passwordFD, "--password-fd", "password");
-    addJSON(*in, *signingIn);
+    addDescriptor(*in, signingIn->passwordFD, "--password-fd", "password");
 
     adder.add(app, "sign-out", "Sign out, forget keys", signOut);
 
     const auto [back, recovering] = adder.add(app, "recover", "Recover a lost password", recover);
     addEmail(*back, *recovering);
-    addPassword(*back, recovering->codeFD, "--code-fd", "recovery code");
-    addPassword(*back, recovering->newPasswordFD, "--new-password-fd", "new password");
-    addJSON(*back, *recovering);
+    addDescriptor(*back, recovering->codeFD, "--code-fd", "recovery code");
+    addDescriptor(*back, recovering->newPasswordFD, "--new-password-fd", "new password");
 
     const auto [password, changing] = adder.add(app, "password", "Change the password", changePassword);
-    addPassword(*password, changing->passwordFD, "--password-fd", "current password");
-    addPassword(*password, changing->newPasswordFD, "--new-password-fd", "new password");
+    addDescriptor(*password, changing->passwordFD, "--password-fd", "current password");
+    addDescriptor(*password, changing->newPasswordFD, "--new-password-fd", "new password");
 
     const auto [code, rotating] = adder.add(app, "recovery-code", "Renew the recovery code", newRecoveryCode);
-    addPassword(*code, rotating->passwordFD, "--password-fd", "password");
-    addJSON(*code, *rotating);
+    addDescriptor(*code, rotating->passwordFD, "--password-fd", "password");
 
-    const auto [who, asking] = adder.add(app, "whoami", "Tell who is signed in", whoami);
-    addJSON(*who, *asking);
+    adder.add(app, "whoami", "Tell who is signed in", whoami);
     addDevices(adder);
 }
 

@@ -9,6 +9,8 @@
 #include <boost/asio/io_context.hpp>
 
 #include <memory>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace Korvane {
@@ -19,6 +21,9 @@ namespace Korvane {
 class Client {
 public:
     Client();
+
+    /// At this service, where one is named: an http or https URL, which a sign-in makes the stored one.
+    explicit Client(const std::optional<std::string>& service);
 
     /// With another configuration than the stored one, which stays as it is.
     explicit Client(KRConfiguration with);
@@ -38,9 +43,16 @@ public:
     /// Takes up the stored sign-in. Throws APIError (NotSignedIn).
     void requireSession();
 
+    /// Why the service takes the sign-in no longer, once it does not.
+    [[nodiscard]] const std::optional<APIError>& signInEnd() const noexcept { return signInEnd_; }
+
 private:
+    Client(KRConfiguration with, std::optional<std::string> service);
+
     void endSignIn(const APIError& error);
     asio::awaitable<void> forgetKeys();
+
+    std::optional<APIError> signInEnd_;
 };
 
 } // namespace Korvane

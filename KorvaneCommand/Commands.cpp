@@ -40,7 +40,7 @@ void addCommands(CLI::App& app, int& status) {
     };
     app.name("korvane");
     app.description("End-to-end-encrypted file storage.");
-    app.footer("Exit codes: 0 done, 1 failed or partly failed, 2 called wrongly.");
+    app.footer("Exit codes: 0 done, 1 failed or partly so, 2 called wrongly, 3 not signed in.");
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "korvane " KORVANE_VERSION, "Print the version");
     app.formatter(std::make_shared<HelpFormatter>());

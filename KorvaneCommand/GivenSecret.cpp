@@ -1,9 +1,9 @@
 #include "KorvaneCommand/GivenSecret.hpp"
 
 #include "KRCrypto/SecretBytes.hpp"
+#include "KorvaneCommand/UsageError.hpp"
 #include "KorvaneCore/platform/SecretInput.hpp"
 
-#include <stdexcept>
 #include <string>
 
 namespace Korvane {
@@ -18,9 +18,9 @@ SecretText givenSecret(const std::optional<int>& fd, std::string_view prompt) {
 SecretText chosenPassword(const std::optional<int>& fd) {
     auto password = givenSecret(fd, "New password: ");
     if (password.empty())
-        throw std::invalid_argument("a password is not empty");
+        throw UsageError("a password is not empty");
     if (!fd && givenSecret(fd, "The same again: ") != password)
-        throw std::invalid_argument("the passwords differ; nothing was changed");
+        throw UsageError("the passwords differ; nothing was changed");
     return password;
 }
 

@@ -10,8 +10,8 @@ namespace Korvane {
 /// A line of the file descriptor, or else of the terminal. Throws SecretInput::Error.
 [[nodiscard]] SecretText givenSecret(const std::optional<int>& fd, std::string_view prompt);
 
-/// A password to be: asked for twice on a terminal. Throws std::invalid_argument for an empty one and for two
-/// that differ.
+/// A password to be: asked for twice on a terminal. Throws UsageError for an empty one and for two that
+/// differ.
 [[nodiscard]] SecretText chosenPassword(const std::optional<int>& fd);
 
 } // namespace Korvane

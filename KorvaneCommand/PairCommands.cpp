@@ -1,22 +1,23 @@
 #include "KorvaneCommand/PairCommands.hpp"
 
+#include "KorvaneCommand/AccountData.hpp"
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/account/PairingApproval.hpp"
 #include "KorvaneCore/account/PairingDigits.hpp"
 #include "KorvaneCore/account/PairingError.hpp"
 #include "KorvaneCore/account/PairingOffer.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "KorvaneCore/platform/Bundle.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 
 #include <boost/describe/class.hpp>
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 
 namespace Korvane {
 
@@ -65,23 +66,9 @@ std::string answerTo(const PairRequest& request, const char* question) {
     return line;
 }
 
-void requireYes(const PairRequest& request) {
+bool saysYes(const PairRequest& request) {
     const auto answer = answerTo(request, "Do both devices show these digits? [y/N] ");
-    if (answer != "y" && answer != "Y" && answer != "yes")
-        throw PairingError(PairingError::Kind::notConfirmed);
-}
-
-/// The stored configuration, with the service that was named: it is kept only once a pairing succeeds.
-KRConfiguration configurationOf(const PairRequest& request) {
-    auto configuration = KRConfiguration::fromBundle(Bundle::main());
-    if (!request.service)
-        return configuration;
-    const auto url = KRConfiguration::parseBaseURL(*request.service);
-    if (!url)
-        throw std::invalid_argument("--service is no http or https URL");
-    configuration.apiBaseURL = *url;
-    configuration.webBaseURL = *url;
-    return configuration;
+    return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 std::string minutes(std::chrono::seconds time) {
@@ -90,7 +77,8 @@ std::string minutes(std::chrono::seconds time) {
 }
 
 int start(const PairRequest& request) {
-    Client client(configurationOf(request));
+    Client client(request.service);
+    client.run(client.account.requireSignedOut());
     PairingOffer offer(client.api, systemClock(), request.name.value_or(DeviceInfo::currentDeviceName()));
     const auto invitation = client.run(offer.start());
     tell(request,
@@ -101,10 +89,10 @@ int start(const PairRequest& request) {
     tell(request, {.step = "announced", .digits = digits},
          "The other device has answered. It must show the same digits as this one:\n\n  " +
              PairingDigits::grouped(digits) + "\n");
-    requireYes(request);
-    client.run(offer.accept(client.account));
-    if (request.service)
-        KRConfiguration::setOverrides(request.service, request.service);
+    if (!saysYes(request))
+        throw PairingError(PairingError::Kind::notConfirmed);
+    std::optional<FileLock> lock;
+    client.run(offer.accept(client.account, [&lock] { lock = AccountData::claim(); }));
     if (request.name)
         DeviceInfo::setPreferredName(*request.name);
     const auto session = client.account.requiredSession();
@@ -116,6 +104,15 @@ int start(const PairRequest& request) {
          "Paired, and signed in as " + printable(session.user.email) + " on \"" +
              printable(session.device.name) + "\".");
     return ExitCode::done;
+}
+
+/// The new device waits no longer.
+void decline(Client& client, PairingApproval& approval) {
+    try {
+        client.run(approval.decline());
+    } catch (const std::exception& error) {
+        Log::warning("account", std::string("the new device was not told: ") + error.what());
+    }
 }
 
 int approve(const PairRequest& request) {
@@ -132,10 +129,13 @@ int approve(const PairRequest& request) {
         text += " It must show the same digits as this one:\n\n  " + PairingDigits::grouped(digits) + "\n";
     }
     tell(request, announced, text);
-    if (!request.typesDigits)
-        requireYes(request);
-    else if (!PairingDigits::same(answerTo(request, "Digits on the new device: "), digits))
+    const bool isConfirmed =
+        request.typesDigits ? PairingDigits::same(answerTo(request, "Digits on the new device: "), digits)
+                            : saysYes(request);
+    if (!isConfirmed) {
+        decline(client, approval);
         throw PairingError(PairingError::Kind::notConfirmed);
+    }
     client.run(approval.approve());
     tell(request, {.step = "done"}, "The key is on its way; the new device asks for a last confirmation.");
     return ExitCode::done;
@@ -153,8 +153,7 @@ void addPairCommands(CLI::App& app, int& status) {
     starting->footer(
         "Shows a code, then digits to compare, and signs in. The answer to the question is read from "
         "standard input.");
-    starting->add_option("--service", request->service, "URL of the service, from the sign-in on")
-        ->type_name("URL");
+    CommonOptions::addService(*starting, request->service, "URL of the service, from the sign-in on");
     starting->add_option("--name", request->name, "What this device is to be called")->type_name("NAME");
     starting->add_flag("--json", request->json, "Print one line of JSON for each step");
     starting->callback([request, &status] { status = start(*request); });

@@ -3,6 +3,7 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/sync/SyncRoots.hpp"
 
@@ -103,7 +104,8 @@ int pin(const PinRequest& request) {
 }
 
 /// What was pinned can be named by its identifier too, as `pins --json` tells it.
-asio::awaitable<void> unpinAll(Workshop& workshop, const PinRequest& request) {
+asio::awaitable<void> unpinAll(Workshop& workshop, const PinRequest& request,
+                               std::vector<PinReport>& reports) {
     const auto pinned = workshop.index->pinnedIds();
     std::vector<std::string> ids;
     for (const auto& path : request.paths) {
@@ -116,13 +118,20 @@ asio::awaitable<void> unpinAll(Workshop& workshop, const PinRequest& request) {
     for (const auto& id : ids)
         workshop.offline->unpin(id);
     co_await workshop.publishWidgets();
+    for (const auto& id : ids)
+        if (const auto item = workshop.index->item(id))
+            reports.push_back(reportOf(workshop, *item));
 }
 
 int unpin(const PinRequest& request) {
     Workshop workshop;
-    workshop.client.run(unpinAll(workshop, request));
+    std::vector<PinReport> reports;
+    workshop.client.run(unpinAll(workshop, request, reports));
+    if (request.json)
+        std::puts(KRJSON::write(reports).c_str());
     for (const auto& path : request.paths)
-        std::printf("%s is no longer pinned.\n", printable(path).c_str());
+        if (!request.json)
+            std::printf("%s is no longer pinned.\n", printable(path).c_str());
     return ExitCode::done;
 }
 
@@ -148,7 +157,7 @@ void addPinCommands(CLI::App& app, int& status) {
     pinning->add_option("PATH", request->paths, "Paths in the account, or below a synced folder")
         ->required()
         ->type_name("FILE");
-    pinning->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*pinning, request->json);
     pinning->callback([request, &status] { status = pin(*request); });
 
     auto* unpinning = app.add_subcommand("unpin", "Keep no longer");
@@ -156,10 +165,11 @@ void addPinCommands(CLI::App& app, int& status) {
     unpinning->add_option("PATH", request->paths, "As for pin, or identifiers")
         ->required()
         ->type_name("FILE");
+    CommonOptions::addJSON(*unpinning, request->json);
     unpinning->callback([request, &status] { status = unpin(*request); });
 
     auto* listing = app.add_subcommand("pins", "List what is pinned");
-    listing->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*listing, request->json);
     listing->callback([request, &status] { status = list(*request); });
 }
 

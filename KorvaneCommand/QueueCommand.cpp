@@ -3,6 +3,7 @@
 #include "KorvaneCommand/ExistingIndex.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -139,8 +141,7 @@ std::string percent(const TransferReport& report) {
     return fmt::format("{:.0f}%", hundred * std::clamp(share, 0.0, 1.0));
 }
 
-int list(const QueueRequest& request) {
-    auto queue = openToLook();
+QueueReport reportOf(Queue& queue) {
     auto records =
         queue.index->transfers({{State::pending, State::running, State::failed, State::paused}}, all);
     std::ranges::sort(records, {}, [](const auto& record) { return std::tie(record.createdAt, record.id); });
@@ -148,6 +149,12 @@ int list(const QueueRequest& request) {
     QueueReport report{queue.requests.isPaused(), queue.requests.metered(), {}};
     for (const auto& record : records)
         report.transfers.push_back(reportOf(record, cancelled.contains(record.id)));
+    return report;
+}
+
+int list(const QueueRequest& request) {
+    auto queue = openToLook();
+    const auto report = reportOf(queue);
     if (request.json) {
         std::puts(KRJSON::write(report).c_str());
         return ExitCode::done;
@@ -165,31 +172,35 @@ int list(const QueueRequest& request) {
     return ExitCode::done;
 }
 
-int pause(const QueueRequest& /*request*/) {
-    openToAct().requests.setPaused(true);
+/// Asks something of the queue. A queue that runs does it soon after: its records may show it a little later.
+int ask(const QueueRequest& request, const std::function<void(QueueRequests&)>& what) {
+    auto queue = openToAct();
+    what(queue.requests);
+    if (request.json)
+        std::puts(KRJSON::write(reportOf(queue)).c_str());
     return ExitCode::done;
 }
 
-int resume(const QueueRequest& /*request*/) {
-    openToAct().requests.setPaused(false);
-    return ExitCode::done;
+int pause(const QueueRequest& request) {
+    return ask(request, [](QueueRequests& requests) { requests.setPaused(true); });
 }
 
-int retry(const QueueRequest& /*request*/) {
-    openToAct().requests.retryFailed();
-    return ExitCode::done;
+int resume(const QueueRequest& request) {
+    return ask(request, [](QueueRequests& requests) { requests.setPaused(false); });
 }
 
-int nudge(const QueueRequest& /*request*/) {
-    openToAct().requests.nudge();
-    return ExitCode::done;
+int retry(const QueueRequest& request) {
+    return ask(request, [](QueueRequests& requests) { requests.retryFailed(); });
+}
+
+int nudge(const QueueRequest& request) {
+    return ask(request, [](QueueRequests& requests) { requests.nudge(); });
 }
 
 int setMetered(const QueueRequest& request) {
     auto metered = Metered::automatic;
     boost::describe::enum_from_string(request.metered.c_str(), metered);
-    openToAct().requests.setMetered(metered);
-    return ExitCode::done;
+    return ask(request, [metered](QueueRequests& requests) { requests.setMetered(metered); });
 }
 
 int cancel(const QueueRequest& request) {
@@ -236,9 +247,10 @@ void addQueueCommand(CLI::App& app, int& status) {
     auto* queue = app.add_subcommand("queue", "Show, steer transfers");
     queue->require_subcommand(0, 1);
     const auto request = std::make_shared<QueueRequest>();
-    queue->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*queue, request->json);
     const auto add = [&](const char* name, const char* help, int (*run)(const QueueRequest&)) {
         auto* command = queue->add_subcommand(name, help);
+        CommonOptions::addJSON(*command, request->json);
         command->callback([request, run, &status] { status = run(*request); });
         return command;
     };
@@ -246,13 +258,12 @@ void addQueueCommand(CLI::App& app, int& status) {
         if (queue->get_subcommands().empty())
             status = list(*request);
     });
-    add("list", "List them (default)", list)->add_flag("--json", request->json, "Print one line of JSON");
+    add("list", "List them (default)", list);
     add("pause", "Hold all transfers back until resumed", pause);
     add("resume", "Let transfers go on", resume);
     add("retry", "Try failed transfers again", retry);
     add("nudge", "Try now what waits for its next attempt", nudge);
     auto* cancelling = add("cancel", "Discard transfers", cancel);
-    cancelling->add_flag("--json", request->json, "Print one line of JSON");
     auto* what = cancelling->add_option_group("what");
     what->add_option("ID", request->id, "The transfer with this identity");
     what->add_flag("--failed", request->onlyFailed, "All that have failed");
@@ -270,7 +281,7 @@ void addActivityCommand(CLI::App& app, int& status) {
     command->add_option("--limit", request->limit, "Most rows to print")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
-    command->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*command, request->json);
     command->callback([request, &status] { status = printActivity(*request); });
 }
 

@@ -4,10 +4,12 @@
 #include "KorvaneCommand/GivenSecret.hpp"
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/Workshop.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/Bundle.hpp"
 #include "KorvaneCore/platform/LocalCalendar.hpp"
+#include "KorvaneCore/platform/SecretInput.hpp"
 #include "KorvaneCore/sharing/ShareExpiry.hpp"
 #include "KorvaneCore/sharing/ShareReader.hpp"
 #include "KorvaneCore/sharing/ShareService.hpp"
@@ -15,6 +17,7 @@
 #include <boost/describe/class.hpp>
 
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 
@@ -23,6 +26,11 @@ namespace Korvane {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr int standardInput = 0;
+
+/// In the place of a link.
+constexpr const char* fromStandardInput = "-";
 
 struct ShareRequest {
     std::string path;
@@ -33,7 +41,6 @@ struct ShareRequest {
     std::optional<std::string> expires;
     std::optional<int> passwordFD;
     bool asksPassword = false;
-    bool showsLinks = false;
     bool json = false;
 };
 
@@ -56,16 +63,22 @@ struct ShareReport {
     std::int64_t entries = 0;
     std::int64_t views = 0;
     std::int64_t downloads = 0;
-    std::optional<SecretText> link;
+    bool hasKey = false; ///< the key in its link is kept on this device
 };
 BOOST_DESCRIBE_STRUCT(ShareReport, (),
                       (id, name, type, hasPassword, createdAt, expiresAt, isExpired, entries, views,
-                       downloads, link))
+                       downloads, hasKey))
 
 struct OpenedReport {
-    std::vector<std::string> files;
+    std::vector<std::string> files;   ///< those that were placed
+    std::optional<std::string> error; ///< why there are no more
 };
-BOOST_DESCRIBE_STRUCT(OpenedReport, (), (files))
+BOOST_DESCRIBE_STRUCT(OpenedReport, (), (files, error))
+
+struct RevokedReport {
+    std::string id;
+};
+BOOST_DESCRIBE_STRUCT(RevokedReport, (), (id))
 
 ShareService shareServiceOf(const Workshop& workshop) {
     return {workshop.client.api, workshop.index, workshop.client.account.masterKey(),
@@ -76,9 +89,13 @@ void printLink(const SecretText& link) {
     std::printf("%.*s\n", static_cast<int>(link.text().size()), link.text().data());
 }
 
+/// When `--expires` ends a share that is made now.
+KRJSON::Date expiry(const std::string& text) {
+    return shareExpiry(text, systemClock()->now());
+}
+
 int create(const ShareRequest& request) {
-    const auto expiresAt =
-        request.expires ? std::optional(shareExpiry(*request.expires, systemClock()->now())) : std::nullopt;
+    const auto expiresAt = request.expires ? std::optional(expiry(*request.expires)) : std::nullopt;
     Workshop workshop;
     workshop.client.run(workshop.pull());
     const auto item = workshop.itemAt(request.path);
@@ -91,7 +108,9 @@ int create(const ShareRequest& request) {
     const auto created = workshop.client.run(service.create(*item, password, expiresAt));
     const auto entries = created.share.entryCount.value_or(0);
     if (request.json) {
-        std::puts(KRJSON::write(CreatedReport{created.share.id, created.link, expiresAt, entries}).c_str());
+        auto text = KRJSON::write(CreatedReport{created.share.id, created.link, expiresAt, entries});
+        const KRCrypto::WipedAtEnd wiped(text);
+        std::puts(text.c_str());
         return ExitCode::done;
     }
     std::printf("\"%s\" is shared as it is now. Whoever has this link%s can open it:\n\n  ",
@@ -102,7 +121,7 @@ int create(const ShareRequest& request) {
     return ExitCode::done;
 }
 
-ShareReport reportOf(const ShareService::Listed& listed, bool showsLinks) {
+ShareReport reportOf(const ShareService::Listed& listed) {
     const auto& share = listed.share;
     ShareReport report;
     report.id = share.id;
@@ -116,24 +135,20 @@ ShareReport reportOf(const ShareService::Listed& listed, bool showsLinks) {
     report.entries = share.entryCount.value_or(0);
     report.views = share.views.value_or(0);
     report.downloads = share.downloads.value_or(0);
-    if (showsLinks)
-        report.link = listed.link;
+    report.hasKey = listed.hasKey;
     return report;
 }
 
-void print(const ShareReport& report, bool showsLinks) {
+void print(const ShareReport& report) {
     std::printf("%s  %-6s %s%s", printable(report.id).c_str(), printable(report.type).c_str(),
                 report.name ? printable(*report.name).c_str() : "(not in the account)",
                 report.hasPassword ? ", with a password" : "");
     if (report.expiresAt)
         std::printf(", %s %s", report.isExpired ? "expired on" : "until",
                     LocalCalendar::dayKey(*report.expiresAt).c_str());
-    std::printf("; opened %lld times, %lld files fetched\n", static_cast<long long>(report.views),
-                static_cast<long long>(report.downloads));
-    if (report.link)
-        printLink(*report.link);
-    else if (showsLinks)
-        std::puts("(its link was made on another device)");
+    std::printf("; opened %lld times, %lld files fetched; %s\n", static_cast<long long>(report.views),
+                static_cast<long long>(report.downloads),
+                report.hasKey ? "its key is kept here" : "no key of it is kept here");
 }
 
 int list(const ShareRequest& request) {
@@ -142,14 +157,14 @@ int list(const ShareRequest& request) {
     auto service = shareServiceOf(workshop);
     std::vector<ShareReport> reports;
     for (const auto& listed : workshop.client.run(service.list()))
-        reports.push_back(reportOf(listed, request.showsLinks));
+        reports.push_back(reportOf(listed));
     if (request.json)
         std::puts(KRJSON::write(reports).c_str());
     else if (reports.empty())
         std::puts("Nothing is shared.");
     for (const auto& report : reports)
         if (!request.json)
-            print(report, request.showsLinks);
+            print(report);
     return ExitCode::done;
 }
 
@@ -157,7 +172,10 @@ int revoke(const ShareRequest& request) {
     Workshop workshop;
     auto service = shareServiceOf(workshop);
     workshop.client.run(service.revoke(request.id));
-    std::printf("%s is no longer shared.\n", printable(request.id).c_str());
+    if (request.json)
+        std::puts(KRJSON::write(RevokedReport{request.id}).c_str());
+    else
+        std::printf("%s is no longer shared.\n", printable(request.id).c_str());
     return ExitCode::done;
 }
 
@@ -167,17 +185,31 @@ KRConfiguration configurationFor(const ShareLink& link, const ShareRequest& requ
     auto configuration = KRConfiguration::fromBundle(Bundle::main());
     const auto api =
         request.service ? KRConfiguration::parseBaseURL(*request.service) : link.apiBaseURL(configuration);
-    if (!api && request.service)
-        throw std::invalid_argument("--service is no http or https URL");
     if (!api)
-        throw std::invalid_argument("the link is of another service than this device's; name that one's API "
-                                    "with --service");
+        throw std::runtime_error("the link is of another service than this device's; name that one's API "
+                                 "with --service");
     configuration.apiBaseURL = *api;
     return configuration;
 }
 
+ShareLink linkOf(const ShareRequest& request) {
+    if (request.link != fromStandardInput)
+        return ShareLink::parse(request.link);
+    auto line = SecretInput::readLine(standardInput);
+    const KRCrypto::WipedAtEnd wiped(line);
+    return ShareLink::parse(line);
+}
+
+asio::awaitable<void> download(ShareReader& reader, const ShareRequest& request, OpenedReport& report) {
+    return reader.download(request.destination, [&](const fs::path& file) {
+        report.files.push_back(file.string());
+        if (!request.json)
+            std::puts(printable(file.string()).c_str());
+    });
+}
+
 int open(const ShareRequest& request) {
-    const auto link = ShareLink::parse(request.link);
+    const auto link = linkOf(request);
     Client client(configurationFor(link, request));
     ShareReader reader(client.api, std::make_shared<ForegroundBlobTransport>(client.api), link);
     std::optional<SecretText> password;
@@ -185,21 +217,18 @@ int open(const ShareRequest& request) {
         password = givenSecret(request.passwordFD, "Password of the link: ");
     client.run(reader.open(password));
     OpenedReport report;
-    client.run(reader.download(request.destination, [&](const fs::path& file) {
-        report.files.push_back(file.string());
-        if (!request.json)
-            std::puts(printable(file.string()).c_str());
-    }));
+    std::exception_ptr failure;
+    try {
+        client.run(download(reader, request, report));
+    } catch (const std::exception& error) {
+        report.error = error.what();
+        failure = std::current_exception();
+    }
     if (request.json)
         std::puts(KRJSON::write(report).c_str());
+    if (failure)
+        std::rethrow_exception(failure);
     return ExitCode::done;
-}
-
-CLI::App* addCommand(CLI::App& parent, const std::shared_ptr<ShareRequest>& request, int& status,
-                     const std::string& name, const std::string& about, int (*act)(const ShareRequest&)) {
-    auto* command = parent.add_subcommand(name, about);
-    command->callback([request, act, &status] { status = act(*request); });
-    return command;
 }
 
 } // namespace
@@ -210,25 +239,22 @@ void addShareCommands(CLI::App& app, int& status) {
     share->require_subcommand(1);
     const auto request = std::make_shared<ShareRequest>();
     const auto add = [&](const char* name, const char* about, int (*act)(const ShareRequest&)) {
-        return addCommand(*share, request, status, name, about, act);
-    };
-    const auto addJSON = [&](CLI::App* command) {
-        command->add_flag("--json", request->json, "Print one line of JSON");
+        auto* command = share->add_subcommand(name, about);
+        CommonOptions::addJSON(*command, request->json);
+        command->callback([request, act, &status] { status = act(*request); });
+        return command;
     };
 
     auto* creating = add("create", "Share a file, or a folder with all in it, as it is now", create);
     creating->add_option("PATH", request->path, "Its path in the account")->required();
     creating->add_flag("--password", request->asksPassword, "Ask for a password that opens it too");
-    creating->add_option("--password-fd", request->passwordFD, "Read that password from this file descriptor")
-        ->check(CLI::NonNegativeNumber);
-    creating->add_option("--expires", request->expires,
-                         "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time");
-    addJSON(creating);
+    CommonOptions::addDescriptor(*creating, request->passwordFD, "--password-fd", "password");
+    creating
+        ->add_option("--expires", request->expires,
+                     "When it ends: 30m, 12h, 7d, 2w, the end of 2026-12-24, or an ISO-8601 time")
+        ->check(CommonOptions::readable([](const std::string& text) { static_cast<void>(expiry(text)); }));
 
-    auto* listing = add("list", "List what is shared", list);
-    listing->add_flag("--show-links", request->showsLinks,
-                      "Show the links made on this device: whoever reads them has the keys");
-    addJSON(listing);
+    add("list", "List what is shared; links are shown once only, when they are made", list);
 
     auto* revoking = add("revoke", "End a share; what was fetched already stays where it is", revoke);
     revoking->add_option("ID", request->id, "Its identifier")->required();
@@ -237,14 +263,20 @@ void addShareCommands(CLI::App& app, int& status) {
     opening->footer(
         "A link under this device's web address is asked of this device's service. For any other one, "
         "--service names the API: a link says where its web page is, not where its API is.");
-    opening->add_option("URL", request->link, "The link, with the part after \"#\"")->required();
+    opening
+        ->add_option(
+            "URL", request->link,
+            "The link, with the part after \"#\"; \"-\" reads it from standard input, out of sight of "
+            "this computer's other users and of the shell's history")
+        ->required()
+        ->check(CommonOptions::readable([](const std::string& text) {
+            if (text != fromStandardInput)
+                static_cast<void>(ShareLink::parse(text));
+        }));
     opening->add_option("DEST", request->destination, "Folder to put it in, made if missing (default: here)")
         ->type_name("DIR");
-    opening->add_option("--service", request->service, "URL of the API that the link's service has")
-        ->type_name("URL");
-    opening->add_option("--password-fd", request->passwordFD, "Read the password from this file descriptor")
-        ->check(CLI::NonNegativeNumber);
-    addJSON(opening);
+    CommonOptions::addService(*opening, request->service, "URL of the API that the link's service has");
+    CommonOptions::addDescriptor(*opening, request->passwordFD, "--password-fd", "password");
 }
 
 } // namespace Korvane

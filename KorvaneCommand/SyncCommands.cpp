@@ -5,12 +5,16 @@
 #include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCommand/ProgressDisplay.hpp"
 #include "KorvaneCommand/SyncSession.hpp"
+#include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/TransferJob.hpp"
 
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/deferred.hpp>
+#include <boost/asio/experimental/parallel_group.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -179,28 +183,44 @@ struct Look {
     bool isLast = false;
 };
 
+/// Runs the coroutine, which a signal cancels. Whether one did.
+asio::awaitable<bool> isInterrupted(asio::awaitable<void> work, asio::signal_set& signals) {
+    const auto executor = co_await asio::this_coro::executor;
+    const auto [order, failure, noSignal, number] =
+        co_await asio::experimental::make_parallel_group(
+            asio::co_spawn(executor, std::move(work), asio::deferred), signals.async_wait(asio::deferred))
+            .async_wait(asio::experimental::wait_for_one(), asio::use_awaitable);
+    if (!noSignal)
+        co_return true;
+    if (failure)
+        std::rethrow_exception(failure);
+    co_return false;
+}
+
 /// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
 asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
     const auto executor = co_await asio::this_coro::executor;
     // Shared, since the handler may be called once this coroutine has ended.
     const auto look = std::make_shared<Look>(executor);
     asio::signal_set signals(executor, SIGINT, SIGTERM);
-    signals.async_wait([look](const boost::system::error_code& error, int) {
-        look->isLast = !error;
-        look->timer.cancel();
-    });
-    co_await session.startSync();
-    ServiceManager::ready("Mirroring");
+    ServiceManager::ready("Mirroring"); // a first pull may take longer than managers wait
+    if (co_await isInterrupted(session.startSync(), signals))
+        look->isLast = true;
+    else
+        signals.async_wait([look](const boost::system::error_code& error, int) {
+            look->isLast = !error;
+            look->timer.cancel();
+        });
     ProgressDisplay display;
     Events events;
     ManagerStatus managerStatus;
-    for (int quiet = 0; !look->isLast && (!request.once || quiet <= 3);) {
+    const auto& signInEnd = workshop.client.signInEnd();
+    for (int quiet = 0; !look->isLast && !signInEnd && (!request.once || quiet <= 3);) {
         const auto stats = co_await workshop.queue->stats();
         managerStatus.show(stats);
+        display.show(stats);
         if (request.json)
             events.show(stats);
-        else
-            display.show(stats);
         quiet = stats.pending + stats.running == 0 && session.isReconciled() ? quiet + 1 : 0;
         look->timer.expires_after(lookInterval);
         boost::system::error_code woken;
@@ -209,6 +229,8 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
     ServiceManager::stopping();
     display.end();
     signals.cancel();
+    if (signInEnd)
+        throw APIError(*signInEnd);
 }
 
 asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
@@ -217,11 +239,19 @@ asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const Syn
     co_await workshop.publishWidgets();
 }
 
+bool hasPausedTransfers(const Workshop& workshop) {
+    return !workshop.index->transferIds({TransferRecord::State::paused}, 1).empty();
+}
+
 int run(const SyncRequest& request) {
     Workshop workshop;
+    tellOthers(workshop); // whose database may be a new one
     SyncSession session(workshop);
     workshop.client.run(mirror(session, workshop, request));
-    const auto& tally = session.tally();
+    const bool isHeldBack = request.once && hasPausedTransfers(workshop);
+    auto tally = session.tally();
+    tally.transferMilliseconds =
+        std::chrono::round<std::chrono::milliseconds>(workshop.transferTime()).count();
     if (request.json)
         std::puts(KRJSON::write(tally).c_str());
     else
@@ -229,7 +259,9 @@ int run(const SyncRequest& request) {
     if (!session.isComplete())
         std::fputs("korvane: not everything could be mirrored; `korvane status` shows what is left.\n",
                    stderr);
-    return session.isComplete() && tally.failures == 0 ? ExitCode::done : ExitCode::failed;
+    if (isHeldBack)
+        std::fputs("korvane: transfers are paused; `korvane queue resume` lets them go on.\n", stderr);
+    return session.isComplete() && tally.failures == 0 && !isHeldBack ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace
@@ -243,25 +275,27 @@ void addSyncCommands(CLI::App& app, int& status) {
     adding->add_option("FOLDER", request->folder, "The folder")->required()->type_name("DIR");
     adding->add_option("--to", request->to, "Folder of the account (default: of the same name)")
         ->type_name("FOLDER");
-    adding->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*adding, request->json);
     adding->callback([request, &status] { status = add(*request); });
 
     auto* removing = sync->add_subcommand("remove", "Mirror it no longer; the files stay");
     removing->add_option("FOLDER", request->root, "The folder, or its identifier")
         ->required()
         ->type_name("DIR");
-    removing->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*removing, request->json);
     removing->callback([request, &status] { status = remove(*request); });
 
     auto* listing = sync->add_subcommand("list", "List them");
-    listing->add_flag("--json", request->json, "Print one line of JSON");
+    CommonOptions::addJSON(*listing, request->json);
     listing->callback([request, &status] { status = list(*request); });
 
     auto* running = app.add_subcommand("run", "Mirror and transfer now");
-    running->footer(
-        "Mirrors the synced folders and carries out the waiting transfers until it is interrupted.");
+    running->footer("Mirrors the synced folders and carries out the waiting transfers until it is "
+                    "interrupted. Exits with "
+                    "3 when nobody is signed in, or no longer: then someone must sign in first.");
     running->add_flag("--json", request->json, "Print a line of JSON after each change");
-    running->add_flag("--once", request->once, "End once everything is in the account");
+    running->add_flag("--once", request->once,
+                      "End once everything is in the account; with 1 while transfers are paused");
     running->callback([request, &status] { status = run(*request); });
 }
 

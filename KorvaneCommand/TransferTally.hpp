@@ -18,6 +18,7 @@ struct TransferTally {
     std::int64_t fetchedFiles = 0;
     std::int64_t fetchedBytes = 0; ///< as sealed
     std::int64_t failures = 0;
+    std::int64_t transferMilliseconds = 0; ///< in which any transfer ran, for who adds the outcomes to say
 
     void add(const TransferOutcome& outcome);
 
@@ -26,6 +27,6 @@ struct TransferTally {
 };
 BOOST_DESCRIBE_STRUCT(TransferTally, (),
                       (sentFiles, sentBytes, sentParts, deduplicatedFiles, fetchedFiles, fetchedBytes,
-                       failures))
+                       failures, transferMilliseconds))
 
 } // namespace Korvane

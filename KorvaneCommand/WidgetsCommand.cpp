@@ -2,6 +2,7 @@
 
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/LocalSnapshot.hpp"
+#include "KorvaneCommand/UsageError.hpp"
 #include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
@@ -53,11 +54,18 @@ WidgetSnapshot publishIndex(const PublishRequest& request) {
     return workshop.client.run(workshop.publishWidgets()).snapshot;
 }
 
+/// Publishing nothing is asked for by its name: it takes what the widgets show away.
+bool saysWhat(const PublishRequest& request) {
+    return request.fromIndex || request.clear || request.hide || request.sources.photo ||
+           !request.sources.pins.empty();
+}
+
 int publish(const PublishRequest& request) {
-    if (request.sources.pins.size() > WidgetStore::maxPins) {
-        std::fprintf(stderr, "korvane: at most %zu items can be pinned.\n", WidgetStore::maxPins);
-        return ExitCode::usage;
-    }
+    if (request.sources.pins.size() > WidgetStore::maxPins)
+        throw UsageError("at most " + std::to_string(WidgetStore::maxPins) + " items can be pinned");
+    if (!saysWhat(request))
+        throw UsageError(
+            "say what to publish, with --from-index, --pin or --photo, or else --hide or --clear");
     if (request.clear) {
         WidgetStore::clear();
         std::puts(request.json ? "null" : "Cleared: the widgets ask to sign in.");
@@ -76,6 +84,9 @@ void addWidgetsCommand(CLI::App& app, int& status) {
     auto* widgets = app.add_subcommand("widgets", "Publish to the widgets");
     widgets->require_subcommand(1);
     auto* command = widgets->add_subcommand("publish", "Publish files of this computer to the widgets");
+    command->footer("Until something else is published: while korvane run is up, it publishes the account's "
+                    "pins and photo of "
+                    "the day after each change.");
     const auto request = std::make_shared<PublishRequest>();
     auto* pin =
         command->add_option("--pin", request->sources.pins, "Files and folders to pin, in order; at most 8")
@@ -93,7 +104,8 @@ void addWidgetsCommand(CLI::App& app, int& status) {
                       ->excludes(pin)
                       ->excludes(photo);
     auto* hide = command->add_flag("--hide", request->hide, "Hide names and photos from now on");
-    auto* show = command->add_flag("--show", request->show, "Show them again")->excludes(hide);
+    auto* show =
+        command->add_flag("--show", request->show, "Show them again, with what is published")->excludes(hide);
     command->add_flag("--clear", request->clear, "Publish nothing, as when signed out")
         ->excludes(hide)
         ->excludes(show)

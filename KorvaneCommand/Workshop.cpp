@@ -26,8 +26,8 @@ Workshop::Workshop() {
     status = std::make_shared<StatusDatabase>(SharedContainer::statusDatabaseURL(), notifications());
     AccountData::keepTo(session.user.id, *index, *status);
     requests = std::make_shared<QueueRequests>(index, notifications());
-    queue = std::make_shared<TransferQueue>(client.context.get_executor(), index,
-                                            std::make_shared<TransferRunner>(jobContext()), systemClock(),
+    runner_ = std::make_shared<TimedRunner>(std::make_unique<TransferRunner>(jobContext()), systemClock());
+    queue = std::make_shared<TransferQueue>(client.context.get_executor(), index, runner_, systemClock(),
                                             TransferQueue::systemJitter());
     offline = std::make_shared<OfflineCopies>(
         OfflineCopies::Parts{index, queue, requests, notifications(), SharedContainer::offline()});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KorvaneCommand/Client.hpp"
+#include "KorvaneCommand/TimedRunner.hpp"
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/NotificationCenter.hpp"
 #include "KorvaneCore/publisher/WidgetPublisher.hpp"
@@ -34,6 +35,9 @@ public:
 
     [[nodiscard]] static NotificationCenter notifications();
 
+    /// How long any transfer of this process ran.
+    [[nodiscard]] Clock::Duration transferTime() const { return runner_->busyTime(); }
+
     [[nodiscard]] JobContext jobContext();
 
     /// The queue is run by one process at a time: by this one from here until leaveQueue(), if it says true.
@@ -66,6 +70,7 @@ private:
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     std::string rootFolderId_;
     std::optional<FileLock> lock_; ///< while this process may run the queue
+    std::shared_ptr<TimedRunner> runner_;
     std::shared_ptr<WidgetPublisher> publisher_;
 };
 

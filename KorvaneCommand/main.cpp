@@ -1,5 +1,7 @@
 #include "KorvaneCommand/Commands.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/terminal/ParseFailure.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
 #include <cstdio>
@@ -14,8 +16,11 @@ int run(int argc, char** argv) {
     addCommands(app, status);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        app.exit(help);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? ExitCode::done : ExitCode::usage;
+        std::fputs(parseFailure(app, error).c_str(), stderr);
+        return ExitCode::usage;
     }
     return status;
 }
@@ -26,7 +31,8 @@ int main(int argc, char** argv) {
     try {
         return exitStatus("korvane", run(argc, argv));
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "korvane: %s\n", error.what());
-        return ExitCode::failed;
+        // A sentence may be the service's, and the terminal is not for it to steer.
+        std::fprintf(stderr, "korvane: %s\n", printable(error.what()).c_str());
+        return ExitCode::of(error);
     }
 }

@@ -19,6 +19,7 @@ namespace {
 using namespace Korvane;
 
 constexpr std::chrono::seconds lockTimeout{5}; // for an earlier helper that is just ending
+constexpr int usageError = 2;
 constexpr std::chrono::hours leftoverAge{7 * 24};
 constexpr std::chrono::hours longestTransfer{7 * 24};
 
@@ -49,7 +50,7 @@ int serve(const TransferHelper::Settings& settings, bool foreground) {
 int run(int argc, char** argv) {
     CLI::App app("Carries the transfers of one background session, also while the program that ordered them "
                  "is stopped or gone. Started by that program when needed; ends when idle.\n"
-                 "Exit codes: 0 listening, or done with --foreground; 1 failed.",
+                 "Exit codes: 0 listening, or done with --foreground; 1 failed; 2 called wrongly.",
                  "korvane-transfers");
     TransferHelper::Settings settings;
     std::filesystem::path container;
@@ -61,7 +62,11 @@ int run(int argc, char** argv) {
         ->check(CLI::Range(1, 86'400))
         ->capture_default_str();
     app.add_flag("--foreground", foreground, "Stay in this process, and log to its standard error");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : usageError;
+    }
     settings.idle = std::chrono::seconds(idle);
     if (!container.empty())
         SharedContainer::setOverrideURL(std::filesystem::absolute(container));

@@ -69,12 +69,16 @@ std::string damageIn(SQLiteDatabase& database) {
     return found;
 }
 
-Finding database(const std::string& name, std::int32_t knownVersion) {
+/// What nothing but the index knows.
+constexpr const char* lostWithTheIndex = "Files and names come again from the account; synced folders, pins, "
+                                         "waiting uploads and the keys of your links do not.";
+
+Finding database(const std::string& name, std::int32_t knownVersion, const std::string& afterwards) {
     const auto file = SharedContainer::location() / name;
     if (!isThere(file))
         return {name, ok, "none yet", ""};
     const auto advice = "Stop every korvane, move '" + file.string() +
-                        "' away with its -wal and -shm; it is made anew from the account.";
+                        "' away with its -wal and -shm, and keep it. " + afterwards;
     try {
         SQLiteDatabase opened(file, true);
         if (const auto damage = damageIn(opened); !damage.empty())
@@ -151,7 +155,8 @@ Findings container() {
 }
 
 Findings databases() {
-    return {database("index.sqlite", IndexSchema::currentVersion), database("status.sqlite", 0)};
+    return {database("index.sqlite", IndexSchema::currentVersion, lostWithTheIndex),
+            database("status.sqlite", 0, "It is made anew by korvane run.")};
 }
 
 Findings keychain() {
@@ -165,8 +170,11 @@ Findings keychain() {
         const auto system = systemKeychain(KRConfiguration::fromBundle(Bundle::main()));
         static_cast<void>(system->read(KeychainStore::Key::refreshToken));
         return {{"keychain", ok, "the desktop's keyring", ""}};
+    } catch (const KeychainDamaged& error) {
+        return {{"keychain", problem, error.what(), "Run: korvane sign-in EMAIL"}};
     } catch (const std::exception& error) {
-        return {{"keychain", problem, error.what(), "Unlock the keyring, or sign out and in again."}};
+        return {{"keychain", problem, error.what(),
+                 inFile.exists() ? "Make " + file.string() + " readable for you." : "Unlock the keyring."}};
     }
 }
 

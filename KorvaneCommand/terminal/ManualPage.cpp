@@ -20,6 +20,14 @@ Standard error or the answer says what.
 .TP
 2
 Called wrongly; nothing was done.
+.TP
+3
+Not signed in: never, no longer, or the keychain is damaged.
+Trying again is of no use before someone has signed in.
+.PP
+Errors are sentences on standard error, with
+.B \-\-json
+too.
 .SH ENVIRONMENT
 .TP
 XDG_DATA_HOME

@@ -5,10 +5,12 @@
 #include "KRCrypto/RecoveryCode.hpp"
 #include "KRCrypto/ServerKDFError.hpp"
 #include "KRCrypto/Sizes.hpp"
+#include "KorvaneCore/account/AlreadySignedIn.hpp"
 #include "KorvaneCore/account/PairingError.hpp"
 #include "KorvaneCore/account/WrongRecoveryCode.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/api/AccountActionError.hpp"
+#include "KorvaneCore/config/KRConfiguration.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
@@ -103,8 +105,20 @@ asio::awaitable<T> proving(asio::awaitable<T> call, Refused refused) {
 } // namespace
 
 AccountService::AccountService(std::shared_ptr<APIClient> api, std::shared_ptr<KeychainStore> keychain,
-                               std::string deviceName)
-    : api_(std::move(api)), keychain_(std::move(keychain)), deviceName_(std::move(deviceName)) {}
+                               std::string deviceName, std::optional<std::string> service)
+    : api_(std::move(api)),
+      keychain_(std::move(keychain)),
+      deviceName_(std::move(deviceName)),
+      service_(std::move(service)) {}
+
+asio::awaitable<void> AccountService::requireSignedOut() const {
+    try {
+        if (co_await api_->hasTokens())
+            throw AlreadySignedIn();
+    } catch (const KeychainDamaged& error) {
+        Log::warning("account", error.what());
+    }
+}
 
 // Everything derived from a password passes here first.
 asio::awaitable<AuthParams> AccountService::safeParams(std::string email) const {
@@ -115,6 +129,7 @@ asio::awaitable<AuthParams> AccountService::safeParams(std::string email) const 
 
 asio::awaitable<SecretText> AccountService::signUp(std::string email, SecretText password,
                                                    std::optional<std::string> inviteCode) {
+    co_await requireSignedOut();
     const auto params = co_await safeParams(email);
     const auto recovery = newRecovery();
     auto key = MasterKey::generate();
@@ -134,6 +149,7 @@ asio::awaitable<SecretText> AccountService::signUp(std::string email, SecretText
 }
 
 asio::awaitable<void> AccountService::signIn(std::string email, SecretText password) {
+    co_await requireSignedOut();
     const auto params = co_await safeParams(email);
     const auto keys = co_await derive(password, params.kdfSalt, params);
     LoginRequest request;
@@ -152,6 +168,7 @@ asio::awaitable<void> AccountService::signIn(std::string email, SecretText passw
 
 asio::awaitable<void> AccountService::recover(std::string email, SecretText recoveryCode,
                                               SecretText newPassword) {
+    co_await requireSignedOut();
     const auto recovery = KRCrypto::deriveRecoveryKeys(KRCrypto::parseRecoveryCode(recoveryCode.text()));
     const auto params = co_await safeParams(email);
     const auto begun = co_await api_->recoveryBegin(email);
@@ -200,12 +217,14 @@ asio::awaitable<SecretText> AccountService::rotateRecoveryKey(SecretText passwor
     co_return recovery.code;
 }
 
-// Without tokens the device is signed out, so they go first and come last: whatever stops this half-way, one
-// account's tokens never stand beside another one's key.
+// Without tokens the device is signed out, so what is left of any goes first, and they come last: whatever
+// stops this half-way, one account's tokens never stand beside another one's key or service.
 asio::awaitable<void> AccountService::enter(AuthResponse response, MasterKey key) {
     AccountSession session{response.user, response.device};
     co_await api_->clearTokens();
     co_await offload([this, &session, &key] {
+        if (service_)
+            KRConfiguration::setOverrides(service_, service_);
         StoredSession::write(session);
         keychain_->write({{KeychainStore::Key::masterKey, key.bytes()}});
         return true;
@@ -234,11 +253,16 @@ asio::awaitable<bool> AccountService::isRefused(MasterKey key, std::string rootF
 }
 
 asio::awaitable<void> AccountService::enterPaired(AuthResponse response, MasterKey key) {
+    co_await requireSignedOut();
     const auto rootFolderId = response.user.rootFolderId;
+    const auto api = KRConfiguration::apiOverride();
+    const auto web = KRConfiguration::webOverride();
     co_await enter(std::move(response), key);
     if (!co_await isRefused(key, rootFolderId))
         co_return;
     co_await signOut();
+    if (service_)
+        KRConfiguration::setOverrides(api, web);
     throw PairingError(PairingError::Kind::foreignKey);
 }
 
@@ -260,6 +284,9 @@ asio::awaitable<void> AccountService::signOut() {
     } catch (const APIError& error) {
         if (error.is<APIError::Cancelled>())
             throw;
+        if (!error.is<APIError::NotSignedIn>())
+            Log::warning("account", std::string("signed out here only: ") + error.what());
+    } catch (const KeychainDamaged& error) {
         Log::warning("account", std::string("signed out here only: ") + error.what());
     }
     co_await api_->clearTokens();

@@ -21,12 +21,18 @@ namespace Korvane {
 /// Operations are coroutines on the caller's executor, callable from any thread, one at a time. Key
 /// derivation and the keychain run on worker threads. Besides what is said below they throw APIError and
 /// APIErrorInfo, KRCrypto::ServerKDFError before anything derived from a password leaves, KRCryptoError,
-/// KeychainError and FileError. A sign-in that is refused leaves the device as it was; one that cannot be
-/// stored leaves it signed out.
+/// KeychainError and FileError. Every way in throws AlreadySignedIn, before anything is asked, on a device
+/// that is signed in. A sign-in that is refused leaves the device as it was; one that cannot be stored leaves
+/// it signed out. Sign-ins of several processes at once are kept apart by their callers.
 class AccountService {
 public:
+    /// `service` is the address that the client asks, where it is another than the configured one: a sign-in
+    /// makes it the configured one, before its tokens are stored, so that they are never sent to the other.
     AccountService(std::shared_ptr<APIClient> api, std::shared_ptr<KeychainStore> keychain,
-                   std::string deviceName);
+                   std::string deviceName, std::optional<std::string> service = std::nullopt);
+
+    /// Throws AlreadySignedIn. A damaged keychain holds no sign-in; the next one sets it aside.
+    asio::awaitable<void> requireSignedOut() const;
 
     /// Makes an account and signs in to it. The result is the recovery code, which nothing else can show
     /// again.
@@ -54,9 +60,9 @@ public:
     /// Takes up the sign-in that the keychain holds. Whether there is one.
     asio::awaitable<bool> restoreSession();
 
-    /// Forgets tokens, keys, session and what the widgets show here, and withdraws the device's sign-in at
-    /// the server; when that cannot be reached, a warning is logged and the device stays in the account's
-    /// list.
+    /// Forgets tokens, keys, session and what the widgets show here, also where only a part of them is left
+    /// or the keychain is damaged, and withdraws the device's sign-in at the server; when that is not
+    /// possible, a warning is logged and the device stays in the account's list.
     asio::awaitable<void> signOut();
 
     [[nodiscard]] std::optional<AccountSession> session() const KR_EXCLUDES(mutex_);
@@ -77,6 +83,7 @@ private:
     const std::shared_ptr<APIClient> api_;
     const std::shared_ptr<KeychainStore> keychain_;
     const std::string deviceName_;
+    const std::optional<std::string> service_;
 
     mutable Mutex mutex_;
     std::optional<AccountSession> session_ KR_GUARDED_BY(mutex_);

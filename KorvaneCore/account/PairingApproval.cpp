@@ -45,6 +45,11 @@ asio::awaitable<void> PairingApproval::approve() {
                                                     device_.devicePublicKey, masterKey_));
 }
 
+asio::awaitable<void> PairingApproval::decline() {
+    if (keys_)
+        co_await send({}, {});
+}
+
 asio::awaitable<void> PairingApproval::send(KRCrypto::Bytes publicKey, KRCrypto::Bytes encryptedMasterKey) {
     PairApproveRequest request{device_.pairingId, device_.code, std::move(publicKey),
                                std::move(encryptedMasterKey)};

@@ -15,6 +15,7 @@ namespace Korvane {
 ///   announce()  finds the device that shows a code, and sends it the public key of this attempt alone; the
 ///               digits that both show
 ///   approve()   once the user sees the same digits there: seals the master key for that device and sends it
+///   decline()   otherwise: ends the pairing for the new device too
 ///
 /// The key pair is made after the new device's key is known here, so that who puts himself in between cannot
 /// choose his keys with both in view. Until approve() nothing secret has left, sealed or not.
@@ -27,6 +28,7 @@ public:
 
     asio::awaitable<std::string> announce(std::string code);
     asio::awaitable<void> approve();
+    asio::awaitable<void> decline();
 
     /// The new device, as the service describes it, once announced: its name and platform are no proof of
     /// anything.

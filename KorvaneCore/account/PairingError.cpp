@@ -4,14 +4,12 @@ namespace Korvane {
 
 const char* PairingError::what() const noexcept {
     switch (kind_) {
-    case Kind::alreadySignedIn:
-        return "This device is signed in already. Sign out first.";
     case Kind::unknownCode:
         return "No device is waiting with this code. Check it on the new device, or start again there.";
     case Kind::answered:
-        return "Another device has answered this pairing. Start again on the new device.";
+        return "This pairing was answered already, here or on another device. Start again on the new device.";
     case Kind::expired:
-        return "The pairing has expired or was used. Start again on the new device.";
+        return "The pairing has expired, was declined or was used. Start again on the new device.";
     case Kind::notConfirmed:
         return "The digits were not confirmed, so nothing was handed over here. When they differed, someone "
                "may stand between the devices.";

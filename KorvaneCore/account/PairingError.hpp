@@ -9,15 +9,14 @@ namespace Korvane {
 class PairingError : public std::exception {
 public:
     enum class Kind {
-        alreadySignedIn, ///< the new device is none
-        unknownCode,     ///< no device waits with the code that was typed
-        answered,        ///< another approving device was there first
-        expired,         ///< too late, or collected already
-        notConfirmed,    ///< the user does not see the same digits
-        unannounced,     ///< a key came before there were digits to compare
-        otherApprover,   ///< a key came from another device than the digits are of
-        notOpened,       ///< what came is not sealed for this pairing
-        foreignKey,      ///< the master key opens nothing of the account it came with
+        unknownCode,   ///< no device waits with the code that was typed
+        answered,      ///< another attempt to approve it was there first
+        expired,       ///< too late, declined by the approver, or collected already
+        notConfirmed,  ///< the user does not see the same digits
+        unannounced,   ///< a key came before there were digits to compare
+        otherApprover, ///< a key came from another device than the digits are of
+        notOpened,     ///< what came is not sealed for this pairing
+        foreignKey,    ///< the master key opens nothing of the account it came with
     };
 
     explicit PairingError(Kind kind) noexcept : kind_(kind) {}

@@ -7,6 +7,7 @@
 #include "KorvaneCore/account/PairingError.hpp"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace Korvane {
@@ -32,6 +33,12 @@ std::chrono::seconds lifetime(const PairStartResponse& pairing, Clock::Time now)
     return std::min(longestPairing, std::chrono::ceil<std::chrono::seconds>(*pairing.expiresAt - now));
 }
 
+/// People type it on another device, so it is nothing but a number.
+bool isCode(std::string_view code) {
+    constexpr std::size_t length = 8;
+    return code.size() == length && code.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 template <class T>
 T required(std::optional<T> value, const char* key) {
     if (!value)
@@ -50,12 +57,12 @@ PairingOffer::PairingOffer(std::shared_ptr<APIClient> api, std::shared_ptr<Clock
     : api_(std::move(api)), clock_(std::move(clock)), deviceName_(std::move(deviceName)) {}
 
 asio::awaitable<PairingOffer::Invitation> PairingOffer::start() {
-    if (co_await api_->hasTokens())
-        throw PairingError(Kind::alreadySignedIn);
     PairStartRequest request;
     request.devicePublicKey = keys_.publicKey();
     request.deviceName = deviceName_;
     pairing_ = co_await api_->pairStart(std::move(request));
+    if (!isCode(pairing_.code))
+        throw APIError(APIError::Decoding{"PairStartResponse.code: expected 8 digits"});
     const auto validFor = lifetime(pairing_, clock_->now());
     deadline_ = clock_->monotonic() + validFor;
     co_return Invitation{pairing_.code, validFor};
@@ -111,7 +118,7 @@ KRCrypto::MasterKey PairingOffer::opened(const PairPollResponse& response) const
     }
 }
 
-asio::awaitable<void> PairingOffer::accept(AccountService& account) {
+asio::awaitable<void> PairingOffer::accept(AccountService& account, std::function<void()> beforeSignIn) {
     auto response = co_await pollWhile(announced);
     if (response.status != approved)
         throwUnexpected(response);
@@ -123,6 +130,7 @@ asio::awaitable<void> PairingOffer::accept(AccountService& account) {
     signIn.device = required(std::move(response.device), "device");
     signIn.accessToken = required(std::move(response.accessToken), "accessToken");
     signIn.refreshToken = required(std::move(response.refreshToken), "refreshToken");
+    beforeSignIn();
     co_await account.enterPaired(std::move(signIn), std::move(key));
 }
 

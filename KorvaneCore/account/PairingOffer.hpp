@@ -7,6 +7,7 @@
 #include "KorvaneCore/platform/Clock.hpp"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -36,7 +37,10 @@ public:
 
     asio::awaitable<Invitation> start();
     asio::awaitable<std::string> answer();
-    asio::awaitable<void> accept(AccountService& account);
+
+    /// `beforeSignIn` is called when the key has come and opened, before anything is stored; what it throws
+    /// leaves nothing behind.
+    asio::awaitable<void> accept(AccountService& account, std::function<void()> beforeSignIn = [] {});
 
 private:
     asio::awaitable<PairPollResponse> poll();

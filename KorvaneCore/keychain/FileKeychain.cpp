@@ -3,6 +3,7 @@
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/Log.hpp"
 
 namespace Korvane {
 
@@ -26,7 +27,7 @@ std::optional<KRCrypto::SecretBytes> FileKeychain::read(Key key) {
 }
 
 void FileKeychain::write(const std::vector<Item>& items) {
-    change([&](Items& stored) {
+    change(WhenDamaged::refuse, [&](Items& stored) {
         for (const auto& [key, value] : items)
             stored.insert_or_assign(std::string(name(key)), value);
     });
@@ -35,7 +36,7 @@ void FileKeychain::write(const std::vector<Item>& items) {
 void FileKeychain::remove(const std::vector<Key>& keys) {
     if (!exists())
         return;
-    change([&](Items& stored) {
+    change(WhenDamaged::setAside, [&](Items& stored) {
         for (const auto key : keys)
             stored.erase(std::string(name(key)));
     });
@@ -52,21 +53,38 @@ FileKeychain::Items FileKeychain::load() const {
             return {};
         throw KeychainError(error.what());
     } catch (const JSONError& error) {
-        throw KeychainError("The keychain file is damaged: " + std::string(error.what()));
+        throw KeychainDamaged("The keychain file is damaged: " + std::string(error.what()) +
+                              "; signing in again keeps it aside and begins a new one");
     }
 }
 
-void FileKeychain::change(const std::function<void(Items&)>& edit) {
+FileKeychain::Items FileKeychain::loadOrSetAside() const {
+    try {
+        return load();
+    } catch (const KeychainDamaged& error) {
+        const auto name = file_.string() + ".damaged";
+        std::filesystem::path aside(name);
+        for (int number = 2; std::filesystem::exists(std::filesystem::symlink_status(aside)); ++number)
+            aside = name + "." + std::to_string(number);
+        std::filesystem::rename(file_, aside);
+        Log::warning("keychain", "the damaged keychain file is kept as " + aside.filename().string());
+        return {};
+    }
+}
+
+void FileKeychain::change(WhenDamaged whenDamaged, const std::function<void(Items&)>& edit) {
     try {
         auto lockFile = file_;
         FileLock lock(lockFile += ".lock");
         lock.lock();
-        auto items = load();
+        auto items = whenDamaged == WhenDamaged::setAside ? loadOrSetAside() : load();
         edit(items);
         auto text = KRJSON::write(items);
         const KRCrypto::WipedAtEnd wiped(text);
         replaceFile(file_, text, 0600);
     } catch (const FileError& error) {
+        throw KeychainError(error.what());
+    } catch (const std::filesystem::filesystem_error& error) {
         throw KeychainError(error.what());
     }
 }

@@ -9,7 +9,9 @@
 namespace Korvane {
 
 /// Secrets in one file that only its owner can read (0600), replaced whole: a reader sees all items of a
-/// write or none. Writers of all processes take turns on a lock file beside it.
+/// write or none. Writers of all processes take turns on a lock file beside it. A damaged file is
+/// KeychainDamaged to read() and write(), which leave it alone; remove() keeps it beside, as "<file>.damaged"
+/// or with a number after that, and begins a new one.
 class FileKeychain final : public KeychainStore {
 public:
     /// The folder must exist once something is written.
@@ -23,9 +25,11 @@ public:
 
 private:
     using Items = std::map<std::string, KRCrypto::SecretBytes>;
+    enum class WhenDamaged { refuse, setAside };
 
     [[nodiscard]] Items load() const;
-    void change(const std::function<void(Items&)>& edit);
+    [[nodiscard]] Items loadOrSetAside() const;
+    void change(WhenDamaged whenDamaged, const std::function<void(Items&)>& edit);
 
     std::filesystem::path file_;
 };

@@ -19,6 +19,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What the keychain holds cannot be read, and never will be: removing something sets it aside.
+class KeychainDamaged : public KeychainError {
+public:
+    using KeychainError::KeychainError;
+};
+
 /// Where a signed-in device's secrets outlive the process, shared by all processes of this user and
 /// container. Callable from any thread; calls may block for as long as the system's keychain takes, so they
 /// belong on a worker thread.

@@ -19,6 +19,21 @@ spdlog::level::level_enum lowestLevel() {
     return level == spdlog::level::off && wanted != "off" ? spdlog::level::warn : level;
 }
 
+/// Messages quote the service, which is not to steer the terminal: "?" for each control character in UTF-8.
+std::string printable(std::string_view message) {
+    const auto byteAt = [&](std::size_t i) {
+        return static_cast<unsigned char>(i < message.size() ? message[i] : ' ');
+    };
+    std::string shown;
+    for (std::size_t i = 0; i < message.size(); ++i) {
+        const bool isTwoBytes = byteAt(i) == 0xC2 && byteAt(i + 1) >= 0x80 && byteAt(i + 1) < 0xA0;
+        const bool isControl = isTwoBytes || byteAt(i) < 0x20 || byteAt(i) == 0x7F;
+        shown += isControl ? '?' : message[i];
+        i += isTwoBytes ? 1 : 0;
+    }
+    return shown;
+}
+
 void write(spdlog::level::level_enum level, std::string_view category, std::string_view message) {
     static const auto sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
     static const auto lowest = lowestLevel();
@@ -26,7 +41,7 @@ void write(spdlog::level::level_enum level, std::string_view category, std::stri
         return;
     spdlog::logger logger("app.korvane." + std::string(category), sink);
     logger.set_level(lowest);
-    logger.log(level, message);
+    logger.log(level, printable(message));
 }
 
 } // namespace

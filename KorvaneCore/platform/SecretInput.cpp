@@ -125,6 +125,11 @@ std::string ask(std::string_view prompt) {
     throw Error("given up");
 }
 
+bool canRead(int fd) noexcept {
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_WRONLY;
+}
+
 std::string readLine(int fd) {
     Line line;
     for (char byte = 0; next(fd, byte);) {

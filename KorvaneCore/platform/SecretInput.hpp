@@ -17,6 +17,9 @@ public:
 /// Asks on the controlling terminal and reads a line without echo. Throws Error.
 [[nodiscard]] std::string ask(std::string_view prompt);
 
+/// Whether the file descriptor is open for reading.
+[[nodiscard]] bool canRead(int fd) noexcept;
+
 /// The next line of an open file descriptor, at most 4096 bytes, without its end. Reads no further, so that
 /// several secrets can follow each other. Throws Error.
 [[nodiscard]] std::string readLine(int fd);

@@ -130,6 +130,17 @@ SecretText ShareService::linkOf(const Share& share, const KRCrypto::LinkKey& key
     return std::string_view(url->buffer());
 }
 
+bool ShareService::opens(const LocalIndex::Bytes& sealed) const {
+    try {
+        static_cast<void>(
+            KRCrypto::openSecret(masterKey_.bytes(), sealed, KRCrypto::CryptoContext::localShareKey));
+        return true;
+    } catch (const KRCrypto::KRCryptoError& error) {
+        Log::warning("sharing", std::string("a share's stored key does not open: ") + error.what());
+        return false;
+    }
+}
+
 asio::awaitable<std::vector<ShareService::Listed>> ShareService::list() {
     auto shares = co_await api_->shares();
     std::map<std::string, LocalIndex::Bytes> sealedKeys;
@@ -137,16 +148,10 @@ asio::awaitable<std::vector<ShareService::Listed>> ShareService::list() {
         sealedKeys[key.shareId] = std::move(key.sealed);
     std::vector<Listed> listed;
     for (auto& share : shares) {
-        Listed each{std::move(share), std::nullopt, std::nullopt};
+        Listed each{std::move(share), std::nullopt};
         each.item = index_->item(each.share.entityId);
         if (const auto sealed = sealedKeys.find(each.share.id); sealed != sealedKeys.end())
-            try {
-                const auto bytes = KRCrypto::openSecret(masterKey_.bytes(), sealed->second,
-                                                        KRCrypto::CryptoContext::localShareKey);
-                each.link = linkOf(each.share, KRCrypto::LinkKey::fromBytes(bytes));
-            } catch (const KRCrypto::KRCryptoError& error) {
-                Log::warning("sharing", std::string("a share's stored key does not open: ") + error.what());
-            }
+            each.hasKey = opens(sealed->second);
         listed.push_back(std::move(each));
     }
     co_return listed;

@@ -15,7 +15,8 @@
 namespace Korvane {
 
 /// The shares of the signed-in account. A share shows a file, or a folder with all in it, as it is when the
-/// share is made, to whoever has its link; the key is in the link, and kept here sealed under the master key.
+/// share is made, to whoever has its link. The key is in the link, which is told once, when it is made, and
+/// kept here sealed under the master key.
 ///
 /// Operations are coroutines on the caller's executor. They throw ShareError, APIError, KRCryptoError and
 /// SQLiteError. The index is the account's, brought up to date by the caller.
@@ -36,8 +37,8 @@ public:
 
     struct Listed {
         Share share;
-        std::optional<IndexItem> item;  ///< what is shared, when the index knows it
-        std::optional<SecretText> link; ///< none for a share made on another device
+        std::optional<IndexItem> item; ///< what is shared, when the index knows it
+        bool hasKey = false;           ///< its link's key is kept here, where the link was made
     };
 
     asio::awaitable<std::vector<Listed>> list();
@@ -50,6 +51,7 @@ private:
     [[nodiscard]] ShareEntry sealedEntry(const IndexItem& item, const KRCrypto::SecretBytes& entryKey) const;
     asio::awaitable<void> complete(const Share& share, const KRCrypto::LinkKey& key,
                                    std::vector<ShareEntry> rest);
+    [[nodiscard]] bool opens(const LocalIndex::Bytes& sealed) const;
     [[nodiscard]] SecretText linkOf(const Share& share, const KRCrypto::LinkKey& key) const;
 
     const std::shared_ptr<APIClient> api_;

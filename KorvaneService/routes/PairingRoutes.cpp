@@ -59,8 +59,8 @@ SQLRow live(Exchange& exchange, const std::string& id) {
 }
 
 // An approving device announces its key, so that both users can compare digits, and sends the sealed key
-// afterwards; "approved_by" is whose device it is from its first word on. The sealed key and the tokens are
-// given once; whoever asks again finds the pairing collected.
+// afterwards, or no key at all, which ends the pairing; "approved_by" is whose device it is from its first
+// word on. The sealed key and the tokens are given once; whoever asks again finds the pairing collected.
 Reply collect(Exchange& exchange) {
     const auto row = live(exchange, exchange.parameter("pairingId"));
     const auto secret = exchange.request.headers["X-Pairing-Secret"];
@@ -129,9 +129,10 @@ Reply approve(Exchange& exchange) {
     const auto request = exchange.body<PairApproveRequest>();
     Credentials::countAttempt(exchange, "pairing:" + exchange.session.userId);
     const bool announces = request.encryptedMasterKey.empty();
+    const bool withdraws = announces && request.approverPublicKey.empty();
     if (!announces)
         Credentials::requireWrappedKey(request.encryptedMasterKey);
-    if (request.approverPublicKey.size() != KRCrypto::keySize)
+    if (!withdraws && request.approverPublicKey.size() != KRCrypto::keySize)
         throw Refusal::badRequest("a public key has 32 bytes");
     const auto row = live(exchange, request.pairingId);
     if (row.string("code") != request.code ||
@@ -139,6 +140,10 @@ Reply approve(Exchange& exchange) {
         throw Refusal::forbidden("the code is not this pairing's");
     if (row.data("encrypted_master_key"))
         throw Refusal::expired("the pairing was used");
+    if (withdraws && row.string("approved_by") == exchange.session.userId) {
+        exchange.database.run("DELETE FROM pairings WHERE id = ?", request.pairingId);
+        return noContent();
+    }
     if (row.string("approved_by").value_or(exchange.session.userId) != exchange.session.userId ||
         row.data("approver_public_key").value_or(request.approverPublicKey) != request.approverPublicKey)
         throw Refusal::conflict("pairing_answered", "another device has answered this pairing");

@@ -1,4 +1,5 @@
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
@@ -10,15 +11,24 @@
 namespace Korvane::Testing {
 namespace {
 
+/// The program, with a password on its standard input.
+ProgramResult withPassword(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(),
+                     {"/bin/sh", "-c", R"(printf 'pass word\n' | exec "$0" "$@" --password-fd 0 2>&1)",
+                      builtProgram("korvane").string()});
+    ChildProcess process(arguments);
+    auto output = process.readAll();
+    return {process.wait(), std::move(output)};
+}
+
 TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
     LocalService service;
-    ChildProcess signUp({"/bin/sh", "-c",
-                         "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
-                         "--password-fd 0 --json",
-                         builtProgram("korvane").string(), service->baseURL()});
-    const auto answer = signUp.readAll();
-    EXPECT_EQ(signUp.wait(), 0);
-    EXPECT_EQ(answer.size(), std::string(R"({"recoveryCode":""})").size() + 65) << answer;
+    const auto signUp =
+        withPassword({"sign-up", "ann@example.org", "--service", service->baseURL(), "--json"});
+    EXPECT_EQ(signUp.exitCode, 0);
+    const auto answer = KRJSON::parse(signUp.output).as_object();
+    EXPECT_EQ(answer.at("recoveryCode").as_string().size(), 64U);
+    EXPECT_EQ(answer.at("email").as_string(), "ann@example.org");
 
     const auto whoami = runProgram("korvane", {"whoami"});
     EXPECT_EQ(whoami.exitCode, 0);
@@ -28,9 +38,46 @@ TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
             EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(077),
                       std::filesystem::perms::none)
                 << entry.path();
-    EXPECT_EQ(runProgram("korvane", {"sign-out"}).exitCode, 0);
-    EXPECT_EQ(runProgram("korvane", {"whoami"}).exitCode, 1);
+    service->faults().add(
+        "GET /v1/devices",
+        Fault::Answer{400, R"({"error":{"code":"bad_request","message":"\u001b[2Jdone\r\n"}})", {}});
+    ChildProcess hostile(
+        {"/bin/sh", "-c", "exec \"$0\" devices list 2>&1", builtProgram("korvane").string()});
+    EXPECT_EQ(hostile.readAll(), "korvane: ?[2Jdone??\n") << "the service does not steer the terminal";
+    EXPECT_EQ(runProgram("korvane", {"sign-out", "--json"}).output, "{\"signedOut\":\"ann@example.org\"}\n");
+    EXPECT_EQ(runProgram("korvane", {"whoami"}).exitCode, 3) << "someone must sign in";
     EXPECT_EQ(runProgram("korvane", {"sign-in"}).exitCode, 2);
+}
+
+TEST(AccountCommands, ASignInThatIsRefusedLeavesTheDeviceAndItsServiceAsTheyWere) {
+    LocalService service;
+    const std::string elsewhere = "http://127.0.0.1:1";
+    ASSERT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service->baseURL()}).exitCode, 0);
+    for (const auto* way : {"sign-up", "sign-in"})
+        EXPECT_EQ(withPassword({way, "cem@example.org", "--service", elsewhere}).output,
+                  "korvane: This device is signed in already. Sign out first.\n");
+    EXPECT_EQ(runProgram("korvane", {"recover", "cem@example.org", "--service", elsewhere}).exitCode, 1);
+    EXPECT_EQ(runProgram("korvane", {"pair", "start", "--service", elsewhere}).exitCode, 1);
+    EXPECT_EQ(runProgram("korvane", {"devices", "list"}).exitCode, 0) << "at its own service";
+
+    EXPECT_EQ(runProgram("korvane", {"sign-out"}).exitCode, 0);
+    EXPECT_EQ(withPassword({"sign-in", "ann@example.org", "--service", elsewhere}).exitCode, 1);
+    EXPECT_EQ(withPassword({"sign-in", "ann@example.org"}).exitCode, 0) << "at the service it had";
+}
+
+TEST(AccountCommands, ADamagedKeychainIsKeptBesideTheNextSignInAndInNobodysWay) {
+    LocalService service;
+    const auto keychain = SharedContainer::location() / "keychain.json";
+    ASSERT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service->baseURL()}).exitCode, 0);
+    writeFile(keychain, "{");
+    EXPECT_EQ(runProgram("korvane", {"whoami"}).exitCode, 3);
+    EXPECT_EQ(withPassword({"sign-in", "ann@example.org"}).exitCode, 0);
+    EXPECT_EQ(runProgram("korvane", {"whoami"}).exitCode, 0);
+    writeFile(keychain, "[");
+    EXPECT_EQ(runProgram("korvane", {"sign-out"}).exitCode, 0);
+    EXPECT_EQ(readFile(keychain, 10), "{}");
+    EXPECT_EQ(readFile(keychain.string() + ".damaged", 10), "{");
+    EXPECT_EQ(readFile(keychain.string() + ".damaged.2", 10), "[");
 }
 
 /// What the container keeps of the account: its user in the index, and how many paths have a state.
@@ -43,11 +90,7 @@ std::pair<std::optional<std::string>, std::size_t> keptData() {
 TEST(AccountCommands, DataOfAnAccountEndsWithItsSignInButNotWithARevocation) {
     LocalService service;
     const auto signUp = [&](const std::string& email) {
-        ChildProcess process(
-            {"/bin/sh", "-c",
-             R"(printf 'pass word\n' | exec "$0" sign-up "$1" --service "$2" --password-fd 0)",
-             builtProgram("korvane").string(), email, service->baseURL()});
-        return process.wait();
+        return withPassword({"sign-up", email, "--service", service->baseURL()}).exitCode;
     };
     const NotificationCenter notifications(SharedContainer::notificationFolder());
     const auto fill = [&] {

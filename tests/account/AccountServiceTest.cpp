@@ -2,6 +2,7 @@
 
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/ServerKDFError.hpp"
+#include "KorvaneCore/account/AlreadySignedIn.hpp"
 #include "KorvaneCore/account/WrongRecoveryCode.hpp"
 #include "KorvaneCore/api/AccountActionError.hpp"
 #include "tests/support/LocalService.hpp"
@@ -44,6 +45,11 @@ TEST(AccountServiceTest, TheMasterKeyComesBackByEveryRoad) {
     EXPECT_THROW(third.device.run(third.account.recover(email, code, "three")), WrongRecoveryCode);
     third.device.run(third.account.recover(email, newCode, "three"));
     EXPECT_EQ(third.account.masterKey(), key);
+    EXPECT_THROW(third.device.run(third.account.signIn(email, "three")), AlreadySignedIn);
+    EXPECT_THROW(third.device.run(third.account.signUp("cem@example.org", "four")), AlreadySignedIn);
+    EXPECT_THROW(third.device.run(third.account.recover(email, newCode, "four")), AlreadySignedIn);
+    EXPECT_EQ(service->faults().calls("POST /v1/auth/signup"), 1);
+    third.device.run(third.account.signOut());
     third.device.run(third.account.signIn(email, "three"));
 }
 
@@ -52,16 +58,18 @@ TEST(AccountServiceTest, WrongSecretsAreTheirOwnErrors) {
     SignedDevice signedIn(service);
     auto& [device, account] = signedIn;
     const std::string code(device.run(account.signUp(email, "right")).text());
-    EXPECT_EQ(device.failure(account.signIn(email, "wrong")), "Wrong e-mail address or password.");
-    EXPECT_EQ(device.failure(account.signIn("nobody@example.org", "right")),
-              "Wrong e-mail address or password.");
     EXPECT_EQ(device.failure(account.changePassword("wrong", "new")), "The current password is wrong.");
     EXPECT_EQ(device.failure(account.rotateRecoveryKey("wrong")), "The current password is wrong.");
-    EXPECT_EQ(device.failure(account.recover(email, std::string_view(code).substr(1), "new")),
+    SignedDevice outside(service);
+    auto& [other, entering] = outside;
+    EXPECT_EQ(other.failure(entering.signIn(email, "wrong")), "Wrong e-mail address or password.");
+    EXPECT_EQ(other.failure(entering.signIn("nobody@example.org", "right")),
+              "Wrong e-mail address or password.");
+    EXPECT_EQ(other.failure(entering.recover(email, std::string_view(code).substr(1), "new")),
               "Invalid recovery code");
     EXPECT_EQ(service->faults().calls("POST /v1/auth/recovery/begin"), 0)
         << "a bad code asks the server nothing";
-    EXPECT_EQ(device.failure(account.recover("nobody@example.org", std::string_view(code), "new")),
+    EXPECT_EQ(other.failure(entering.recover("nobody@example.org", std::string_view(code), "new")),
               "This recovery code does not belong to the account.");
     EXPECT_EQ(service->faults().calls("POST /v1/auth/recovery/complete"), 0);
     EXPECT_EQ(service->faults().calls("POST /v1/auth/refresh"), 0)
@@ -115,13 +123,12 @@ private:
     std::shared_ptr<KeychainStore> below_;
 };
 
-TEST(AccountServiceTest, OneAccountsTokensNeverStandBesideAnothersKey) {
+TEST(AccountServiceTest, ASignInThatCannotBeStoredLeavesTheDeviceSignedOut) {
     LocalService service;
     SignedDevice signedIn(service);
     auto& [device, account] = signedIn;
-    device.run(account.signUp(email, "password"));
     AccountService failing(device.api(), std::make_shared<FullKeychain>(device.keychain()), "test");
-    EXPECT_THROW(device.run(failing.signUp("cem@example.org", "password")), KeychainError);
+    EXPECT_THROW(device.run(failing.signUp(email, "password")), KeychainError);
     EXPECT_FALSE(device.run(account.restoreSession()));
 }
 

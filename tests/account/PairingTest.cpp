@@ -1,6 +1,7 @@
 #include "KRCrypto/Hex.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/PairingCrypto.hpp"
+#include "KorvaneCore/account/AlreadySignedIn.hpp"
 #include "KorvaneCore/account/PairingApproval.hpp"
 #include "KorvaneCore/account/PairingDigits.hpp"
 #include "KorvaneCore/account/PairingError.hpp"
@@ -48,6 +49,7 @@ public:
         const auto url = request.url;
         auto answer = co_await below_.send(std::move(request));
         urls.push_back(url);
+        rewrite(url, "/auth/pair/start", answer, start);
         rewrite(url, "/auth/pair/pending", answer, pending);
         if (url.find("/pending") == std::string::npos)
             rewrite(url, "code=", answer, poll);
@@ -55,6 +57,7 @@ public:
         co_return answer;
     }
 
+    std::function<void(PairStartResponse&)> start;
     std::function<void(PendingPairingsResponse&)> pending;
     std::function<void(PairPollResponse&)> poll;
     std::function<void(ChildrenPage&)> children;
@@ -148,8 +151,7 @@ TEST_F(Pairing, HandsTheMasterKeyOverOnceBothHaveConfirmed) {
     EXPECT_EQ(new_.run(new_.api()->me()).user.email, email);
     AccountService restored(new_.api(), new_.keychain(), "new");
     EXPECT_TRUE(new_.run(restored.restoreSession()));
-    PairingOffer again(new_.api(), clock_, "new");
-    EXPECT_EQ(refusal(new_, again.start()), Kind::alreadySignedIn);
+    EXPECT_THROW(new_.run(newAccount_.requireSignedOut()), AlreadySignedIn);
 }
 
 TEST_F(Pairing, AKeyPutInTheOtherDevicesPlaceShowsInTheDigits) {
@@ -269,6 +271,14 @@ TEST_F(Pairing, TheApproverAnnouncesToTheDeviceWithItsCodeOnly) {
     auto late = newApproval();
     EXPECT_EQ(refusal(old_, late.announce(code)), Kind::answered);
     expectNothingStored();
+}
+
+TEST_F(Pairing, WhatIsNoCodeIsNotShownAsOne) {
+    for (const auto* code : {"", "1234567", "123456789", "12345678\n", "1; rm -rf", "\x1b[31m678"}) {
+        newNetwork_->start = [code](auto& answer) { answer.code = code; };
+        EXPECT_EQ(new_.failure(offer_.start()),
+                  "Unexpected server response: PairStartResponse.code: expected 8 digits");
+    }
 }
 
 TEST_F(Pairing, WaitsThroughFailuresAndEndsWithThePairing) {

@@ -65,6 +65,7 @@ TEST(ServiceManager, HearsWhenTheServiceListensAndWhenItStops) {
 
 TEST(ServiceManager, HearsHowTheMirroringGoes) {
     LocalService service;
+    EXPECT_EQ(runProgram("korvane", {"run"}).exitCode, 3) << "nobody is signed in";
     const std::string script =
         "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" --password-fd 0";
     ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
@@ -79,6 +80,20 @@ TEST(ServiceManager, HearsHowTheMirroringGoes) {
     running.signal(SIGTERM);
     EXPECT_EQ(manager.hear(), "STOPPING=1");
     EXPECT_EQ(running.wait(), 0);
+
+    // A first pull that does not end is neither waited for at the start nor at the end.
+    service->faults().add("GET /v1/changes", Fault::Hold{}, 1, 100);
+    ChildProcess waiting({builtProgram("korvane").string(), "run"});
+    EXPECT_EQ(manager.hear(), "READY=1\nSTATUS=Mirroring");
+    waiting.signal(SIGTERM);
+    EXPECT_EQ(manager.hear(), "STOPPING=1");
+    EXPECT_EQ(waiting.wait(), 0);
+    service->faults().release();
+    service->faults().clear();
+
+    service->faults().add("GET /v1/changes",
+                          Fault::Answer{401, R"({"error":{"code":"device_revoked"}})", {}});
+    EXPECT_EQ(runProgram("korvane", {"run", "--once"}).exitCode, 3) << "the sign-in was withdrawn";
 }
 
 TEST(ServiceManager, AWrongSocketStopsNothing) {

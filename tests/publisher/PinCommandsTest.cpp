@@ -1,4 +1,5 @@
-// `korvane pin`, `unpin`, `pins` and `widgets publish --from-index` as a person runs them.
+// `korvane pin`, `unpin`, `pins`, `widgets publish --from-index` and `run --once` as a person runs them.
+#include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
@@ -75,6 +76,19 @@ TEST_F(PinCommandsTest, PinsAreShownAndKeptOfflineUntilUnpinned) {
     EXPECT_EQ(korvane({"unpin", "Papers"}).exitCode, 1);
     EXPECT_EQ(korvane({"sign-out"}).exitCode, 0);
     EXPECT_EQ(WidgetStore::load(), std::nullopt);
+}
+
+TEST_F(PinCommandsTest, RunOnceFailsWhileTransfersArePaused) {
+    EXPECT_EQ(korvane({"sync", "add", folder_.path(), "--to", "Mirror"}).exitCode, 0);
+    EXPECT_TRUE(KRJSON::parse(korvane({"queue", "pause", "--json"}).output).at("paused").as_bool());
+    EXPECT_EQ(korvane({"run", "--once"}).exitCode, 1);
+    EXPECT_EQ(korvane({"queue", "resume"}).exitCode, 0);
+    const auto sent = korvane({"run", "--once", "--json"});
+    EXPECT_EQ(sent.exitCode, 0);
+    const auto begin = sent.output.rfind('\n', sent.output.size() - 2) + 1;
+    const auto tally = KRJSON::parse(sent.output.substr(begin)).as_object();
+    EXPECT_EQ(tally.at("sentFiles").as_int64(), 1);
+    EXPECT_GT(tally.at("transferMilliseconds").as_int64(), 0) << "without the wait for what else may come";
 }
 
 } // namespace

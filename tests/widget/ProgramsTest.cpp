@@ -48,7 +48,7 @@ TEST(Programs, TheExtensionListsItsBundleAndWritesNothing) {
     EXPECT_TRUE(everythingBelow(home.path()).empty());
 }
 
-TEST(Programs, UnknownKindsAndFamiliesExitWithTwoAndPrintNoAnswer) {
+TEST(Programs, CalledWronglyTheyExitWithTwoAndPrintNoAnswer) {
     const TemporaryContainer container;
     const TemporaryFolder folder;
     const auto output = (folder / "card.png").string();
@@ -68,6 +68,11 @@ TEST(Programs, UnknownKindsAndFamiliesExitWithTwoAndPrintNoAnswer) {
          output, "--scale", "4"},
         {"korvane", "widgets", "publish", "--hide", "--clear"},
         {"korvane", "widgets", "publish", "--years", "3"},
+        {"korvane", "sign-in", "ann@example.org", "--service", "nonsense"},
+        {"korvane", "sign-in", "ann@example.org", "--password-fd", "9"},
+        {"korvane", "share", "create", "note.txt", "--expires", "7x"},
+        {"korvane", "share", "open", "note.txt"},
+        {"korvane-transfers", "--nonsense"},
     };
     for (const auto& request : requests) {
         const auto result = runProgram(request[0], {request.begin() + 1, request.end()});
@@ -123,7 +128,8 @@ TEST(Programs, ASourceThatCannotBePublishedLeavesTheOldSnapshot) {
     const auto before = WidgetStore::load();
     std::vector<std::string> nine{"widgets", "publish", "--pin"};
     nine.insert(nine.end(), 9, "/");
-    EXPECT_EQ(runProgram("korvane", nine).exitCode, 2);
+    for (const auto& nothing : {nine, {"widgets", "publish"}, {"widgets", "publish", "--show"}})
+        EXPECT_EQ(runProgram("korvane", nothing).exitCode, 2);
     EXPECT_EQ(runProgram("korvane", {"widgets", "publish", "--pin", "/no/such/file", "--hide"}).exitCode, 1);
     EXPECT_EQ(runProgram("korvane", {"widgets", "publish", "--photo", "/etc/passwd"}).exitCode, 1);
     EXPECT_EQ(WidgetStore::load(), before);
