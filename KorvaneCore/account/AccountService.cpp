@@ -208,7 +208,6 @@ asio::awaitable<void> AccountService::enter(AuthResponse response, MasterKey key
     co_await offload([this, &session, &key] {
         StoredSession::write(session);
         keychain_->write({{KeychainStore::Key::masterKey, key.bytes()}});
-        return true;
     });
     co_await api_->setTokens({response.accessToken, response.refreshToken});
     set(std::move(session), std::move(key));
@@ -267,7 +266,6 @@ asio::awaitable<void> AccountService::signOut() {
         keychain_->remove({KeychainStore::Key::masterKey});
         StoredSession::remove();
         WidgetStore::clear();
-        return true;
     });
 }
 
