@@ -47,10 +47,7 @@ void Client::endSignIn(const APIError& error) {
 
 asio::awaitable<void> Client::forgetKeys() {
     co_await api->clearTokens();
-    co_await offload([this] {
-        keychain->remove({KeychainStore::Key::masterKey});
-        return true;
-    });
+    co_await offload([this] { keychain->remove({KeychainStore::Key::masterKey}); });
 }
 
 void Client::requireSession() {

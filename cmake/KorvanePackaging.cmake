@@ -9,8 +9,8 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The korvane command, its helper for background transfers, the desktop widgets and a
-storage service for development.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The korvane command, the desktop widgets, a helper that moves parts for programs
+which are stopped meanwhile, and a storage service for development.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, static libraries and a CMake package.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -20,7 +20,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME korvane)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ca-certificates)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "ca-certificates, tzdata")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "adwaita-icon-theme, fonts-cantarell, xdg-utils")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME korvane-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

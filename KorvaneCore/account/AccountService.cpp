@@ -227,7 +227,6 @@ asio::awaitable<void> AccountService::enter(AuthResponse response, MasterKey key
             KRConfiguration::setOverrides(service_, service_);
         StoredSession::write(session);
         keychain_->write({{KeychainStore::Key::masterKey, key.bytes()}});
-        return true;
     });
     co_await api_->setTokens({response.accessToken, response.refreshToken});
     set(std::move(session), std::move(key));
@@ -294,7 +293,6 @@ asio::awaitable<void> AccountService::signOut() {
         keychain_->remove({KeychainStore::Key::masterKey});
         StoredSession::remove();
         WidgetStore::clear();
-        return true;
     });
 }
 

@@ -150,10 +150,7 @@ asio::awaitable<void> AccessTokens::setHere(TokenPair pair) {
     const auto lock = co_await lockTokens(clock_);
     co_await untilTurn();
     const Turn turn(*this);
-    co_await offload([keychain = keychain_, pair] {
-        keychain->write(items(pair));
-        return true;
-    });
+    co_await offload([keychain = keychain_, pair] { keychain->write(items(pair)); });
     endSignIn();
     cachedTokens_ = std::move(pair);
 }
@@ -163,10 +160,7 @@ asio::awaitable<void> AccessTokens::clearHere() {
     co_await untilTurn();
     const Turn turn(*this);
     endSignIn();
-    co_await offload([keychain = keychain_] {
-        keychain->remove({Key::accessToken, Key::refreshToken});
-        return true;
-    });
+    co_await offload([keychain = keychain_] { keychain->remove({Key::accessToken, Key::refreshToken}); });
 }
 
 asio::awaitable<void> AccessTokens::untilTurn() {
@@ -293,10 +287,7 @@ asio::awaitable<void> AccessTokens::keep(TokenPair pair, TokenPair replaced, std
     cachedTokens_ = pair;
     unsavedOver_ = replaced.accessToken;
     try {
-        co_await offload([keychain = keychain_, pair] {
-            keychain->write(items(pair));
-            return true;
-        });
+        co_await offload([keychain = keychain_, pair] { keychain->write(items(pair)); });
         unsavedOver_.reset();
     } catch (const KeychainError& error) {
         Log::error("keychain", std::string("new tokens were not stored: ") + error.what());

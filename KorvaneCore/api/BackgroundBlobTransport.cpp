@@ -115,10 +115,7 @@ asio::awaitable<void> BackgroundBlobTransport::putAnyhow(std::string url, KRCryp
     }
     const auto file = freshName();
     StagedBlob staged(SessionFiles::staged(file));
-    co_await offload([&] {
-        writeTemporaryFile(staged.file(), KRCrypto::asText(data));
-        return true;
-    });
+    co_await offload([&] { writeTemporaryFile(staged.file(), KRCrypto::asText(data)); });
     auto request = StorageCalls::putRequest(std::move(url));
     const auto answer =
         co_await run(session, std::move(request), TaskKind::upload, 0, file, std::move(staged));

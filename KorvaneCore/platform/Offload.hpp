@@ -12,6 +12,7 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <variant>
 
 namespace Korvane {
 
@@ -20,11 +21,13 @@ namespace Korvane {
 
 /// Runs `work` on one of the workers and brings its result, or what it throws, back to the caller's executor.
 /// Work that began is never interrupted: a cancelled caller still waits for its end, and the caller's
-/// context must not be destroyed before. The result must not be void.
+/// context must not be destroyed before.
 template <class Work, class Result = std::invoke_result_t<Work>>
 asio::awaitable<Result> offload(Work work) {
+    constexpr bool isVoid = std::is_void_v<Result>;
+
     struct Outcome {
-        std::optional<Result> result;
+        std::optional<std::conditional_t<isVoid, std::monostate, Result>> result;
         std::exception_ptr error;
     };
 
@@ -36,7 +39,10 @@ asio::awaitable<Result> offload(Work work) {
                                    home = std::move(home)]() mutable {
                 auto done = std::make_shared<Outcome>();
                 try {
-                    done->result.emplace(task());
+                    if constexpr (isVoid)
+                        task();
+                    else
+                        done->result.emplace(task());
                 } catch (...) {
                     done->error = std::current_exception();
                 }
@@ -50,8 +56,8 @@ asio::awaitable<Result> offload(Work work) {
             });
         },
         asio::use_awaitable, std::move(work));
-    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): an error would have been thrown
-    co_return std::move(*outcome->result);
+    if constexpr (!isVoid)
+        co_return std::move(outcome->result.value()); // an error would have been thrown
 }
 
 } // namespace Korvane

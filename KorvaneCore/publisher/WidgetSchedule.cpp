@@ -1,6 +1,7 @@
 #include "KorvaneCore/publisher/WidgetSchedule.hpp"
 
 #include "KorvaneCore/config/KRIdentifiers.hpp"
+#include "KorvaneCore/platform/Finally.hpp"
 #include "KorvaneCore/platform/LocalCalendar.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
@@ -64,10 +65,7 @@ asio::awaitable<void> WidgetSchedule::startOnStrand() {
 asio::awaitable<void> WidgetSchedule::stopOnStrand() {
     isRunning_ = false;
     // Its end joins its thread, away from the strand.
-    co_await offload([observation = std::exchange(observation_, nullptr)]() mutable {
-        observation.reset();
-        return true;
-    });
+    co_await offload([observation = std::exchange(observation_, nullptr)]() mutable { observation.reset(); });
     for (const auto& task : {publishing_, following_})
         if (task)
             (*task)->emit(asio::cancellation_type::terminal);
@@ -93,11 +91,10 @@ void WidgetSchedule::begin(Task task, std::optional<Cancellation>& slot) {
 
 asio::awaitable<void> WidgetSchedule::run(Task task, std::optional<Cancellation>& slot) {
     const auto self = shared_from_this();
-    const auto ended = [&slot](WidgetSchedule* schedule) {
+    const Finally atEnd([&] {
         slot.reset();
-        schedule->taskEnd_.cancel();
-    };
-    const std::unique_ptr<WidgetSchedule, decltype(ended)> atEnd(this, ended);
+        taskEnd_.cancel();
+    });
     co_await (this->*task)();
 }
 

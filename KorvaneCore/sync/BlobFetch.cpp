@@ -29,7 +29,6 @@ asio::awaitable<void> BlobFetch::into(PartialFile& file, KRCrypto::FileMeta meta
         co_await offload([&, index] {
             auto& buffer = bufferOf(index);
             file.append(decryptor.decryptInto(index, buffer, buffer));
-            return true;
         });
         progress(decryptor.plainBytes());
     };
@@ -42,10 +41,7 @@ asio::awaitable<void> BlobFetch::into(PartialFile& file, KRCrypto::FileMeta meta
     }
     static_cast<void>(decryptor.finish(meta.sha256));
     const auto modified = meta.mtime ? KRJSON::parseDate(*meta.mtime) : std::nullopt;
-    co_await offload([&] {
-        file.finish(modified);
-        return true;
-    });
+    co_await offload([&] { file.finish(modified); });
 }
 
 asio::awaitable<void> BlobFetch::fetchChunk(std::int64_t index, KRCrypto::Bytes& buffer) {

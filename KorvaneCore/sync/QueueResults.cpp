@@ -1,5 +1,6 @@
 // What becomes of a run, and of what the user discards.
 #include "KorvaneCore/platform/Clock.hpp"
+#include "KorvaneCore/platform/Finally.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
@@ -35,21 +36,6 @@ TransferJob jobOf(const JobRunner::Result& result) {
 TransferOutcome outcomeOf(JobRunner::Result result) {
     return std::visit([](auto& value) { return TransferOutcome{std::move(value)}; }, result);
 }
-
-/// Restores on leaving what an operation marked while it was under way.
-template <class Restore>
-class Finally {
-public:
-    explicit Finally(Restore restore) : restore_(std::move(restore)) {}
-
-    Finally(const Finally&) = delete;
-    Finally& operator=(const Finally&) = delete;
-
-    ~Finally() { restore_(); }
-
-private:
-    Restore restore_;
-};
 
 } // namespace
 

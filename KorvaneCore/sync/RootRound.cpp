@@ -37,12 +37,12 @@ asio::awaitable<bool> RootRound::run() {
     masterKey_ = co_await context_.masterKey();
     if (!co_await hasFolder())
         co_return false;
-    co_await offload([&] { return forgetMissingFolders(), true; });
+    co_await offload([&] { forgetMissingFolders(); });
     // Before the base: what ends in between is held, and not begun again with what it was based on. Of what
     // has ended by now the base knows once the outcome has been handled; that may have queued something in
     // turn.
     for (int look = 0; look < 2; ++look) {
-        co_await offload([&] { return queued_.look(*context_.index), true; });
+        co_await offload([&] { queued_.look(*context_.index); });
         co_await queue_.delivered();
     }
     const auto base = ledger_.base();
@@ -67,7 +67,7 @@ asio::awaitable<bool> RootRound::run() {
     for (const auto& file : plan.uploads)
         if (!queued_.hold(file.entry))
             co_await attempt(file.entry.relPath, send(file));
-    co_await offload([&] { return tidyStates(scan, plan.unchanged), true; });
+    co_await offload([&] { tidyStates(scan, plan.unchanged); });
     co_return isComplete_;
 }
 

@@ -1,6 +1,7 @@
 #include "KorvaneCore/sync/SyncEngine.hpp"
 
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/platform/Finally.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
 #include "KorvaneCore/sync/EventFilter.hpp"
@@ -20,10 +21,7 @@ constexpr auto category = "sync";
 
 /// Joins the watcher's thread away from the strand.
 asio::awaitable<void> release(std::shared_ptr<FSEventWatcher> watcher) {
-    co_await offload([watcher = std::move(watcher)]() mutable {
-        watcher.reset();
-        return true;
-    });
+    co_await offload([watcher = std::move(watcher)]() mutable { watcher.reset(); });
 }
 
 template <class Map>
@@ -139,10 +137,7 @@ asio::awaitable<void> SyncEngine::watch(Root root) {
     watchers_.emplace(root.id, watcher);
     std::exception_ptr failure;
     try {
-        co_await offload([watcher] {
-            watcher->start();
-            return true;
-        });
+        co_await offload([watcher] { watcher->start(); });
     } catch (...) {
         failure = std::current_exception();
     }
@@ -207,8 +202,7 @@ asio::awaitable<void> SyncEngine::reconcileNow(Root root, Cancellation task) {
         co_return;
     }
     reconciling_.emplace(root.id, Running{std::move(task)});
-    const auto ended = [&root](SyncEngine* engine) { engine->reconcileEnded(root.id); };
-    const std::unique_ptr<SyncEngine, decltype(ended)> atEnd(this, ended);
+    const Finally atEnd([&] { reconcileEnded(root.id); });
     try {
         co_await reconcile_(root);
         retryDelays_.erase(root.id);

@@ -107,10 +107,7 @@ asio::awaitable<void> UploadSession::sendMissing(PartPlan& plan) {
         co_await sendLane(sending);
     else
         co_await both(sendLane(sending), sendLane(sending));
-    co_await offload([this] {
-        work_.content->requireUnchanged();
-        return true;
-    });
+    co_await offload([this] { work_.content->requireUnchanged(); });
 }
 
 asio::awaitable<void> UploadSession::sendLane(Sending& sending) {

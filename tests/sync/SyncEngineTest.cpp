@@ -207,7 +207,7 @@ TEST_F(Engine, AFailedReconcileIsTriedAgainEverLaterUntilItSucceeds) {
     advance(settleInterval);
     EXPECT_EQ(reconciled.size(), 5U) << "a change does not wait for the next try";
     reconcileFails = false;
-    advance(80s);
+    advance(160s);
     EXPECT_EQ(clock->sleepers(), 0U);
 }
 
