@@ -16,10 +16,9 @@ namespace fs = std::filesystem;
 class PinCommandsTest : public testing::Test {
 protected:
     PinCommandsTest() {
-        ChildProcess signUp({"/bin/sh", "-c",
-                             "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
-                             "--password-fd 0 --json",
-                             builtProgram("korvane").string(), service_->baseURL()});
+        static constexpr const char* script =
+            R"(printf 'pass word\n' | exec "$0" sign-up ann@example.org --service "$1" --password-fd 0)";
+        ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service_->baseURL()});
         EXPECT_EQ(signUp.wait(), 0);
         writeFile(folder_ / "notes.txt", "remembered");
         EXPECT_EQ(korvane({"upload", folder_ / "notes.txt", "--to", "Papers"}).exitCode, 0);
