@@ -18,7 +18,9 @@ class ChunkDigests {
 public:
     explicit ChunkDigests(std::int64_t bytesPerChunk); // throws SizeMismatch below 1
 
+    ChunkDigests(const ChunkDigests&) = delete;
     ChunkDigests(ChunkDigests&&) noexcept;
+    ChunkDigests& operator=(const ChunkDigests&) = delete;
     ChunkDigests& operator=(ChunkDigests&&) noexcept;
     ~ChunkDigests();
 

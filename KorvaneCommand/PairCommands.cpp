@@ -119,7 +119,7 @@ int approve(const PairRequest& request) {
     Client client;
     client.requireSession();
     PairingApproval approval(client.api, client.account.masterKey());
-    const auto digits = client.run(approval.announce(request.code));
+    const auto digits = client.run(approval.announce(PairingDigits::bare(request.code)));
     Step announced{.step = "announced",
                    .deviceName = approval.device().deviceName,
                    .platform = approval.device().platform};

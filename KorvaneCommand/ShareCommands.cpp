@@ -25,6 +25,8 @@ namespace Korvane {
 
 namespace {
 
+constexpr std::chrono::milliseconds lastInstant{1}; ///< before an expiry: a day ends with it
+
 namespace fs = std::filesystem;
 
 constexpr int standardInput = 0;
@@ -145,7 +147,7 @@ void print(const ShareReport& report) {
                 report.hasPassword ? ", with a password" : "");
     if (report.expiresAt)
         std::printf(", %s %s", report.isExpired ? "expired on" : "until",
-                    LocalCalendar::dayKey(*report.expiresAt).c_str());
+                    LocalCalendar::dayKey(*report.expiresAt - lastInstant).c_str());
     std::printf("; opened %lld times, %lld files fetched; %s\n", static_cast<long long>(report.views),
                 static_cast<long long>(report.downloads),
                 report.hasKey ? "its key is kept here" : "no key of it is kept here");

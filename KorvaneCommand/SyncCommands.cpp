@@ -8,6 +8,7 @@
 #include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/TransferJob.hpp"
@@ -66,7 +67,10 @@ bool overlap(const std::string& a, const std::string& b) {
 }
 
 asio::awaitable<SyncRoot> added(Workshop& workshop, const SyncRequest& request) {
-    const auto folder = fs::canonical(request.folder).string();
+    std::error_code error;
+    const auto folder = fs::canonical(request.folder, error).string();
+    if (error)
+        throw FileError("sync", request.folder, error);
     if (!fs::is_directory(folder))
         throw std::runtime_error(folder + " is no folder");
     if (!KRCrypto::isUTF8(folder))

@@ -26,10 +26,14 @@ std::string grouped(std::string_view digits) {
     return text;
 }
 
+std::string bare(std::string_view typed) {
+    std::string digits(typed);
+    std::erase_if(digits, [](char c) { return c == ' ' || c == '-' || c == '\t' || c == '\r'; });
+    return digits;
+}
+
 bool same(std::string_view typed, std::string_view digits) {
-    std::string bare(typed);
-    std::erase_if(bare, [](char c) { return c == ' ' || c == '-' || c == '\t' || c == '\r'; });
-    return bare == digits;
+    return bare(typed) == digits;
 }
 
 } // namespace Korvane::PairingDigits

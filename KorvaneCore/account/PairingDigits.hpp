@@ -14,6 +14,10 @@ namespace Korvane::PairingDigits {
 /// For the eye: "1234 5678 9012 3456".
 [[nodiscard]] std::string grouped(std::string_view digits);
 
+/// What someone typed, without the spaces and hyphens that people put between digits. Codes are typed
+/// likewise.
+[[nodiscard]] std::string bare(std::string_view typed);
+
 /// Whether someone typed these digits, with spaces and hyphens where they like.
 [[nodiscard]] bool same(std::string_view typed, std::string_view digits);
 

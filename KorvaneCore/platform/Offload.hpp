@@ -57,7 +57,8 @@ asio::awaitable<Result> offload(Work work) {
         },
         asio::use_awaitable, std::move(work));
     if constexpr (!isVoid)
-        co_return std::move(outcome->result.value()); // an error would have been thrown
+        // NOLINTNEXTLINE(bugprone-unchecked-optional-access): an error would have been thrown
+        co_return std::move(*outcome->result);
 }
 
 } // namespace Korvane

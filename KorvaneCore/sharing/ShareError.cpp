@@ -24,7 +24,7 @@ const char* ShareError::what() const noexcept {
         return "The link's key does not open what it leads to: the link is not complete, or something was "
                "altered.";
     case Kind::altered:
-        return "What the link leads to was altered, so nothing was taken from it.";
+        return "What the link leads to was altered; nothing is taken from it from there on.";
     case Kind::wholeAccount:
         return "The account as a whole cannot be shared. Choose a folder or file in it.";
     case Kind::pastExpiry:

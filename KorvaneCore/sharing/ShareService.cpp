@@ -161,9 +161,10 @@ asio::awaitable<void> ShareService::revoke(std::string id) {
     try {
         co_await api_->revokeShare(id);
     } catch (const APIError& error) {
-        if (error.is<APIError::NotFound>())
-            throw ShareError(Kind::unknown);
-        throw;
+        if (!error.is<APIError::NotFound>())
+            throw;
+        index_->removeShareKey(id); // of one that was revoked elsewhere
+        throw ShareError(Kind::unknown);
     }
     index_->removeShareKey(id);
 }

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -21,28 +23,6 @@ namespace {
 
 constexpr std::uint64_t bufferSize = std::uint64_t{256} << 10;
 constexpr std::uint64_t pieceSize = std::uint64_t{64} << 20;
-
-struct Hashing {
-    OpenFile file;
-    std::uint64_t size;
-    std::uint64_t offset = 0;
-    KRCrypto::Sha256 hasher;
-    KRCrypto::ChunkDigests digests;
-    std::vector<std::uint8_t> buffer;
-
-    /// Whether there is more.
-    bool nextPiece() {
-        for (const auto end = std::min(size, offset + pieceSize); offset < end;) {
-            const auto length = std::min(bufferSize, end - offset);
-            const auto part = std::span(buffer).first(length);
-            file.readAt(offset, part);
-            hasher.update(part);
-            digests.update(part);
-            offset += length;
-        }
-        return offset < size;
-    }
-};
 
 /// How long the file may still change without a trace: two writes within one tick of the clock that dates
 /// files look alike. Kernels tick up to every 10 ms; some file systems keep whole seconds, FAT every other
@@ -63,6 +43,54 @@ asio::awaitable<void> settle(const LocalStat& stat) {
 
 } // namespace
 
+/// The reading of a file, a piece a call.
+class SourceContent::Reading {
+public:
+    Reading(std::filesystem::path file, LocalStat stat, std::int64_t chunkSize)
+        : path_(std::move(file)),
+          stat_(stat),
+          chunkSize_(chunkSize),
+          digests_(chunkSize),
+          buffer_(std::min(size(), bufferSize)) {}
+
+    /// The content once the file has been read to its end; null before.
+    std::shared_ptr<const SourceContent> next() {
+        auto content = whileUnchanged(path_, stat_, [this] { return nextPiece(); });
+        if (content)
+            content->requireUnchanged();
+        return content;
+    }
+
+private:
+    [[nodiscard]] std::uint64_t size() const { return static_cast<std::uint64_t>(stat_.size); }
+
+    std::shared_ptr<const SourceContent> nextPiece() {
+        if (!file_)
+            file_ = OpenFile::forReading(path_);
+        for (const auto end = std::min(size(), offset_ + pieceSize); offset_ < end;) {
+            const auto part = std::span(buffer_).first(std::min(bufferSize, end - offset_));
+            file_->readAt(offset_, part);
+            hasher_.update(part);
+            digests_.update(part);
+            offset_ += part.size();
+        }
+        if (offset_ < size())
+            return nullptr;
+        digests_.finish();
+        return std::shared_ptr<const SourceContent>(new SourceContent(
+            path_, stat_, KRCrypto::hexString(hasher_.digest()), std::move(digests_), chunkSize_));
+    }
+
+    std::filesystem::path path_;
+    LocalStat stat_;
+    std::int64_t chunkSize_;
+    std::optional<OpenFile> file_; // from the first piece on
+    std::uint64_t offset_ = 0;
+    KRCrypto::Sha256 hasher_;
+    KRCrypto::ChunkDigests digests_;
+    std::vector<std::uint8_t> buffer_;
+};
+
 SourceContent::SourceContent(std::filesystem::path file, LocalStat stat, std::string sha256,
                              KRCrypto::ChunkDigests digests, std::int64_t chunkSize)
     : file_(std::move(file)),
@@ -75,30 +103,10 @@ SourceContent::SourceContent(std::filesystem::path file, LocalStat stat, std::st
 asio::awaitable<std::shared_ptr<const SourceContent>>
 SourceContent::read(std::filesystem::path file, LocalStat stat, std::int64_t chunkSize) {
     co_await settle(stat);
-    const auto hashing = co_await offload([=] {
-        return whileUnchanged(file, stat, [&] {
-            const auto size = static_cast<std::uint64_t>(stat.size);
-            return std::make_shared<Hashing>(Hashing{OpenFile::forReading(file),
-                                                     size,
-                                                     0,
-                                                     {},
-                                                     KRCrypto::ChunkDigests(chunkSize),
-                                                     std::vector<std::uint8_t>(std::min(size, bufferSize))});
-        });
-    });
-    for (bool more = true; more;)
-        more = co_await offload(
-            [=] { return whileUnchanged(file, stat, [&] { return hashing->nextPiece(); }); });
-    co_return co_await offload([=] {
-        hashing->digests.finish();
-        const auto content = whileUnchanged(file, stat, [&] {
-            return std::shared_ptr<const SourceContent>(
-                new SourceContent(file, stat, KRCrypto::hexString(hashing->hasher.digest()),
-                                  std::move(hashing->digests), chunkSize));
-        });
-        content->requireUnchanged();
-        return content;
-    });
+    const auto reading = std::make_shared<Reading>(std::move(file), stat, chunkSize);
+    for (;;)
+        if (auto content = co_await offload([reading] { return reading->next(); }))
+            co_return content;
 }
 
 KRCrypto::ByteView SourceContent::sealed(std::int64_t chunk, KRCrypto::ByteView fileKey,

@@ -43,6 +43,8 @@ public:
     void requireUnchanged() const;
 
 private:
+    class Reading;
+
     SourceContent(std::filesystem::path file, LocalStat stat, std::string sha256,
                   KRCrypto::ChunkDigests digests, std::int64_t chunkSize);
 

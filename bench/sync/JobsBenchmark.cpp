@@ -3,8 +3,8 @@
 //   jobs-benchmark COUNT SIZE [LATENCY]
 //
 // files of SIZE bytes each; LATENCY in milliseconds is added to every answer of the service. Beside each
-// figure stands what its parts take alone, in the same run: as many of the smallest requests as the jobs
-// make, as many at a time; the bytes put or fetched without jobs; the bytes hashed and sealed.
+// figure stands what its parts take alone, in the same run: the calls of the jobs, as many files at a time
+// and one after the other for each; the bytes put or fetched, as many at a time; the bytes hashed and sealed.
 
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/Sha256.hpp"
@@ -39,8 +39,6 @@ namespace fs = std::filesystem;
 
 constexpr double mebibyte = 1 << 20;
 constexpr int atOnce = TransferQueue::defaultMaxConcurrent;
-constexpr int requestsOfAnUpload = 3;  ///< besides its parts: create, status, complete
-constexpr int requestsOfADownload = 2; ///< besides its ranges: the record, where its blob lies
 
 double cpuOf(int who) {
     rusage usage{};
@@ -250,12 +248,12 @@ Figures measure(Client& client, Load& load, const Enqueue& enqueue) {
     return {seconds, cpuOf(RUSAGE_SELF) - cpu, peakMemory()};
 }
 
-void print(const char* what, const Load& load, const Figures& figures, double requests, double bytes,
+void print(const char* what, const Load& load, const Figures& figures, double calls, double bytes,
            double crypto) {
-    const auto bound = std::max({requests, bytes, crypto});
+    const auto bound = std::max({calls, bytes, crypto});
     std::printf("| %s | %.2f s | %.0f | %.0f | %.2f s | %.0f MiB | %.2f s | %.2f s | %.2f s | %.0f%% |\n",
                 what, figures.seconds, load.mebibytes() / figures.seconds,
-                static_cast<double>(load.count) / figures.seconds, figures.cpu, figures.peak, requests, bytes,
+                static_cast<double>(load.count) / figures.seconds, figures.cpu, figures.peak, calls, bytes,
                 crypto, 100 * bound / figures.seconds);
 }
 
@@ -282,9 +280,54 @@ asio::awaitable<void> addDownloads(TransferQueue& queue, const Load& load, const
     }
 }
 
-double requestBound(Client& client, std::int64_t count) {
+/// Bytes of the sealed blob's parts, in order.
+std::vector<std::int64_t> partSizes(const Load& load) {
+    const auto full = KRCrypto::encChunkSize;
+    std::vector<std::int64_t> sizes;
+    for (auto left = KRCrypto::ChunkCrypto::encryptedSize(load.size); left > 0; left -= full)
+        sizes.push_back(std::min(full, left));
+    return sizes;
+}
+
+double uploadCalls(Client& client, const Load& load) {
+    const auto sizes = partSizes(load);
+    const KRCrypto::Bytes bytes(static_cast<std::size_t>(sizes.front()), 'x');
+    const auto total = KRCrypto::ChunkCrypto::encryptedSize(load.size);
     return secondsFor([&] {
-        client.each(count, [&](std::int64_t) -> asio::awaitable<void> { co_await client.job.api->me(); });
+        client.each(load.count, [&](std::int64_t number) -> asio::awaitable<void> {
+            const auto name = "bare-" + std::to_string(number);
+            const auto created = co_await client.job.api->createUpload({name, total, std::ssize(sizes)});
+            for (const auto& part : *created.parts)
+                co_await client.job.transport->put(
+                    part.url, KRCrypto::ByteView(bytes).first(static_cast<std::size_t>(
+                                  sizes[static_cast<std::size_t>(part.partNumber - 1)])));
+            static_cast<void>(co_await client.job.api->uploadStatus(*created.uploadId));
+            CompleteUploadRequest request;
+            request.folderId = client.root;
+            request.id = name;
+            request.metaEnc = client.masterKey->sealMeta(KRCrypto::FileMeta(name, "", load.size, ""));
+            request.nameBlindIndex = name;
+            request.wrappedFileKey = client.masterKey->wrapFileKey(KRCrypto::SecretBytes(KRCrypto::keySize));
+            static_cast<void>(co_await client.job.api->completeUpload(*created.uploadId, std::move(request)));
+        });
+    });
+}
+
+double downloadCalls(Client& client, const Load& load) {
+    const auto sizes = partSizes(load);
+    return secondsFor([&] {
+        client.each(load.count, [&](std::int64_t number) -> asio::awaitable<void> {
+            const auto id = "file-" + std::to_string(number);
+            static_cast<void>(co_await client.job.api->file(id));
+            const auto info = co_await client.job.api->downloadInfo(id);
+            KRCrypto::Bytes buffer;
+            std::int64_t first = 0;
+            for (const auto size : sizes) {
+                buffer.resize(static_cast<std::size_t>(size));
+                co_await client.job.transport->getInto(info.url, first, buffer);
+                first += size;
+            }
+        });
     });
 }
 
@@ -311,7 +354,7 @@ std::pair<double, double> transportBounds(Client& client, const Load& load) {
     std::vector<std::string> uploads;
     client.each(load.count, [&](std::int64_t number) -> asio::awaitable<void> {
         const auto created =
-            co_await client.job.api->createUpload({"bare-" + std::to_string(number), sealed,
+            co_await client.job.api->createUpload({"put-" + std::to_string(number), sealed,
                                                    KRCrypto::ChunkCrypto::chunkCount(load.size, chunkSize)});
         const auto full = chunkSize + static_cast<std::int64_t>(KRCrypto::gcmTagSize);
         for (const auto& part : *created.parts)
@@ -365,15 +408,15 @@ int run(int argc, char** argv) {
     const auto to = load.files / "fetched";
     const auto down =
         measure(client, load, [&](TransferQueue& queue) { return addDownloads(queue, load, to); });
-    const auto uploadRequests = requestBound(client, load.count * requestsOfAnUpload + load.chunks());
-    const auto downloadRequests = requestBound(client, load.count * requestsOfADownload + load.chunks());
+    const auto uploads = uploadCalls(client, load);
+    const auto downloads = downloadCalls(client, load);
     const auto [put, get] = transportBounds(client, load);
     const auto crypto = cryptoBound(load);
-    std::printf("| | time | MiB/s | files/s | CPU time | peak memory | requests alone | bytes alone | hash "
+    std::printf("| | time | MiB/s | files/s | CPU time | peak memory | calls alone | bytes alone | hash "
                 "and seal alone "
                 "| longest alone / time |\n|---|---|---|---|---|---|---|---|---|---|\n");
-    print("up", load, up, uploadRequests, put, crypto);
-    print("down", load, down, downloadRequests, get, crypto);
+    print("up", load, up, uploads, put, crypto);
+    print("down", load, down, downloads, get, crypto);
     return 0;
 }
 

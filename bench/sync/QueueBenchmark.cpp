@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_future.hpp>
 #include <sys/resource.h>
@@ -49,11 +50,8 @@ public:
             auto gate = std::make_shared<boost::asio::steady_timer>(
                 co_await asio::this_coro::executor, boost::asio::steady_timer::time_point::max());
             held.push_back(gate);
-            try {
-                co_await gate->async_wait(asio::use_awaitable);
-            } catch (const boost::system::system_error&) {
-                // Cancelled: by endOne(), or as the benchmark ends.
-            }
+            boost::system::error_code woken; // by endOne(), or as the benchmark ends
+            co_await gate->async_wait(asio::redirect_error(asio::use_awaitable, woken));
         }
         co_return TransferOutcome::Uploaded{std::get<UploadJob>(transferJob(run.record())), {}};
     }
@@ -74,10 +72,18 @@ struct Bench {
     boost::asio::io_context context;
     TransferQueue queue{context.get_executor(), index, runner, systemClock(), [] { return 0.5; }};
 
+    Bench() = default;
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
     ~Bench() {
-        runner->hold = false;
-        wait(queue.stop());
-        wait(queue.finished());
+        try {
+            runner->hold = false;
+            wait(queue.stop());
+            wait(queue.finished());
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "%s\n", error.what());
+        }
     }
 
     template <class T>
