@@ -70,7 +70,7 @@ asio::awaitable<RemoteFile> FileRegistration::carryOutOnce() {
                               work_.job.folderId,
                               work_.masterKey->sealMeta(meta),
                               work_.masterKey->nameBlindIndex(fileName),
-                              *work_.job.blobId,
+                              work_.blobId,
                               work_.wrappedKey,
                               work_.chunkCount(),
                               work_.encryptedSize(),

@@ -34,13 +34,12 @@ fromTrash(const JobContext& context, const KRCrypto::MasterKey& masterKey, const
     co_return std::nullopt;
 }
 
-asio::awaitable<std::optional<KnownKey>>
-fromVersions(const JobContext& context, const KRCrypto::MasterKey& masterKey, const UploadJob& job) {
-    if (!job.fileId)
-        co_return std::nullopt;
+asio::awaitable<std::optional<KnownKey>> fromVersions(const JobContext& context,
+                                                      const KRCrypto::MasterKey& masterKey,
+                                                      std::string fileId, const std::string& blobId) {
     try {
-        for (const auto& version : co_await context.api->versions(*job.fileId))
-            if (version.blobId == job.blobId)
+        for (const auto& version : co_await context.api->versions(std::move(fileId)))
+            if (version.blobId == blobId)
                 if (auto key = opened(masterKey, version.wrappedFileKey))
                     co_return key;
     } catch (const APIError& error) {
@@ -53,14 +52,15 @@ fromVersions(const JobContext& context, const KRCrypto::MasterKey& masterKey, co
 } // namespace
 
 asio::awaitable<KnownKey> knownKey(const JobContext& context, const KRCrypto::MasterKey& masterKey,
-                                   const UploadJob& job, const std::optional<KRCrypto::Bytes>& answered) {
+                                   const std::string& blobId, const std::optional<std::string>& fileId,
+                                   const std::optional<KRCrypto::Bytes>& answered) {
     auto key = opened(masterKey, answered);
     if (!key)
-        key = opened(masterKey, context.index->wrappedKey(*job.blobId));
+        key = opened(masterKey, context.index->wrappedKey(blobId));
     if (!key)
-        key = co_await fromTrash(context, masterKey, *job.blobId);
-    if (!key)
-        key = co_await fromVersions(context, masterKey, job);
+        key = co_await fromTrash(context, masterKey, blobId);
+    if (!key && fileId)
+        key = co_await fromVersions(context, masterKey, *fileId, blobId);
     if (!key)
         throw TransferQueue::PermanentFailure(
             "This content already exists in an older file version whose key isn't available on this device. "

@@ -2,9 +2,9 @@
 
 #include "KRCrypto/SecretBytes.hpp"
 #include "KorvaneCore/sync/JobContext.hpp"
-#include "KorvaneCore/sync/UploadJob.hpp"
 
 #include <optional>
+#include <string>
 
 namespace Korvane {
 
@@ -14,9 +14,10 @@ struct KnownKey {
 };
 
 /// The key of a blob the service has already: from its answer, the local index, the Trash, or the versions of
-/// the file to update, in this order. One that does not open under the master key does not count. Throws
-/// TransferQueue::PermanentFailure when there is none.
+/// the file to update, if any, in this order. One that does not open under the master key does not count.
+/// Throws TransferQueue::PermanentFailure when there is none. All outlive the coroutine.
 asio::awaitable<KnownKey> knownKey(const JobContext& context, const KRCrypto::MasterKey& masterKey,
-                                   const UploadJob& job, const std::optional<KRCrypto::Bytes>& answered);
+                                   const std::string& blobId, const std::optional<std::string>& fileId,
+                                   const std::optional<KRCrypto::Bytes>& answered);
 
 } // namespace Korvane

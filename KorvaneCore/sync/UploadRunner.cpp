@@ -23,7 +23,7 @@ constexpr std::size_t largestThumbnail = std::size_t{1} << 20;
 
 UploadRunner::UploadRunner(const JobContext& context, TransferRun& run, UploadState& uploads, UploadJob job)
     : uploads_(uploads),
-      work_{context, run, std::move(job), {}, {}, {}, {}, {}},
+      work_{context, run, std::move(job), {}, {}, {}, {}, {}, {}},
       session_(work_),
       registration_(work_) {}
 
@@ -48,7 +48,7 @@ asio::awaitable<TransferOutcome::Uploaded> UploadRunner::upload() {
 // Of several uploads of one content the first sends it; the others then find it at the service. A session
 // that ends under way is begun anew, once.
 asio::awaitable<RemoteFile> UploadRunner::store() {
-    const auto turn = co_await uploads_.turns.take(*work_.job.blobId);
+    const auto turn = co_await uploads_.turns.take(work_.blobId);
     try {
         co_return co_await storeOnce();
     } catch (const APIError& error) {

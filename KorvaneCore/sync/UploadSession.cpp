@@ -72,10 +72,11 @@ asio::awaitable<std::vector<UploadPart>> UploadSession::parts() {
 // The key is stored before anything is sealed with it: a run that follows seals the same content with it, or
 // none.
 asio::awaitable<std::optional<PartPlan>> UploadSession::begin() {
-    auto answer = co_await work_.context.api->createUpload(
-        {*work_.job.blobId, work_.encryptedSize(), work_.chunkCount()});
+    auto answer =
+        co_await work_.context.api->createUpload({work_.blobId, work_.encryptedSize(), work_.chunkCount()});
     if (answer.status == "exists") {
-        auto key = co_await knownKey(work_.context, *work_.masterKey, work_.job, answer.wrappedFileKey);
+        auto key = co_await knownKey(work_.context, *work_.masterKey, work_.blobId, work_.job.fileId,
+                                     answer.wrappedFileKey);
         work_.wrappedKey = std::move(key.wrapped);
         work_.job.wrappedFileKey = work_.wrappedKey;
         work_.fileKey = std::move(key.key);

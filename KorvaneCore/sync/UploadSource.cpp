@@ -30,6 +30,7 @@ asio::awaitable<void> UploadSource::find() {
     work_.content = co_await recordedContent(*stat);
     if (!work_.content)
         work_.content = co_await newContent(*stat);
+    work_.blobId = work_.job.blobId.value_or("");
 }
 
 // None when the source is not what the job recorded. Size and date do not tell that alone: a program may have

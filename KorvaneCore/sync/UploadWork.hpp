@@ -22,7 +22,8 @@ struct UploadWork {
     UploadJob job;
 
     std::shared_ptr<const KRCrypto::MasterKey> masterKey;
-    std::shared_ptr<const SourceContent> content; ///< what is sent; the job records its hash and blob id
+    std::shared_ptr<const SourceContent> content; ///< what is sent
+    std::string blobId;                           ///< of the content, sealed
     KRCrypto::Bytes wrappedKey;                   ///< of the blob
     KRCrypto::SecretBytes fileKey;
     std::string uploadId; ///< of the session; empty for a blob that the service has
