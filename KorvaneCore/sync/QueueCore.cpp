@@ -249,8 +249,8 @@ TransferRules::Situation QueueCore::situation() const {
         return running_.contains(id) || userCancelled_.contains(id) || leftOver_.contains(id);
     };
     for (const auto& [id, run] : running_) {
-        if (run->origin())
-            situation.running.push_back(*run->origin());
+        if (const auto& origin = run->origin())
+            situation.running.push_back(*origin);
     }
     return situation;
 }
