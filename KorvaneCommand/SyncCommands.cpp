@@ -188,7 +188,7 @@ struct Look {
 };
 
 /// Runs the coroutine, which a signal cancels. Whether one did.
-asio::awaitable<bool> isInterrupted(asio::awaitable<void> work, asio::signal_set& signals) {
+asio::awaitable<bool> endsBySignal(asio::awaitable<void> work, asio::signal_set& signals) {
     const auto executor = co_await asio::this_coro::executor;
     const auto [order, failure, noSignal, number] =
         co_await asio::experimental::make_parallel_group(
@@ -201,14 +201,16 @@ asio::awaitable<bool> isInterrupted(asio::awaitable<void> work, asio::signal_set
     co_return false;
 }
 
-/// Shows what moves until a signal comes or, with `--once`, until nothing is left to do.
-asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
+/// Shows what moves until a signal comes, or with `--once` until nothing is left to do: `isInterrupted` is
+/// set when a signal came first.
+asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const SyncRequest& request,
+                            bool& isInterrupted) {
     const auto executor = co_await asio::this_coro::executor;
     // Shared, since the handler may be called once this coroutine has ended.
     const auto look = std::make_shared<Look>(executor);
     asio::signal_set signals(executor, SIGINT, SIGTERM);
     ServiceManager::ready("Mirroring"); // a first pull may take longer than managers wait
-    if (co_await isInterrupted(session.startSync(), signals))
+    if (co_await endsBySignal(session.startSync(), signals))
         look->isLast = true;
     else
         signals.async_wait([look](const boost::system::error_code& error, int) {
@@ -230,6 +232,7 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
         boost::system::error_code woken;
         co_await look->timer.async_wait(asio::redirect_error(asio::use_awaitable, woken));
     }
+    isInterrupted = look->isLast;
     ServiceManager::stopping();
     display.end();
     signals.cancel();
@@ -237,10 +240,13 @@ asio::awaitable<void> watch(SyncSession& session, Workshop& workshop, const Sync
         throw APIError(*signInEnd);
 }
 
-asio::awaitable<void> mirror(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
-    if (!co_await session.during(watch(session, workshop, request)))
+/// Whether a signal ended it.
+asio::awaitable<bool> mirror(SyncSession& session, Workshop& workshop, const SyncRequest& request) {
+    bool isInterrupted = false;
+    if (!co_await session.during(watch(session, workshop, request, isInterrupted)))
         throw std::runtime_error("another korvane is at work on this account's transfers");
     co_await workshop.publishWidgets();
+    co_return isInterrupted;
 }
 
 bool hasPausedTransfers(const Workshop& workshop) {
@@ -251,7 +257,7 @@ int run(const SyncRequest& request) {
     Workshop workshop;
     tellOthers(workshop); // whose database may be a new one
     SyncSession session(workshop);
-    workshop.client.run(mirror(session, workshop, request));
+    const bool isInterrupted = workshop.client.run(mirror(session, workshop, request));
     const bool isHeldBack = request.once && hasPausedTransfers(workshop);
     auto tally = session.tally();
     tally.transferMilliseconds =
@@ -260,12 +266,15 @@ int run(const SyncRequest& request) {
         std::puts(KRJSON::write(tally).c_str());
     else
         std::printf("%s.\n", tally.text().c_str());
-    if (!session.isComplete())
+    if (!session.isComplete() || (request.once && isInterrupted))
         std::fputs("korvane: not everything could be mirrored; `korvane status` shows what is left.\n",
                    stderr);
     if (isHeldBack)
         std::fputs("korvane: transfers are paused; `korvane queue resume` lets them go on.\n", stderr);
-    return session.isComplete() && tally.failures == 0 && !isHeldBack ? ExitCode::done : ExitCode::failed;
+    // Without --once a signal is how it ends, whatever was under way.
+    const bool isWhole =
+        request.once ? session.isComplete() && !isInterrupted : session.isComplete() || isInterrupted;
+    return isWhole && tally.failures == 0 && !isHeldBack ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace

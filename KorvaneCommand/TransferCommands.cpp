@@ -50,7 +50,8 @@ struct Enqueued {
 
 struct Batch {
     std::vector<Enqueued> files;
-    std::vector<FileReport> others; ///< what did not come so far
+    std::vector<FileReport> others;     ///< what did not come so far
+    std::optional<std::string> failure; ///< why nothing more is enqueued
 };
 
 void print(const std::vector<FileReport>& reports, bool json) {
@@ -132,19 +133,26 @@ asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path fil
         {co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
 }
 
-/// What goes wrong with one entry keeps none of the others back; what would go wrong with all of them does.
+/// What goes wrong with one entry keeps none of the others back; what would go wrong with all of them ends
+/// the enqueueing, and what is queued by then is carried out.
 asio::awaitable<void> attempt(Batch& batch, std::string name, asio::awaitable<void> work) {
+    if (batch.failure) {
+        batch.others.push_back({std::move(name), "failed", batch.failure});
+        co_return;
+    }
     std::string reason;
     try {
         co_await std::move(work);
         co_return;
     } catch (const std::exception& error) {
+        reason = error.what();
         const auto* refusal = apiError(error);
         const bool concernsAll = refusal != nullptr && (refusal->isRetryable() || refusal->isAuthFatal() ||
                                                         refusal->is<APIError::Cancelled>());
-        if (concernsAll)
+        if (concernsAll && batch.files.empty())
             throw;
-        reason = error.what();
+        if (concernsAll)
+            batch.failure = reason;
     }
     batch.others.push_back({std::move(name), "failed", std::move(reason)});
 }

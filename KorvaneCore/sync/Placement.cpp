@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -56,9 +57,8 @@ bool Placement::takeOver(const LocalStat& present) {
         return true;
     }
     require(error);
-    const auto replaced = localStat(file_.path());
-    if (replaced && replaced != present && mustBeKept_(file_.path(), *replaced)) {
-        moveAside(file_.path());
+    if (isToBeKept(present)) {
+        keepReplaced();
         return true;
     }
     std::error_code left;
@@ -66,6 +66,27 @@ bool Placement::takeOver(const LocalStat& present) {
     if (left)
         Log::warning("transfer", "a file that was replaced could not be removed: " + left.message());
     return true;
+}
+
+// What cannot be told is kept.
+bool Placement::isToBeKept(const LocalStat& present) const {
+    try {
+        const auto replaced = localStat(file_.path());
+        return replaced && replaced != present && mustBeKept_(file_.path(), *replaced);
+    } catch (const std::exception&) {
+        return true;
+    }
+}
+
+// Under the temporary name nobody would find it.
+void Placement::keepReplaced() {
+    try {
+        moveAside(file_.path());
+    } catch (const TransferQueue::PermanentFailure&) {
+        if (const auto error = file_.exchange(destination_))
+            Log::error("transfer", "a replaced file stays under a temporary name: " + error.message());
+        throw;
+    }
 }
 
 void Placement::moveAside(const std::filesystem::path& path) {

@@ -32,6 +32,8 @@ public:
 
 private:
     bool takeOver(const LocalStat& present);
+    [[nodiscard]] bool isToBeKept(const LocalStat& present) const;
+    void keepReplaced();
     void moveAside(const std::filesystem::path& path);
 
     const PartialFile& file_;

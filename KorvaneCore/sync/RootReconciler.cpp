@@ -3,6 +3,7 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
+#include "KorvaneCore/storage/SQLiteError.hpp"
 #include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
 #include "KorvaneCore/sync/RootRound.hpp"
@@ -65,18 +66,24 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
     const auto ledger = ledgerOf(origin);
     if (!ledger)
         co_return std::nullopt;
-    bool again = false;
-    if (const auto* failure = outcome.as<TransferOutcome::Failed>()) {
-        again = co_await failed(*ledger, *failure);
-    } else if (outcome.as<TransferOutcome::Dropped>() != nullptr) {
-        ledger->mark(pathIn(origin), PathStatus::queued);
-        again = true;
-    } else if (const auto* upload = outcome.as<TransferOutcome::Uploaded>()) {
-        again = co_await uploaded(*ledger, upload->job, upload->file.id, upload->file.version);
-    } else if (const auto* download = outcome.as<TransferOutcome::Downloaded>()) {
-        again = co_await downloaded(*ledger, *download);
+    bool again = true; // also when the outcome cannot be taken up now: the next reconcile finds what it was
+    try {
+        again = co_await takeUp(*ledger, outcome);
+    } catch (const SQLiteError& error) {
+        Log::warning("sync", error.what());
     }
     co_return again ? std::optional(ledger->root().id) : std::nullopt;
+}
+
+asio::awaitable<bool> RootReconciler::takeUp(const RootLedger& ledger, const TransferOutcome& outcome) {
+    if (const auto* failure = outcome.as<TransferOutcome::Failed>())
+        co_return co_await failed(ledger, *failure);
+    if (const auto* upload = outcome.as<TransferOutcome::Uploaded>())
+        co_return co_await uploaded(ledger, upload->job, upload->file.id, upload->file.version);
+    if (const auto* download = outcome.as<TransferOutcome::Downloaded>())
+        co_return co_await downloaded(ledger, *download);
+    ledger.mark(pathIn(originOf(outcome)), PathStatus::queued);
+    co_return true;
 }
 
 // A file that came and went before it was sent has failed at nothing. One that was trashed elsewhere while it

@@ -48,6 +48,7 @@ public:
 private:
     [[nodiscard]] RootLedger ledgerOf(SyncRoot root) const;
     [[nodiscard]] std::optional<RootLedger> ledgerOf(const std::optional<TransferOrigin>& origin) const;
+    asio::awaitable<bool> takeUp(const RootLedger& ledger, const TransferOutcome& outcome);
     asio::awaitable<bool> failed(const RootLedger& ledger, const TransferOutcome::Failed& failed);
     asio::awaitable<bool> uploaded(const RootLedger& ledger, const UploadJob& job, std::string itemId,
                                    std::int64_t version);

@@ -37,7 +37,6 @@ asio::awaitable<bool> RootRound::run() {
     masterKey_ = co_await context_.masterKey();
     if (!co_await hasFolder())
         co_return false;
-    co_await offload([&] { forgetMissingFolders(); });
     // Before the base: what ends in between is held, and not begun again with what it was based on. Of what
     // has ended by now the base knows once the outcome has been handled; that may have queued something in
     // turn.
@@ -45,7 +44,9 @@ asio::awaitable<bool> RootRound::run() {
         co_await offload([&] { queued_.look(*context_.index); });
         co_await queue_.delivered();
     }
+    co_await offload([&] { forgetMissingFolders(); });
     const auto base = ledger_.base();
+    const auto states = co_await offload([&] { return ledger_.statuses(); });
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
     const auto plan = co_await offload([&] { return planSync(scan, base); });
@@ -67,7 +68,7 @@ asio::awaitable<bool> RootRound::run() {
     for (const auto& file : plan.uploads)
         if (!queued_.hold(file.entry))
             co_await attempt(file.entry.relPath, send(file));
-    co_await offload([&] { tidyStates(scan, plan.unchanged); });
+    co_await offload([&] { tidyStates(states, scan, plan.unchanged); });
     co_return isComplete_;
 }
 
@@ -76,7 +77,7 @@ asio::awaitable<bool> RootRound::run() {
 asio::awaitable<bool> RootRound::hasFolder() {
     const auto& id = ledger_.root().folderId;
     auto item = context_.index->item(id);
-    if (!item) {
+    if (!item || item->deletedAt) { // it may have come back with a folder above it
         try {
             context_.index->apply(co_await context_.api->folder(id), *masterKey_);
         } catch (const APIError& error) {
@@ -109,9 +110,9 @@ void RootRound::forgetMissingFolders() {
 }
 
 // What is as it was reconciled is synced, whatever went wrong with it before; but a conflict is for the user
-// to end. What is gone has no state.
-void RootRound::tidyStates(const LocalScan& scan, const std::vector<std::string>& unchanged) const {
-    const auto states = ledger_.statuses();
+// to end. What had a state before the scan and is gone has none.
+void RootRound::tidyStates(const States& states, const LocalScan& scan,
+                           const std::vector<std::string>& unchanged) const {
     std::vector<std::string> synced;
     for (const auto& relPath : unchanged) {
         const auto state = states.find(relPath);
@@ -304,11 +305,12 @@ asio::awaitable<KRCrypto::FileMeta> RootRound::metaOf(std::string itemId) {
 // Dated or written anew with the content it had: the base learns its new looks.
 asio::awaitable<void> RootRound::compare(SyncPlan::Upload doubtful) {
     const auto& [entry, base] = doubtful;
-    if (base && base->sha256 &&
-        co_await hasContent(ledger_.absolute(entry.relPath), entry.stat, *base->sha256))
-        ledger_.setBase(entry, base->itemId, base->version, base->sha256);
-    else
-        co_await enqueue(std::move(doubtful));
+    if (!base || !base->sha256 ||
+        !co_await hasContent(ledger_.absolute(entry.relPath), entry.stat, *base->sha256))
+        co_return co_await enqueue(std::move(doubtful));
+    ledger_.setBase(entry, base->itemId, base->version, base->sha256);
+    if (ledger_.status(entry.relPath) != PathStatus::conflict)
+        ledger_.mark(entry.relPath, PathStatus::synced, base->itemId);
 }
 
 asio::awaitable<void> RootRound::send(SyncPlan::Upload file) {

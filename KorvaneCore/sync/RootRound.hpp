@@ -30,7 +30,9 @@ public:
 private:
     asio::awaitable<bool> hasFolder();
     void forgetMissingFolders();
-    void tidyStates(const LocalScan& scan, const std::vector<std::string>& unchanged) const;
+    using States = std::map<std::string, PathStatus>;
+    void tidyStates(const States& states, const LocalScan& scan,
+                    const std::vector<std::string>& unchanged) const;
     void markSkipped(const LocalScan& scan);
     asio::awaitable<void> giveUpGone(const LocalScan& scan);
     asio::awaitable<void> attempt(std::string relPath, asio::awaitable<void> work);

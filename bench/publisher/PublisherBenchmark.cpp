@@ -32,7 +32,7 @@ bool isPicture(const IndexItem& item) {
 /// The anniversary, a year after the tree's dates end, of the day of the item.
 WidgetPublisher::Time anniversary(const IndexItem& item) {
     const auto day = std::chrono::floor<std::chrono::days>(*item.mtime);
-    std::chrono::year_month_day date = day;
+    const std::chrono::year_month_day date = day;
     return std::chrono::sys_days(std::chrono::year(2025) / date.month() / date.day()) + 12h;
 }
 
