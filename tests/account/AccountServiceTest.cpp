@@ -16,7 +16,8 @@ constexpr const char* email = "ann@example.org";
 
 /// One device's sign-in, with a container of its own.
 struct SignedDevice {
-    explicit SignedDevice(const LocalService& service, std::shared_ptr<KeychainStore> keychain = nullptr)
+    explicit SignedDevice(const LocalService& service,
+                          const std::shared_ptr<KeychainStore>& keychain = nullptr)
         : device(service), account(device.api(), keychain ? keychain : device.keychain(), "test") {}
 
     TestDevice device;

@@ -115,7 +115,7 @@ TEST_F(APIClientTest, FollowsTheRoadOfA401) {
         bool credentialCheck;
         std::optional<E> error;
         bool asInfo = false;
-        std::vector<E> told = {};
+        std::vector<E> told = {}; // NOLINT(readability-redundant-member-init): rows may leave it out
     };
 
     const std::vector<E> revoked{E::DeviceRevoked{}};
@@ -253,7 +253,6 @@ TEST_F(APIClientTest, NewTokensTheKeychainDidNotTakeAreStoredLater) {
     std::filesystem::rename(folder_ / "aside", file);
     ASSERT_EQ(storedAccessToken(), token(0, "old"));
 
-    const auto second = token(60, "second");
     clock_->advance(31s);
     answerCalls({});
     EXPECT_EQ(get(client_.currentAccessToken()).text(), fresh_);

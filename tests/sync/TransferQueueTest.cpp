@@ -376,7 +376,7 @@ TEST_F(TransferQueueTest, PauseStopAndCancelAtEverySuspensionPoint) {
         }
         co_return TransferOutcome::Uploaded{job, {}};
     };
-    wait(queue.addOutcomeHandler([&](TransferOutcome) { return suspend(); }));
+    wait(queue.addOutcomeHandler([&](const TransferOutcome&) { return suspend(); }));
     enum class Action { pause, stop, cancel, cancelAll };
     for (const auto action : {Action::pause, Action::stop, Action::cancel, Action::cancelAll}) {
         for (int point = 0; point <= steps + 1; ++point) {
