@@ -43,7 +43,8 @@ TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
         Fault::Answer{400, R"({"error":{"code":"bad_request","message":"\u001b[2Jdone\r\n"}})", {}});
     ChildProcess hostile(
         {"/bin/sh", "-c", "exec \"$0\" devices list 2>&1", builtProgram("korvane").string()});
-    EXPECT_EQ(hostile.readAll(), "korvane: Bad request: ?[2Jdone??\n") << "the service does not steer the terminal";
+    EXPECT_EQ(hostile.readAll(), "korvane: Bad request: ?[2Jdone??\n")
+        << "the service does not steer the terminal";
     EXPECT_EQ(runProgram("korvane", {"sign-out", "--json"}).output, "{\"signedOut\":\"ann@example.org\"}\n");
     EXPECT_EQ(runProgram("korvane", {"whoami"}).exitCode, 3) << "someone must sign in";
     EXPECT_EQ(runProgram("korvane", {"sign-in"}).exitCode, 2);
