@@ -5,6 +5,7 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/GivenSecret.hpp"
 #include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/SecretLine.hpp"
 #include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/SecretInput.hpp"
@@ -96,14 +97,6 @@ void report(const Client& client, const AccountRequest& request, const char* don
         std::puts(KRJSON::write(identityOf(client)).c_str());
     else
         print(identityOf(client), done);
-}
-
-/// A line of JSON with a secret in it.
-template <class Record>
-void putSecret(const Record& record) {
-    auto text = KRJSON::write(record);
-    const KRCrypto::WipedAtEnd wiped(text);
-    std::puts(text.c_str());
 }
 
 void printRecoveryCode(const SecretText& code) {

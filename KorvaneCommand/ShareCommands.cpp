@@ -3,6 +3,7 @@
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/GivenSecret.hpp"
 #include "KorvaneCommand/Printable.hpp"
+#include "KorvaneCommand/SecretLine.hpp"
 #include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
@@ -110,9 +111,7 @@ int create(const ShareRequest& request) {
     const auto created = workshop.client.run(service.create(*item, password, expiresAt));
     const auto entries = created.share.entryCount.value_or(0);
     if (request.json) {
-        auto text = KRJSON::write(CreatedReport{created.share.id, created.link, expiresAt, entries});
-        const KRCrypto::WipedAtEnd wiped(text);
-        std::puts(text.c_str());
+        putSecret(CreatedReport{created.share.id, created.link, expiresAt, entries});
         return ExitCode::done;
     }
     std::printf("\"%s\" is shared as it is now. Whoever has this link%s can open it:\n\n  ",

@@ -119,15 +119,8 @@ asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
         std::rethrow_exception(failure);
 }
 
-std::optional<std::string> SyncSession::dropReason(const std::string& transferId) const {
-    const auto found = dropReasons_.find(transferId);
-    return found == dropReasons_.end() ? std::nullopt : std::optional(found->second);
-}
-
 asio::awaitable<void> SyncSession::settled(TransferOutcome outcome) {
     tally_.add(outcome);
-    if (const auto* dropped = outcome.as<TransferOutcome::Dropped>())
-        dropReasons_.emplace(dropped->id, dropped->reason);
     const auto again = co_await reconciler_->settled(outcome);
     co_await workshop_.offline->settled(std::move(outcome));
     widgets_->changed();

@@ -9,7 +9,6 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 #include "KorvaneCore/sync/SyncEngine.hpp"
 
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -39,9 +38,6 @@ public:
     /// Whether the last reconcile of each root left nothing for another try.
     [[nodiscard]] bool isComplete() const noexcept { return incomplete_.empty(); }
 
-    /// Why the transfer was given up; none when it was not, or not here.
-    [[nodiscard]] std::optional<std::string> dropReason(const std::string& transferId) const;
-
     [[nodiscard]] const TransferTally& tally() const noexcept { return tally_; }
 
 private:
@@ -62,7 +58,6 @@ private:
     std::set<std::string> incomplete_; ///< likewise
     int reconciling_ = 0;              ///< how many are at it
     TransferTally tally_;
-    std::map<std::string, std::string> dropReasons_; ///< by the transfer's id
 };
 
 } // namespace Korvane

@@ -17,6 +17,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -64,12 +65,15 @@ void print(const std::vector<FileReport>& reports, bool json) {
                     report.error ? ": " : "", report.error ? printable(*report.error).c_str() : "");
 }
 
+using DropReasons = std::map<std::string, std::string>; ///< by transfer
+
 /// How a record stands now; none while it waits or moves.
-std::optional<FileReport> settled(LocalIndex& index, const SyncSession& session, const Enqueued& file) {
+std::optional<FileReport> settled(LocalIndex& index, const DropReasons& dropped, const Enqueued& file) {
     const auto record = index.transfer(file.id);
     if (!record) {
-        auto reason = session.dropReason(file.id);
-        return FileReport{file.name, reason ? "dropped" : "cancelled", std::move(reason)};
+        const auto reason = dropped.find(file.id);
+        return reason == dropped.end() ? FileReport{file.name, "cancelled", std::nullopt}
+                                       : FileReport{file.name, "dropped", reason->second};
     }
     if (record->state == TransferRecord::State::done)
         return FileReport{file.name, "done", std::nullopt};
@@ -81,12 +85,12 @@ std::optional<FileReport> settled(LocalIndex& index, const SyncSession& session,
 }
 
 /// Until every file of the batch has settled.
-asio::awaitable<void> follow(Workshop& workshop, const SyncSession& session,
+asio::awaitable<void> follow(Workshop& workshop, const DropReasons& dropped,
                              const std::vector<Enqueued>& files, std::vector<FileReport>& reports) {
     ProgressDisplay display;
     for (auto file = files.begin(); file != files.end();) {
         co_await workshop.queue->delivered(); // the reason of one that was dropped, too
-        if (auto report = settled(*workshop.index, session, *file)) {
+        if (auto report = settled(*workshop.index, dropped, *file)) {
             reports.push_back(std::move(*report));
             ++file;
             continue;
@@ -99,8 +103,14 @@ asio::awaitable<void> follow(Workshop& workshop, const SyncSession& session,
 
 asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
     auto reports = std::move(batch.others);
+    const auto dropped = std::make_shared<DropReasons>();
+    co_await workshop.queue->addOutcomeHandler([dropped](TransferOutcome outcome) -> asio::awaitable<void> {
+        if (const auto* drop = outcome.as<TransferOutcome::Dropped>())
+            dropped->emplace(drop->id, drop->reason);
+        co_return;
+    });
     SyncSession session(workshop);
-    if (co_await session.during(follow(workshop, session, batch.files, reports)))
+    if (co_await session.during(follow(workshop, *dropped, batch.files, reports)))
         co_return reports;
     for (const auto& file : batch.files)
         reports.push_back({file.name, "queued", std::nullopt});

@@ -44,8 +44,7 @@ asio::awaitable<bool> RootRound::run() {
         co_await offload([&] { queued_.look(*context_.index); });
         co_await queue_.delivered();
     }
-    co_await offload([&] { forgetMissingFolders(); });
-    const auto base = ledger_.base();
+    const auto base = co_await offload([&] { return baseOfLiveFolders(); });
     const auto states = co_await offload([&] { return ledger_.statuses(); });
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
@@ -99,14 +98,19 @@ asio::awaitable<bool> RootRound::hasFolder() {
 }
 
 // Files of a folder that is gone, or in the Trash, have nowhere to go; it is made anew, and they with it.
-void RootRound::forgetMissingFolders() {
-    for (const auto& [relPath, entry] : ledger_.base()) {
+RootLedger::Base RootRound::baseOfLiveFolders() const {
+    auto base = ledger_.base();
+    bool isCurrent = true;
+    for (const auto& [relPath, entry] : base) {
         if (!entry.isFolder)
             continue;
         const auto item = context_.index->item(entry.itemId);
-        if (!item || item->deletedAt)
-            ledger_.removeBase(relPath, true);
+        if (item && !item->deletedAt)
+            continue;
+        ledger_.removeBase(relPath, true);
+        isCurrent = false;
     }
+    return isCurrent ? base : ledger_.base();
 }
 
 // What is as it was reconciled is synced, whatever went wrong with it before; but a conflict is for the user

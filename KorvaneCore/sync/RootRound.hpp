@@ -29,7 +29,7 @@ public:
 
 private:
     asio::awaitable<bool> hasFolder();
-    void forgetMissingFolders();
+    [[nodiscard]] RootLedger::Base baseOfLiveFolders() const;
     using States = std::map<std::string, PathStatus>;
     void tidyStates(const States& states, const LocalScan& scan,
                     const std::vector<std::string>& unchanged) const;

@@ -6,10 +6,8 @@
 #include "KorvaneCore/widget/WidgetStore.hpp"
 #include "tests/support/ChildProcess.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/VirtualClock.hpp"
+#include "tests/support/VirtualTime.hpp"
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 #include <gtest/gtest.h>
 
 namespace Korvane::Testing {
@@ -17,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class WidgetScheduleTest : public testing::Test {
+class WidgetScheduleTest : protected VirtualTime, public testing::Test {
 protected:
     void SetUp() override { // NOLINT(*-identifier-naming)
         await(schedule_->start());
@@ -29,29 +27,10 @@ protected:
 
     asio::awaitable<void> publish() {
         ++published_;
-        co_await clock_->sleep(workTime_);
+        co_await clock->sleep(workTime_);
         ++completed_;
         if (fails_)
             throw std::runtime_error("cannot publish");
-    }
-
-    void await(asio::awaitable<void> operation) {
-        auto done = asio::co_spawn(context_, std::move(operation), asio::use_future);
-        context_.restart();
-        while (done.wait_for(0s) != std::future_status::ready)
-            context_.run_one_for(20s);
-        done.get();
-        settle();
-    }
-
-    void settle() {
-        context_.restart();
-        context_.poll();
-    }
-
-    void advance(Clock::Duration duration) {
-        clock_->advance(duration);
-        settle();
     }
 
     void changed() {
@@ -61,18 +40,16 @@ protected:
 
     /// Until a change waits to be published; it may come from another thread or process.
     void waitForChange() {
-        context_.restart();
-        while (clock_->sleepers() < 2 && context_.run_one_for(20s) > 0) {
+        context.restart();
+        while (clock->sleepers() < 2 && context.run_one_for(20s) > 0) {
         }
-        EXPECT_EQ(clock_->sleepers(), 2U) << "the day's and the change's";
+        EXPECT_EQ(clock->sleepers(), 2U) << "the day's and the change's";
     }
 
     TemporaryContainer container_;
     ScopedEnvironment zone_{"TZ", "UTC"};
-    asio::io_context context_;
-    std::shared_ptr<VirtualClock> clock_ = std::make_shared<VirtualClock>();
     std::shared_ptr<WidgetSchedule> schedule_ = std::make_shared<WidgetSchedule>(
-        context_.get_executor(), clock_, NotificationCenter(SharedContainer::notificationFolder()),
+        context.get_executor(), clock, NotificationCenter(SharedContainer::notificationFolder()),
         [this] { return publish(); });
     Clock::Duration workTime_{};
     bool fails_ = false;
@@ -117,14 +94,14 @@ TEST_F(WidgetScheduleTest, OtherProcessesPinsAndAChoiceToHideContentAreNoticed) 
 }
 
 TEST_F(WidgetScheduleTest, ANewDayIsPublishedWhenItBeginsHoweverItComes) {
-    const auto untilMidnight = std::chrono::ceil<std::chrono::days>(clock_->now()) - clock_->now();
+    const auto untilMidnight = std::chrono::ceil<std::chrono::days>(clock->now()) - clock->now();
     for (auto left = untilMidnight - 1ms; left > 0ms; left -= std::min<decltype(left)>(left, 5min))
         advance(std::min<decltype(left)>(left, 5min));
     EXPECT_EQ(published_, 0);
     advance(1ms);
     advance(1s);
     EXPECT_EQ(published_, 1);
-    clock_->jump(48h); // as after sleep
+    clock->jump(48h); // as after sleep
     advance(WidgetSchedule::dayLookInterval);
     advance(1s);
     EXPECT_EQ(published_, 2);
@@ -139,7 +116,7 @@ TEST_F(WidgetScheduleTest, StoppingCancelsWhatRunsAndNothingIsPublishedUntilTheN
     changed();
     advance(1s);
     await(schedule_->stop());
-    EXPECT_EQ(clock_->sleepers(), 0U);
+    EXPECT_EQ(clock->sleepers(), 0U);
     changed();
     advance(48h);
     EXPECT_EQ(published_, 1);

@@ -148,6 +148,14 @@ protected:
         return upload(run);
     }
 
+    /// A second version of the file, as another device makes it.
+    void uploadElsewhere(const std::string& fileId, const std::string& name, const std::string& bytes) {
+        auto theirs = uploadOf(write(name, bytes));
+        theirs.fileId = fileId;
+        theirs.baseVersion = 1;
+        upload(theirs);
+    }
+
     TransferOutcome::Downloaded download(const DownloadJob& job) {
         KeptRun run(job);
         return std::get<TransferOutcome::Downloaded>(device_.run(runner().run(run)));

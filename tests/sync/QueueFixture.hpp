@@ -4,16 +4,11 @@
 #include "KorvaneCore/sync/JobRunner.hpp"
 #include "KorvaneCore/sync/TransferQueue.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/VirtualClock.hpp"
+#include "tests/support/VirtualTime.hpp"
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_future.hpp>
 #include <gmock/gmock.h>
-
-#include <future>
 
 namespace Korvane::Testing {
 
@@ -117,16 +112,14 @@ private:
 };
 
 /// A queue over an index of the test's own, in virtual time, on the test's thread.
-struct QueueTest : testing::Test {
+struct QueueTest : VirtualTime, testing::Test {
     TemporaryFolder folder;
     std::filesystem::path url = folder / "index.sqlite";
-    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
     std::shared_ptr<LocalIndex> index = std::make_shared<LocalIndex>(url, clock);
     SQLiteDatabase tables{url};
     std::shared_ptr<ScriptedRunner> runner = std::make_shared<ScriptedRunner>();
     std::vector<TransferOutcome> outcomes;
     double jitter = 1;
-    asio::io_context context;
     TransferQueue queue{context.get_executor(), index, runner, clock, [this] { return jitter; }};
 
     void SetUp() override {
@@ -139,28 +132,6 @@ struct QueueTest : testing::Test {
     void TearDown() override {
         wait(queue.stop());
         wait(queue.finished());
-        settle();
-    }
-
-    template <class T>
-    T wait(asio::awaitable<T> operation) {
-        auto result = asio::co_spawn(context, std::move(operation), asio::use_future);
-        context.restart();
-        while (result.wait_for(0s) != std::future_status::ready) {
-            if (context.run_one_for(20s) == 0)
-                throw std::runtime_error("the operation does not end");
-        }
-        return result.get();
-    }
-
-    /// Runs everything that can run without time passing.
-    void settle() {
-        context.restart();
-        context.poll();
-    }
-
-    void advance(Clock::Duration duration) {
-        clock->advance(duration);
         settle();
     }
 

@@ -69,6 +69,15 @@ protected:
         writeFile(here_ / relPath, bytes);
     }
 
+    /// A conflict that the next round meets.
+    void editOnBothSides() {
+        put("plan.txt", content(60, 1));
+        round();
+        uploadElsewhere(index_->child(root_, "plan.txt")->id, "plan.txt", content(60, 2));
+        put("plan.txt", content(61, 3));
+    }
+
+    const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     fs::path here_ = folder_ / "root";
     SyncRoot syncRoot_{"root", (fs::create_directory(here_), here_.string()), root_};
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
@@ -113,16 +122,8 @@ TEST_F(RootReconcilerTest, MovesSendNoContent) {
 }
 
 TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
-    put("plan.txt", content(60, 1));
+    editOnBothSides();
     round();
-    const auto item = index_->child(root_, "plan.txt");
-    auto theirs = uploadOf(write("plan.txt", content(60, 2)));
-    theirs.fileId = item->id;
-    theirs.baseVersion = item->version;
-    upload(theirs);
-    put("plan.txt", content(61, 3));
-    round();
-    const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{copy, "plan.txt"}));
     EXPECT_EQ(read(here_ / copy), content(61, 3));
     EXPECT_EQ(read(here_ / "plan.txt"), content(60, 2));
@@ -135,15 +136,8 @@ TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
 }
 
 TEST_F(RootReconcilerTest, EditsAroundAConflictAreKept) {
-    const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     const std::string further = "plan (conflicted copy from Anna's laptop 2027-01-15 2).txt";
-    put("plan.txt", content(60, 1));
-    round();
-    auto theirs = uploadOf(write("plan.txt", content(60, 2)));
-    theirs.fileId = index_->child(root_, "plan.txt")->id;
-    theirs.baseVersion = 1;
-    upload(theirs);
-    put("plan.txt", content(61, 3));
+    editOnBothSides();
     beforeOutcome_ = [&] {
         if (!fs::exists(here_ / further))
             put(copy, "in the way");

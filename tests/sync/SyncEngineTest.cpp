@@ -3,11 +3,8 @@
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/VirtualClock.hpp"
+#include "tests/support/VirtualTime.hpp"
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -80,7 +77,7 @@ private:
     std::vector<Stream*> streams_;
 };
 
-struct Engine : testing::Test {
+struct Engine : Testing::VirtualTime, testing::Test {
     static constexpr auto settleInterval = 2s;
 
     void TearDown() override { await(engine->stop()); } // NOLINT(*-identifier-naming)
@@ -100,24 +97,9 @@ struct Engine : testing::Test {
             throw std::runtime_error("the reconcile failed");
     }
 
-    void await(asio::awaitable<void> operation) {
-        auto done = asio::co_spawn(context, std::move(operation), asio::use_future);
-        context.restart();
-        while (done.wait_for(0s) != std::future_status::ready)
-            context.run_one_for(20s);
-        done.get();
-        settle();
-    }
-
-    /// Runs all that can run without time going by.
-    void settle() {
-        context.restart();
-        context.poll();
-    }
-
-    void advance(Clock::Duration duration) {
-        clock->advance(duration);
-        settle();
+    void startWithRoot() {
+        await(engine->addRoot({"id", "/r"}));
+        await(engine->start());
     }
 
     void tell(const std::vector<FileEvent>& batch, const std::string& root = "/r") {
@@ -125,8 +107,6 @@ struct Engine : testing::Test {
         settle();
     }
 
-    asio::io_context context;
-    std::shared_ptr<Testing::VirtualClock> clock = std::make_shared<Testing::VirtualClock>();
     ScriptedEvents events;
     std::shared_ptr<SyncEngine> engine = makeEngine(events.source());
     std::vector<std::string> reconciled;
@@ -136,8 +116,7 @@ struct Engine : testing::Test {
 };
 
 TEST_F(Engine, TenEventsInARowLeadToOneReconcileAfterTheLast) {
-    await(engine->addRoot({"id", "/r"}));
-    await(engine->start());
+    startWithRoot();
     for (int i = 0; i < 10; ++i) {
         tell({{"/r/file" + std::to_string(i)}});
         EXPECT_EQ(clock->sleepers(), 1U) << "one settle time is pending";
@@ -152,8 +131,7 @@ TEST_F(Engine, TenEventsInARowLeadToOneReconcileAfterTheLast) {
 }
 
 TEST_F(Engine, NoiseSchedulesNothingUnlessEventsWereDropped) {
-    await(engine->addRoot({"id", "/r"}));
-    await(engine->start());
+    startWithRoot();
 
     struct Case {
         std::uint32_t flags;
@@ -192,8 +170,7 @@ TEST_F(Engine, ItsOwnWriteStartsNoReconcileWithinFiveSecondsAndOneAfterSix) {
 
 TEST_F(Engine, AFailedReconcileIsTriedAgainEverLaterUntilItSucceeds) {
     reconcileFails = true;
-    await(engine->addRoot({"id", "/r"}));
-    await(engine->start());
+    startWithRoot();
     tell({{"/r/a"}});
     advance(settleInterval);
     for (const auto delay : {10s, 20s, 40s}) {
@@ -213,8 +190,7 @@ TEST_F(Engine, AFailedReconcileIsTriedAgainEverLaterUntilItSucceeds) {
 
 TEST_F(Engine, WhatChangesInTheContainerIsNoConcern) {
     const auto container = SharedContainer::location().string();
-    await(engine->addRoot({"id", "/r"}));
-    await(engine->start());
+    startWithRoot();
     tell({{container + "/index.sqlite-wal"}});
     EXPECT_EQ(clock->sleepers(), 0U);
 }
@@ -222,8 +198,7 @@ TEST_F(Engine, WhatChangesInTheContainerIsNoConcern) {
 TEST_F(Engine, ChangesDuringAReconcileLeadToOneMoreAndNeverTwoAtATime) {
     reconcileTime = 10s;
     reconcileFails = true;
-    await(engine->addRoot({"id", "/r"}));
-    await(engine->start());
+    startWithRoot();
     tell({{"/r/a"}});
     advance(settleInterval);
     for (int i = 0; i < 3; ++i) {
