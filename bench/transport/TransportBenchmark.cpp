@@ -67,7 +67,9 @@ Storage start() {
         serve(::fdopen(ends[1], "w"));
     }
     ::close(ends[1]);
-    auto* in = ::fdopen(ends[0], "r");
+    auto* const in = ::fdopen(ends[0], "r");
+    if (in == nullptr)
+        throw std::runtime_error("no stream");
     std::array<char, 4096> line{};
     std::vector<std::string> lines;
     while (std::fgets(line.data(), line.size(), in) != nullptr)
@@ -130,7 +132,7 @@ void get(benchmark::State& state, BlobTransport& transport) {
 
 ForegroundBlobTransport foreground() {
     static asio::io_context context;
-    static Testing::TemporaryFolder folder;
+    static const Testing::TemporaryFolder folder;
     KRConfiguration configuration;
     configuration.apiBaseURL = KRConfiguration::parseBaseURL(storage.baseURL).value();
     return ForegroundBlobTransport(std::make_shared<APIClient>(

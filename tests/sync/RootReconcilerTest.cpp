@@ -77,7 +77,7 @@ protected:
         put("plan.txt", content(61, 3));
     }
 
-    const std::string copy = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
+    const std::string copy_ = "plan (conflicted copy from Anna's laptop 2027-01-15).txt";
     fs::path here_ = folder_ / "root";
     SyncRoot syncRoot_{"root", (fs::create_directory(here_), here_.string()), root_};
     std::shared_ptr<StatusDatabase> status_ = std::make_shared<StatusDatabase>(
@@ -124,13 +124,13 @@ TEST_F(RootReconcilerTest, MovesSendNoContent) {
 TEST_F(RootReconcilerTest, AConflictCopyHasItsNameHereToo) {
     editOnBothSides();
     round();
-    EXPECT_EQ(remotePaths(), (std::vector<std::string>{copy, "plan.txt"}));
-    EXPECT_EQ(read(here_ / copy), content(61, 3));
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{copy_, "plan.txt"}));
+    EXPECT_EQ(read(here_ / copy_), content(61, 3));
     EXPECT_EQ(read(here_ / "plan.txt"), content(60, 2));
-    EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict);
+    EXPECT_EQ(status_->status(here_ / copy_), PathStatus::conflict);
     EXPECT_EQ(round(), 0);
-    EXPECT_EQ(status_->status(here_ / copy), PathStatus::conflict) << "until the user ends it";
-    fs::remove(here_ / copy);
+    EXPECT_EQ(status_->status(here_ / copy_), PathStatus::conflict) << "until the user ends it";
+    fs::remove(here_ / copy_);
     round();
     EXPECT_EQ(status_->aggregateStatus(here_), PathStatus::synced);
 }
@@ -140,13 +140,13 @@ TEST_F(RootReconcilerTest, EditsAroundAConflictAreKept) {
     editOnBothSides();
     beforeOutcome_ = [&] {
         if (!fs::exists(here_ / further))
-            put(copy, "in the way");
+            put(copy_, "in the way");
         else
             put("plan.txt", content(60, 4)); // once the other version has come
     };
     round();
     beforeOutcome_ = nullptr;
-    EXPECT_EQ(read(here_ / copy), "in the way");
+    EXPECT_EQ(read(here_ / copy_), "in the way");
     EXPECT_EQ(read(here_ / further), content(61, 3));
     EXPECT_EQ(again_, "root");
     EXPECT_EQ(round(), 2) << "the one in the way, and the edit of what had come";

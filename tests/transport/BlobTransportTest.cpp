@@ -38,7 +38,7 @@ struct BlobTransportTest : TransportFixture, testing::TestWithParam<Form> {
         return std::make_unique<BackgroundBlobTransport>(identifier, true, options);
     }
 
-    ~BlobTransportTest() override {
+    void TearDown() override {
         EXPECT_EQ(stagedFiles(), 0U);
         if (const auto* background = dynamic_cast<const BackgroundBlobTransport*>(transport.get())) {
             EXPECT_EQ(background->usingForegroundFallback(), GetParam() == Form::fallback);

@@ -177,14 +177,7 @@ TEST_F(TransferHelperTest, FullDiskWhileDownloadingFailsTheGetWithTheFileError) 
     for (const auto& argument : foregroundHelper())
         command += " " + argument;
     ChildProcess limited({"/bin/sh", "-c", command});
-    const auto isLimited = [&] {
-        try {
-            return helper() != 0;
-        } catch (const std::exception&) { // not yet, or the killed one, just ending
-            return false;
-        }
-    };
-    waitUntil(isLimited);
+    waitUntil([&] { return runningHelper().has_value(); }); // not the killed one, which may be just ending
     try {
         (void)device.run(transport.get(url, {0, 2 * partSize}));
         ADD_FAILURE() << "there is no room";

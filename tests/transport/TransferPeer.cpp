@@ -14,7 +14,7 @@
 
 using namespace Korvane;
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     if (argc != 5)
         return 2;
     const auto bytes = readFile(argv[4], std::size_t{64} << 20);
@@ -40,4 +40,8 @@ int main(int argc, char** argv) {
                    });
     context.run();
     return 0;
+} catch (const std::exception& error) {
+
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
 }

@@ -18,7 +18,7 @@ struct TransferProtocolTest : testing::Test {
             .run();
     }};
 
-    ~TransferProtocolTest() override { helper.join(); }
+    void TearDown() override { helper.join(); }
 
     static TaskOrder order(std::int64_t task) {
         TaskOrder made;

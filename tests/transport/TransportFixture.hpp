@@ -85,11 +85,8 @@ struct TransportFixture {
     }
 
     ~TransportFixture() {
-        try {
-            ::kill(static_cast<pid_t>(helper()), SIGKILL);
-        } catch (const std::exception&) {
-            // No helper was started, or it has ended.
-        }
+        if (const auto process = runningHelper())
+            ::kill(static_cast<pid_t>(*process), SIGKILL);
     }
 
     TransportFixture(const TransportFixture&) = delete;
@@ -125,6 +122,15 @@ struct TransportFixture {
 
     /// The process of the helper that serves now. Throws FileError when there is none.
     [[nodiscard]] std::int64_t helper() const { return HelperPeer(identifier).greet().process; }
+
+    /// None when no helper was started, or it has ended.
+    [[nodiscard]] std::optional<std::int64_t> runningHelper() const {
+        try {
+            return helper();
+        } catch (const std::exception&) {
+            return std::nullopt;
+        }
+    }
 
     void killHelper() const { ASSERT_EQ(::kill(static_cast<pid_t>(helper()), SIGKILL), 0); }
 
