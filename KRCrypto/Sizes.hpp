@@ -13,6 +13,9 @@ inline constexpr std::size_t keySize = 32;
 inline constexpr std::size_t gcmIVSize = 12;
 inline constexpr std::size_t gcmTagSize = 16;
 
+// Of a password, in bytes.
+inline constexpr std::size_t saltSize = 16;
+
 // What a sealed box adds to its plaintext: version, nonce, tag.
 inline constexpr std::size_t sealedOverhead = 1 + gcmIVSize + gcmTagSize;
 

@@ -31,25 +31,38 @@ struct PairRequest {
     bool json = false;
 };
 
-/// One line for programs; each step has the members that belong to it.
-struct Step {
-    std::string step; ///< "started", "announced" or "done"
-    // The initialisers let designated ones leave members out.
-    // NOLINTBEGIN(readability-redundant-member-init)
-    std::optional<std::string> code{};
-    std::optional<std::int64_t> validFor{}; ///< seconds
-    std::optional<std::string> digits{};
-    std::optional<std::string> deviceName{};
-    std::optional<std::string> platform{};
-    std::optional<std::string> email{};
-    std::optional<std::string> deviceId{};
-    std::optional<std::string> service{};
-    // NOLINTEND(readability-redundant-member-init)
+// One line for programs at each step.
+
+struct Started {
+    std::string code;
+    std::int64_t validFor = 0; ///< seconds
+    std::string step = "started";
 };
-BOOST_DESCRIBE_STRUCT(Step, (),
-                      (step, code, validFor, digits, deviceName, platform, email, deviceId, service))
+BOOST_DESCRIBE_STRUCT(Started, (), (step, code, validFor))
+
+struct Announced {
+    std::optional<std::string> digits;
+    std::optional<std::string> deviceName; ///< of the new device, to the one that approves
+    std::optional<std::string> platform;   ///< likewise
+    std::string step = "announced";
+};
+BOOST_DESCRIBE_STRUCT(Announced, (), (step, digits, deviceName, platform))
+
+struct Paired {
+    std::string email;
+    std::string deviceId;
+    std::string service;
+    std::string step = "done";
+};
+BOOST_DESCRIBE_STRUCT(Paired, (), (step, email, deviceId, service))
+
+struct Approved {
+    std::string step = "done";
+};
+BOOST_DESCRIBE_STRUCT(Approved, (), (step))
 
 /// Each step is there to be read before the next one is waited for.
+template <class Step>
 void tell(const PairRequest& request, const Step& step, const std::string& text) {
     std::puts(request.json ? KRJSON::write(step).c_str() : text.c_str());
     std::fflush(stdout);
@@ -81,12 +94,11 @@ int start(const PairRequest& request) {
     client.run(client.account.requireSignedOut());
     PairingOffer offer(client.api, systemClock(), request.name.value_or(DeviceInfo::currentDeviceName()));
     const auto invitation = client.run(offer.start());
-    tell(request,
-         {.step = "started", .code = invitation.code, .validFor = std::int64_t{invitation.validFor.count()}},
+    tell(request, Started{invitation.code, invitation.validFor.count()},
          "Within " + minutes(invitation.validFor) + ", run this on a device that is signed in:\n\n  " +
              "korvane pair approve " + invitation.code + "\n");
     const auto digits = client.run(offer.answer());
-    tell(request, {.step = "announced", .digits = digits},
+    tell(request, Announced{digits, {}, {}},
          "The other device has answered. It must show the same digits as this one:\n\n  " +
              PairingDigits::grouped(digits) + "\n");
     if (!saysYes(request))
@@ -97,10 +109,7 @@ int start(const PairRequest& request) {
         DeviceInfo::setPreferredName(*request.name);
     const auto session = client.account.requiredSession();
     tell(request,
-         {.step = "done",
-          .email = session.user.email,
-          .deviceId = session.device.id,
-          .service = std::string(client.configuration.apiBaseURL.buffer())},
+         Paired{session.user.email, session.device.id, std::string(client.configuration.apiBaseURL.buffer())},
          "Paired, and signed in as " + printable(session.user.email) + " on \"" +
              printable(session.device.name) + "\".");
     return ExitCode::done;
@@ -120,9 +129,7 @@ int approve(const PairRequest& request) {
     client.requireSession();
     PairingApproval approval(client.api, client.account.masterKey());
     const auto digits = client.run(approval.announce(PairingDigits::bare(request.code)));
-    Step announced{.step = "announced",
-                   .deviceName = approval.device().deviceName,
-                   .platform = approval.device().platform};
+    Announced announced{{}, approval.device().deviceName, approval.device().platform};
     auto text = "The new device calls itself \"" + printable(approval.device().deviceName) + "\".";
     if (!request.typesDigits) {
         announced.digits = digits;
@@ -137,7 +144,7 @@ int approve(const PairRequest& request) {
         throw PairingError(PairingError::Kind::notConfirmed);
     }
     client.run(approval.approve());
-    tell(request, {.step = "done"}, "The key is on its way; the new device asks for a last confirmation.");
+    tell(request, Approved{}, "The key is on its way; the new device asks for a last confirmation.");
     return ExitCode::done;
 }
 

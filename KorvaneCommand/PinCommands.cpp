@@ -152,7 +152,7 @@ int list(const PinRequest& request) {
 void addPinCommands(CLI::App& app, int& status) {
     const auto request = std::make_shared<PinRequest>();
 
-    auto* pinning = app.add_subcommand("pin", "Keep here, in widgets");
+    auto* pinning = app.add_subcommand("pin", "Keep offline, in widgets");
     pinning->footer("Shows files and folders in the widgets and keeps copies of them offline.");
     pinning->add_option("PATH", request->paths, "Paths in the account, or below a synced folder")
         ->required()
@@ -160,7 +160,7 @@ void addPinCommands(CLI::App& app, int& status) {
     CommonOptions::addJSON(*pinning, request->json);
     pinning->callback([request, &status] { status = pin(*request); });
 
-    auto* unpinning = app.add_subcommand("unpin", "Keep no longer");
+    auto* unpinning = app.add_subcommand("unpin", "Undo a pin");
     unpinning->footer("The offline copies go; the account's files stay.");
     unpinning->add_option("PATH", request->paths, "As for pin, or identifiers")
         ->required()

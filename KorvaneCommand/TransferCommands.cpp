@@ -222,16 +222,9 @@ void requireSafe(const std::string& relPath) {
             throw std::runtime_error("\"" + printable(relPath) + "\" is no name a file can have here");
 }
 
-void makeFolder(const fs::path& folder) {
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error)
-        throw FileError("create", folder, error);
-}
-
 asio::awaitable<void> enqueueItem(Workshop& workshop, Batch& batch, IndexItem item, fs::path destination) {
     if (item.isFolder) {
-        makeFolder(destination);
+        createDirectories(destination);
         co_return;
     }
     DownloadJob job;

@@ -1,4 +1,5 @@
-# What the core's libraries need, in the build and for whoever uses them installed.
+# What the core's libraries need, in the build and for whoever uses them installed: the one that includes this says what
+# becomes of a missing library, in find_dependency and find_module_dependency.
 
 find_dependency(PkgConfig)
 find_dependency(Threads)
@@ -10,9 +11,9 @@ find_dependency(OpenSSL 3)
 find_dependency(spdlog)
 find_dependency(SQLite3)
 
-pkg_check_modules(argon2 REQUIRED IMPORTED_TARGET libargon2)
-pkg_check_modules(gdkpixbuf REQUIRED IMPORTED_TARGET gdk-pixbuf-2.0)
-pkg_check_modules(gio REQUIRED IMPORTED_TARGET gio-2.0)
-pkg_check_modules(libsecret REQUIRED IMPORTED_TARGET libsecret-1)
-pkg_check_modules(magic REQUIRED IMPORTED_TARGET libmagic)
-pkg_check_modules(plist REQUIRED IMPORTED_TARGET libplist-2.0)
+find_module_dependency(argon2 libargon2)
+find_module_dependency(gdkpixbuf gdk-pixbuf-2.0)
+find_module_dependency(gio gio-2.0)
+find_module_dependency(libsecret libsecret-1)
+find_module_dependency(magic libmagic)
+find_module_dependency(plist libplist-2.0)

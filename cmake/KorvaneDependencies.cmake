@@ -3,6 +3,9 @@
 macro(find_dependency)
   find_package(${ARGN} REQUIRED)
 endmacro()
+macro(find_module_dependency name module)
+  pkg_check_modules(${name} REQUIRED IMPORTED_TARGET ${module})
+endmacro()
 include(KorvaneCoreDependencies)
 
 find_package(CLI11 REQUIRED)

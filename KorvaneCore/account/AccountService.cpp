@@ -28,7 +28,6 @@ using KRCrypto::MasterKey;
 using KRCrypto::PasswordKeys;
 using KRCrypto::SecretBytes;
 
-constexpr std::size_t saltSize = 16;
 constexpr int entriesTried = 20; // of the root folder, with a key that came by pairing
 
 AccountActionError wrongPassword() {
@@ -134,7 +133,7 @@ asio::awaitable<SecretText> AccountService::signUp(std::string email, SecretText
     const auto recovery = newRecovery();
     auto key = MasterKey::generate();
     SignupRequest request;
-    request.kdfSalt = KRCrypto::randomBytes(saltSize);
+    request.kdfSalt = KRCrypto::randomBytes(KRCrypto::saltSize);
     const auto keys = co_await derive(password, request.kdfSalt, params);
     request.email = std::move(email);
     request.authKey = keys.authKey;
@@ -176,7 +175,7 @@ asio::awaitable<void> AccountService::recover(std::string email, SecretText reco
     if (!key)
         throw WrongRecoveryCode();
     RecoveryCompleteRequest request;
-    request.newKdfSalt = KRCrypto::randomBytes(saltSize);
+    request.newKdfSalt = KRCrypto::randomBytes(KRCrypto::saltSize);
     const auto keys = co_await derive(newPassword, request.newKdfSalt, params);
     request.email = std::move(email);
     request.recoveryAuthKey = recovery.rkAuth;
@@ -197,7 +196,7 @@ asio::awaitable<void> AccountService::changePassword(SecretText current, SecretT
     const auto oldKeys = co_await keysOf(current);
     const auto params = co_await safeParams(requiredSession().user.email);
     ChangePasswordRequest request;
-    request.newKdfSalt = KRCrypto::randomBytes(saltSize);
+    request.newKdfSalt = KRCrypto::randomBytes(KRCrypto::saltSize);
     const auto newKeys = co_await derive(replacement, request.newKdfSalt, params);
     request.currentAuthKey = oldKeys.authKey;
     request.newAuthKey = newKeys.authKey;

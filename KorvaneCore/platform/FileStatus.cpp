@@ -18,6 +18,11 @@ FileStatus::Kind kindOf(mode_t mode) {
     return S_ISLNK(mode) ? FileStatus::Kind::link : FileStatus::Kind::other;
 }
 
+std::chrono::sys_time<std::chrono::nanoseconds> timeOf(const timespec& time) {
+    return std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::seconds(time.tv_sec) +
+                                                           std::chrono::nanoseconds(time.tv_nsec));
+}
+
 } // namespace
 
 std::optional<FileStatus> fileStatus(const std::filesystem::path& path) {
@@ -27,11 +32,8 @@ std::optional<FileStatus> fileStatus(const std::filesystem::path& path) {
             return std::nullopt;
         throw FileError("inspect", path);
     }
-    return FileStatus{
-        kindOf(status.st_mode), status.st_size,
-        std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::seconds(status.st_mtim.tv_sec) +
-                                                        std::chrono::nanoseconds(status.st_mtim.tv_nsec)),
-        status.st_ino, status.st_dev};
+    return FileStatus{kindOf(status.st_mode), status.st_size, timeOf(status.st_mtim),
+                      timeOf(status.st_ctim), status.st_ino,  status.st_dev};
 }
 
 } // namespace Korvane

@@ -14,6 +14,7 @@ struct FileStatus {
     Kind kind = Kind::file;
     std::int64_t size = 0; ///< bytes
     std::chrono::sys_time<std::chrono::nanoseconds> modified;
+    std::chrono::sys_time<std::chrono::nanoseconds> changed; ///< content, name, permissions or owner
     std::uint64_t inode = 0;
     std::uint64_t device = 0; ///< of the file system; with the inode it tells one file from all others
 };

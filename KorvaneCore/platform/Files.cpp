@@ -143,6 +143,14 @@ void createDirectories(const std::filesystem::path& folder) {
     throw FileError("create folder", folder, error);
 }
 
+bool createFolder(const std::filesystem::path& folder) {
+    if (::mkdir(folder.c_str(), 0700) == 0)
+        return true;
+    if (errno != EEXIST)
+        throw FileError("create folder", folder);
+    return false;
+}
+
 void requirePrivateFolder(const std::filesystem::path& folder) {
     struct stat status{};
     if (::lstat(folder.c_str(), &status) != 0)

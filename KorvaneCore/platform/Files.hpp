@@ -48,6 +48,9 @@ void writeTemporaryFile(const std::filesystem::path& path, std::string_view byte
 /// is. Throws FileError.
 void createDirectories(const std::filesystem::path& folder);
 
+/// Creates the folder for the owner only; false when something has that name. Throws FileError.
+[[nodiscard]] bool createFolder(const std::filesystem::path& folder);
+
 /// Throws FileError (std::errc::permission_denied) unless `folder` is a folder, no link, that belongs to this
 /// user and is closed to all others.
 void requirePrivateFolder(const std::filesystem::path& folder);

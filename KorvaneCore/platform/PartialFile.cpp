@@ -87,6 +87,16 @@ void PartialFile::finish(const std::optional<std::chrono::system_clock::time_poi
     fd_.close();
 }
 
+std::error_code PartialFile::takePermissions(const std::filesystem::path& destination) const {
+    constexpr mode_t permissions = S_IRWXU | S_IRWXG | S_IRWXO; // none of the bits that lend rights
+    struct stat status{};
+    if (::lstat(destination.c_str(), &status) != 0)
+        return lastError();
+    if (!S_ISREG(status.st_mode)) // those of links mean nothing
+        return {};
+    return ::chmod(path_.c_str(), status.st_mode & permissions) == 0 ? std::error_code() : lastError();
+}
+
 std::error_code PartialFile::place(const std::filesystem::path& destination) const {
     return synced(renameToFreeName(path_, destination), destination);
 }

@@ -28,6 +28,9 @@ public:
     /// Brings the content to the disk, with this modification time if there is one, and closes the file.
     void finish(const std::optional<std::chrono::system_clock::time_point>& modified);
 
+    /// Gives it the permissions of the file at `destination`, whose place it is to take.
+    [[nodiscard]] std::error_code takePermissions(const std::filesystem::path& destination) const;
+
     /// Moves it to `destination`; std::errc::file_exists when something is there. The name is on the disk on
     /// success, here as below.
     [[nodiscard]] std::error_code place(const std::filesystem::path& destination) const;

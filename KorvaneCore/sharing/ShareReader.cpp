@@ -38,12 +38,9 @@ fs::path beside(const fs::path& wanted, std::int64_t number) {
 /// A new folder under that name, or a numbered one.
 fs::path makeFolder(const fs::path& wanted) {
     for (std::int64_t n = 0;; ++n) {
-        const auto folder = beside(wanted, n);
-        std::error_code error;
-        if (fs::create_directory(folder, error))
+        auto folder = beside(wanted, n);
+        if (createFolder(folder))
             return folder;
-        if (!fs::exists(fs::symlink_status(folder)))
-            throw FileError("create", folder, error);
     }
 }
 

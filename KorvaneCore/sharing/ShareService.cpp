@@ -4,6 +4,7 @@
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KRCrypto/Random.hpp"
 #include "KRCrypto/SealedBox.hpp"
+#include "KRCrypto/Sizes.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
@@ -19,8 +20,6 @@ namespace Korvane {
 namespace {
 
 using Kind = ShareError::Kind;
-
-constexpr std::size_t saltSize = 16;
 
 /// Entries in one request: some 700 bytes each, where a service takes a few megabytes.
 constexpr std::ptrdiff_t batchSize = 1000;
@@ -88,7 +87,7 @@ asio::awaitable<ShareService::Created> ShareService::create(IndexItem item,
     request.entityId = item.id;
     request.expiresAt = expiresAt;
     if (password)
-        request.passwordSalt = KRCrypto::randomBytes(saltSize);
+        request.passwordSalt = KRCrypto::randomBytes(KRCrypto::saltSize);
     auto rest = co_await offload([&] {
         const auto text = password ? std::optional(password->text()) : std::nullopt;
         const auto salt =

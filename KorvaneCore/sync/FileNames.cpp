@@ -18,6 +18,10 @@ std::string joined(std::string_view stem, const std::string& suffix, std::string
     return std::string(KRCrypto::startOf(stem, mostBytes - taken)) + suffix + std::string(extension);
 }
 
+std::string countOf(std::int64_t number) {
+    return " (" + std::to_string(number) + ")";
+}
+
 } // namespace
 
 Split split(std::string_view name) {
@@ -27,7 +31,11 @@ Split split(std::string_view name) {
 
 std::string numbered(std::string_view name, std::int64_t number) {
     const auto [stem, extension] = split(name);
-    return joined(stem, " (" + std::to_string(number) + ")", extension);
+    return joined(stem, countOf(number), extension);
+}
+
+std::string numberedFolder(std::string_view name, std::int64_t number) {
+    return joined(name, countOf(number), "");
 }
 
 std::string conflicted(std::string_view name, std::string_view deviceName, std::string_view day) {

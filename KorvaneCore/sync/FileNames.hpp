@@ -19,6 +19,9 @@ struct Split {
 /// "stem (2).txt"
 [[nodiscard]] std::string numbered(std::string_view name, std::int64_t number);
 
+/// Of a folder, whose name has no extension: "Notes 1.2 (2)".
+[[nodiscard]] std::string numberedFolder(std::string_view name, std::int64_t number);
+
 /// "stem (conflicted copy from Anna's laptop 2026-11-21).txt". `day` is yyyy-MM-dd. What separates path
 /// components in the device's name is left out.
 [[nodiscard]] std::string conflicted(std::string_view name, std::string_view deviceName,

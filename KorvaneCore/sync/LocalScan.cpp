@@ -67,7 +67,7 @@ private:
         const auto stat = localStat(path);
         if (!stat)
             return;
-        scan_.entries.push_back({relPath, *stat});
+        scan_.entries.push_back({relPath, *stat, status->changed});
         if (!stat->isDirectory)
             return;
         std::error_code error;

@@ -2,6 +2,7 @@
 
 #include "KorvaneCore/sync/LocalStat.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -14,6 +15,7 @@ struct LocalScan {
     struct Entry {
         std::string relPath; ///< "/"-separated
         LocalStat stat;
+        std::chrono::system_clock::time_point changed{}; ///< last, its permissions and owner included
     };
 
     struct Skipped {

@@ -24,7 +24,7 @@ void QueuedUploads::look(LocalIndex& index) {
         const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
         const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
         if (origin != nullptr && origin->rootId == rootId_)
-            failed_[origin->relPath] = {record.id, upload->sourceStat};
+            failed_[origin->relPath] = {record.id, upload->sourceStat, record.createdAt};
     }
 }
 
@@ -32,7 +32,8 @@ bool QueuedUploads::hold(const LocalScan::Entry& file) const {
     if (isActive(file.relPath))
         return true;
     const auto failed = failed_.find(file.relPath);
-    return failed != failed_.end() && failed->second.source == file.stat;
+    return failed != failed_.end() && failed->second.source == file.stat &&
+           file.changed <= failed->second.since;
 }
 
 bool QueuedUploads::isActive(const std::string& relPath) const {

@@ -18,7 +18,7 @@ public:
     void look(LocalIndex& index);
 
     /// Whether the file waits or runs, or did at an earlier look, or has failed as what it is now: that waits
-    /// for the user, and a change of the file is another try.
+    /// for the user. A change of the file, of its permissions too, is another try.
     [[nodiscard]] bool hold(const LocalScan::Entry& file) const;
 
     /// Whether a transfer of the path waits or runs, or did at an earlier look.
@@ -27,6 +27,7 @@ public:
     struct Failed {
         std::string id;                  ///< of the transfer
         std::optional<LocalStat> source; ///< as it was
+        TransferRecord::Date since;      ///< when it was enqueued
     };
 
     /// By path in the root.

@@ -11,8 +11,6 @@
 #include "KorvaneCore/sync/RelativePath.hpp"
 #include "KorvaneCore/sync/SourceContent.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <set>
 
@@ -203,7 +201,7 @@ asio::awaitable<void> RootRound::makeFolder(SyncPlan::NewFolder entry) {
     for (int n = 0; !folder; ++n) {
         if (n > mostNames)
             throw APIError(APIError::NameConflict{});
-        folder = co_await folderNamed(n == 0 ? name : fmt::format("{} ({})", name, n), parent);
+        folder = co_await folderNamed(n == 0 ? name : FileNames::numberedFolder(name, n), parent);
     }
     context_.index->apply(*folder, *masterKey_);
     ledger_.setBase(entry, folder->id, 0, std::nullopt);
@@ -248,7 +246,7 @@ asio::awaitable<void> RootRound::move(SyncPlan::Move move) {
         if (n > mostNames)
             throw APIError(APIError::NameConflict{});
         const auto free = n == 0               ? name
-                          : move.base.isFolder ? fmt::format("{} ({})", name, n)
+                          : move.base.isFolder ? FileNames::numberedFolder(name, n)
                                                : FileNames::numbered(name, n);
         if (co_await rename(move.base, free, parent))
             break;

@@ -1,4 +1,5 @@
 #include "KRCrypto/Derivation.hpp"
+#include "KRCrypto/Sizes.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneService/Columns.hpp"
 #include "KorvaneService/Sessions.hpp"
@@ -9,8 +10,6 @@
 namespace Korvane {
 
 namespace {
-
-constexpr std::size_t saltSize = 16;
 
 template <class Enum>
 std::string nameOf(Enum value) {
@@ -27,7 +26,7 @@ Reply authParams(Exchange& exchange) {
         params.kdfSalt = Columns::bytes(*account, "kdf_salt");
     } else {
         const auto made = KRCrypto::hmacSHA256(exchange.state.key("absent-salt"), KRCrypto::asBytes(email));
-        params.kdfSalt.assign(made.begin(), made.begin() + saltSize);
+        params.kdfSalt.assign(made.begin(), made.begin() + KRCrypto::saltSize);
     }
     params.argon2 = settings.argon2;
     params.signupMode = nameOf(settings.signupMode);
@@ -65,7 +64,7 @@ Reply signup(Exchange& exchange) {
     Credentials::requireKeys({&request.authKey, &request.recoveryAuthKey});
     Credentials::requireWrappedKey(request.wrappedMasterKey);
     Credentials::requireWrappedKey(request.wrappedMasterKeyRecovery);
-    if (request.kdfSalt.size() != saltSize)
+    if (request.kdfSalt.size() != KRCrypto::saltSize)
         throw Refusal::badRequest("a salt has 16 bytes");
     if (Credentials::account(exchange, email))
         throw Refusal::conflict("email_taken", "an account with this e-mail address exists already");
@@ -125,7 +124,7 @@ void setPassword(Exchange& exchange, const std::string& userId, const KRCrypto::
                  const KRCrypto::Bytes& salt, const KRCrypto::Bytes& wrappedMasterKey) {
     Credentials::requireKeys({&authKey});
     Credentials::requireWrappedKey(wrappedMasterKey);
-    if (salt.size() != saltSize)
+    if (salt.size() != KRCrypto::saltSize)
         throw Refusal::badRequest("a salt has 16 bytes");
     exchange.database.run("UPDATE users SET auth_hash = ?, kdf_salt = ?, wrapped_master_key = ? WHERE id = ?",
                           Credentials::hashOf(authKey), salt, wrappedMasterKey, userId);
@@ -200,7 +199,7 @@ Reply recoveryBegin(Exchange& exchange) {
         return answer(response);
     }
     const auto salt = KRCrypto::hmacSHA256(exchange.state.key("absent-salt"), KRCrypto::asBytes(email));
-    response.kdfSalt.assign(salt.begin(), salt.begin() + saltSize);
+    response.kdfSalt.assign(salt.begin(), salt.begin() + KRCrypto::saltSize);
     const auto box =
         KRCrypto::hkdf(exchange.state.key("absent-box"), email, KRCrypto::keySize + KRCrypto::sealedOverhead);
     response.wrappedMasterKeyRecovery.assign(box.view().begin(), box.view().end());

@@ -18,6 +18,10 @@ protected:
         return names;
     }
 
+    static int permissionsOf(const std::filesystem::path& file) {
+        return static_cast<int>(std::filesystem::status(file).permissions() & std::filesystem::perms(0777));
+    }
+
     const std::string bytes_ = content(3 * static_cast<std::size_t>(jobChunk) + 5);
     RemoteFile file_ = upload(uploadOf(write("source.txt", bytes_))).file;
     std::filesystem::path here_ = folder_ / "here";
@@ -29,8 +33,7 @@ TEST_F(DownloadJobTest, TheFileArrivesWholeDatedAndPrivate) {
     device_.run(runner().run(run));
     const auto placed = here_ / "deep" / "er" / "file.txt";
     EXPECT_EQ(read(placed), bytes_);
-    EXPECT_EQ(std::filesystem::status(placed).permissions() & std::filesystem::perms(0777),
-              std::filesystem::perms(0600));
+    EXPECT_EQ(permissionsOf(placed), 0600);
     EXPECT_EQ(run.ownWrites,
               (std::map<std::filesystem::path, LocalStat>{{placed, localStat(placed).value()}}));
     EXPECT_NEAR(localStat(placed)->mtime, localStat(folder_ / "source.txt")->mtime, 0.001);
@@ -68,8 +71,11 @@ TEST_F(DownloadJobTest, WhatAUserChangedIsKept) {
         if (edited)
             writeFile(destination_, "edited by the user");
         const auto before = read(destination_);
+        if (present)
+            std::filesystem::permissions(destination_, std::filesystem::perms(0750));
         const auto downloaded = download(job);
         EXPECT_EQ(read(destination_), bytes_) << what;
+        EXPECT_EQ(permissionsOf(destination_), present && !movesAside ? 0750 : 0600) << what;
         EXPECT_EQ(downloaded.movedAside.has_value(), movesAside) << what;
         if (movesAside)
             EXPECT_EQ(read(here_ / "file (2).txt"), before) << what;
@@ -203,6 +209,7 @@ TEST(FileNamesTest, SplitAtTheLastDotThatBeginsAnExtension) {
     for (const auto& [name, second] : table)
         EXPECT_EQ(FileNames::numbered(name, 2), second);
     const std::string longest = std::string(246, 'x') + "\u00fcyyy.txt";
+    EXPECT_EQ(FileNames::numberedFolder("Notes 1.2", 2), "Notes 1.2 (2)");
     EXPECT_EQ(FileNames::numbered(longest, 2), std::string(246, 'x') + " (2).txt") << "no half character";
     const auto full = FileNames::conflicted(longest, "Anna", "2026-11-21");
     EXPECT_EQ(full.size(), 255U);

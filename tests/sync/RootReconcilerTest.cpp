@@ -1,5 +1,6 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
+#include "KorvaneCore/platform/FileStatus.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
 #include "tests/sync/JobsFixture.hpp"
 
@@ -254,10 +255,16 @@ TEST_F(RootReconcilerTest, AFolderThatWentToTheTrashIsMadeAnewWithItsFiles) {
 
 TEST_F(RootReconcilerTest, AFailedFileIsTriedAgainOnceItIsAnother) {
     put("a.txt", content(90, 1));
-    service_->faults().add("POST /v1/uploads", Fault::Answer{403, "", {}});
+    service_->faults().add("POST /v1/uploads", Fault::Answer{403, "", {}}, 1, 2);
     EXPECT_EQ(round(), 1);
     EXPECT_EQ(status_->status(here_ / "a.txt"), PathStatus::error);
     EXPECT_EQ(round(), 0) << "it waits for the user";
+    const auto failedAt = index_->transfers({{TransferRecord::State::failed}}, -1).at(0).createdAt;
+    do // the clock of the file system ticks slowly
+        fs::permissions(here_ / "a.txt", fs::perms::owner_read | fs::perms::owner_write);
+    while (fileStatus(here_ / "a.txt")->changed <= failedAt);
+    EXPECT_EQ(round(), 1) << "it may be readable now";
+    EXPECT_EQ(round(), 0);
     put("a.txt", content(90, 2));
     EXPECT_EQ(round(), 1);
     EXPECT_EQ(remotePaths(), std::vector<std::string>{"a.txt"});
