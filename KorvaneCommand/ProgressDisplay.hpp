@@ -1,7 +1,7 @@
 #pragma once
 
 #include "KorvaneCore/platform/Clock.hpp"
-#include "KorvaneCore/sync/TransferQueue.hpp"
+#include "KorvaneCore/queue/TransferQueue.hpp"
 
 #include <string>
 

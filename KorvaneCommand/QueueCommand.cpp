@@ -6,8 +6,8 @@
 #include "KorvaneCommand/terminal/CommonOptions.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
+#include "KorvaneCore/queue/QueueRequests.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
-#include "KorvaneCore/sync/QueueRequests.hpp"
 
 #include <boost/describe/class.hpp>
 #include <boost/describe/enum.hpp>

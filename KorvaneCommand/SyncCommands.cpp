@@ -11,7 +11,7 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/TransferJob.hpp"
+#include "KorvaneCore/queue/TransferJob.hpp"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/deferred.hpp>

@@ -4,8 +4,8 @@
 #include "KorvaneCommand/Workshop.hpp"
 #include "KorvaneCore/network/NetworkCost.hpp"
 #include "KorvaneCore/publisher/WidgetSchedule.hpp"
+#include "KorvaneCore/queue/QueueControl.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
-#include "KorvaneCore/sync/QueueControl.hpp"
 #include "KorvaneCore/sync/RootReconciler.hpp"
 #include "KorvaneCore/sync/SyncEngine.hpp"
 

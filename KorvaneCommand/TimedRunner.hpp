@@ -1,7 +1,7 @@
 #pragma once
 
 #include "KorvaneCore/platform/Clock.hpp"
-#include "KorvaneCore/sync/JobRunner.hpp"
+#include "KorvaneCore/queue/JobRunner.hpp"
 
 #include <memory>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KorvaneCore/sync/TransferOutcome.hpp"
+#include "KorvaneCore/queue/TransferOutcome.hpp"
 
 #include <boost/describe/class.hpp>
 

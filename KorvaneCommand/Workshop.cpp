@@ -4,11 +4,11 @@
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/config/DeviceInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/jobs/TransferRunner.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
-#include "KorvaneCore/sync/TransferRunner.hpp"
 
 #include <fmt/ranges.h>
 

@@ -2,15 +2,15 @@
 
 #include "KorvaneCommand/Client.hpp"
 #include "KorvaneCommand/TimedRunner.hpp"
+#include "KorvaneCore/jobs/JobContext.hpp"
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/platform/NotificationCenter.hpp"
 #include "KorvaneCore/publisher/WidgetPublisher.hpp"
+#include "KorvaneCore/queue/QueueRequests.hpp"
+#include "KorvaneCore/queue/TransferQueue.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
-#include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/OfflineCopies.hpp"
-#include "KorvaneCore/sync/QueueRequests.hpp"
-#include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <memory>
 #include <optional>

@@ -1,8 +1,8 @@
 #include "KorvaneCore/sharing/ShareLayout.hpp"
 
 #include "KRCrypto/DropCrypto.hpp"
+#include "KorvaneCore/jobs/FileNames.hpp"
 #include "KorvaneCore/sharing/ShareError.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
 
 #include <map>
 #include <set>

@@ -3,14 +3,14 @@
 #include "KRCrypto/ChunkCrypto.hpp"
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
+#include "KorvaneCore/jobs/BlobFetch.hpp"
+#include "KorvaneCore/jobs/FileNames.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sharing/ShareError.hpp"
 #include "KorvaneCore/sharing/ShareLayout.hpp"
-#include "KorvaneCore/sync/BlobFetch.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "KorvaneCore/queue/LocalStat.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
-#include "KorvaneCore/sync/LocalStat.hpp"
 
 #include <filesystem>
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KorvaneCore/sync/LocalStat.hpp"
+#include "KorvaneCore/queue/LocalStat.hpp"
 
 #include <chrono>
 #include <cstdint>

@@ -2,13 +2,13 @@
 
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/config/KRIdentifiers.hpp"
+#include "KorvaneCore/jobs/FileNames.hpp"
+#include "KorvaneCore/jobs/SourceContent.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
-#include "KorvaneCore/sync/QueueRequests.hpp"
-#include "KorvaneCore/sync/SourceContent.hpp"
-#include "KorvaneCore/sync/TransferQueue.hpp"
+#include "KorvaneCore/queue/QueueRequests.hpp"
+#include "KorvaneCore/queue/TransferQueue.hpp"
 
 #include <algorithm>
 #include <string_view>

@@ -2,8 +2,8 @@
 
 #include "KorvaneCore/platform/Async.hpp"
 #include "KorvaneCore/platform/NotificationCenter.hpp"
+#include "KorvaneCore/queue/TransferOutcome.hpp"
 #include "KorvaneCore/sync/LocalCopies.hpp"
-#include "KorvaneCore/sync/TransferOutcome.hpp"
 
 #include <filesystem>
 #include <map>

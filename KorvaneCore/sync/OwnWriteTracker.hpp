@@ -2,7 +2,7 @@
 
 #include "KorvaneCore/platform/Clock.hpp"
 #include "KorvaneCore/platform/Mutex.hpp"
-#include "KorvaneCore/sync/LocalStat.hpp"
+#include "KorvaneCore/queue/LocalStat.hpp"
 
 #include <deque>
 #include <memory>

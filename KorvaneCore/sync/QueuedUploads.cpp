@@ -1,6 +1,6 @@
 #include "KorvaneCore/sync/QueuedUploads.hpp"
 
-#include "KorvaneCore/sync/TransferJob.hpp"
+#include "KorvaneCore/queue/TransferJob.hpp"
 
 #include <utility>
 

@@ -1,13 +1,13 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
+#include "KorvaneCore/jobs/FileNames.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
+#include "KorvaneCore/queue/TransferJob.hpp"
 #include "KorvaneCore/storage/SQLiteError.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
 #include "KorvaneCore/sync/RootRound.hpp"
-#include "KorvaneCore/sync/TransferJob.hpp"
 
 #include <algorithm>
 #include <utility>

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "KorvaneCore/jobs/JobContext.hpp"
+#include "KorvaneCore/queue/TransferQueue.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
-#include "KorvaneCore/sync/JobContext.hpp"
 #include "KorvaneCore/sync/OwnWriteTracker.hpp"
 #include "KorvaneCore/sync/RootLedger.hpp"
 #include "KorvaneCore/sync/SyncRoots.hpp"
-#include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <memory>
 #include <optional>

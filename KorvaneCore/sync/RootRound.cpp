@@ -3,13 +3,13 @@
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/jobs/FileNames.hpp"
+#include "KorvaneCore/jobs/SourceContent.hpp"
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/sync/FileNames.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
-#include "KorvaneCore/sync/SourceContent.hpp"
 
 #include <algorithm>
 #include <set>

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "KorvaneCore/api/APIError.hpp"
-#include "KorvaneCore/sync/JobContext.hpp"
+#include "KorvaneCore/jobs/JobContext.hpp"
+#include "KorvaneCore/queue/TransferQueue.hpp"
 #include "KorvaneCore/sync/QueuedUploads.hpp"
 #include "KorvaneCore/sync/RootLedger.hpp"
 #include "KorvaneCore/sync/SyncPlan.hpp"
-#include "KorvaneCore/sync/TransferQueue.hpp"
 
 #include <map>
 #include <memory>

@@ -1,10 +1,10 @@
 #include "KorvaneCore/sync/OfflineCopies.hpp"
 
 #include "KorvaneCore/config/SharedContainer.hpp"
+#include "KorvaneCore/queue/QueueRequests.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
-#include "KorvaneCore/sync/QueueRequests.hpp"
 #include "KorvaneCore/sync/SyncRoots.hpp"
-#include "tests/sync/JobsFixture.hpp"
+#include "tests/jobs/JobsFixture.hpp"
 
 namespace Korvane::Testing {
 namespace {

@@ -1,8 +1,8 @@
 // Uploads and downloads whose process dies at each of their steps in turn, and what the next process makes
 // of it.
 #include "KorvaneCore/sync/SyncRoots.hpp"
+#include "tests/jobs/JobsFixture.hpp"
 #include "tests/support/ChildProcess.hpp"
-#include "tests/sync/JobsFixture.hpp"
 
 #include <csignal>
 #include <sstream>

@@ -7,10 +7,10 @@
 #include "KRCrypto/Sha256.hpp"
 #include "KorvaneCore/api/ForegroundBlobTransport.hpp"
 #include "KorvaneCore/http/CurlSession.hpp"
+#include "KorvaneCore/jobs/TransferRunner.hpp"
 #include "KorvaneCore/keychain/FileKeychain.hpp"
 #include "KorvaneCore/platform/Spawn.hpp"
 #include "KorvaneCore/sync/RootReconciler.hpp"
-#include "KorvaneCore/sync/TransferRunner.hpp"
 
 #include <boost/asio/io_context.hpp>
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 
 #include "KorvaneCore/platform/FileStatus.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
-#include "tests/sync/JobsFixture.hpp"
+#include "tests/jobs/JobsFixture.hpp"
 
 namespace Korvane::Testing {
 namespace {
