@@ -118,4 +118,8 @@ bool APIError::isRetryable() const noexcept {
     return is<RateLimited>();
 }
 
+bool APIError::concernsAll() const noexcept {
+    return isRetryable() || isAuthFatal() || is<Cancelled>();
+}
+
 } // namespace Korvane

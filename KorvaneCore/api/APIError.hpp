@@ -135,6 +135,10 @@ public:
     /// Trying the same again later may help.
     [[nodiscard]] bool isRetryable() const noexcept;
 
+    /// Every other call would meet it as well now: there is no network, service or sign-in, or the caller
+    /// ends.
+    [[nodiscard]] bool concernsAll() const noexcept;
+
     [[nodiscard]] const std::string& errorDescription() const noexcept { return description_; }
 
     [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }

@@ -1,8 +1,8 @@
 #include "KorvaneCore/api/APIClientCall.hpp"
+#include "KorvaneCore/api/PageCursor.hpp"
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 
 namespace Korvane {
 
@@ -36,17 +36,13 @@ asio::awaitable<ChildrenPage> APIClient::children(std::string of, std::optional<
 asio::awaitable<ChildrenPage> APIClient::allChildren(std::string of) {
     constexpr int pageSize = 500;
     ChildrenPage all;
-    std::set<std::string> seen;
-    std::optional<std::string> cursor;
-    do {
-        auto next = co_await children(of, cursor, pageSize);
+    for (PageCursor cursor;;) {
+        auto next = co_await children(of, cursor.value(), pageSize);
         std::move(next.folders.begin(), next.folders.end(), std::back_inserter(all.folders));
         std::move(next.files.begin(), next.files.end(), std::back_inserter(all.files));
-        cursor = std::move(next.nextCursor);
-        if (cursor && !seen.insert(*cursor).second)
-            throw APIError(APIError::Decoding{"ChildrenPage: nextCursor: leads in a circle"});
-    } while (cursor);
-    co_return all;
+        if (!cursor.advance(std::move(next.nextCursor), "ChildrenPage"))
+            co_return all;
+    }
 }
 
 asio::awaitable<RemoteFolder> APIClient::createFolder(CreateFolderRequest request) {

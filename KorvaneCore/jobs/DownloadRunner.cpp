@@ -14,7 +14,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <utility>
+#include <vector>
 
 namespace Korvane {
 
@@ -25,6 +27,27 @@ namespace {
 
 constexpr int mostLooks = 5;
 constexpr std::string_view receivedBlobs = "drop_"; // their ids are not made from the content
+
+/// Those that were missing, as they are now.
+std::vector<std::pair<std::filesystem::path, LocalStat>> makeFolders(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> missing;
+    for (auto path = folder; !path.empty() && !localStat(path); path = path.parent_path())
+        missing.push_back(path);
+    createDirectories(folder);
+    std::vector<std::pair<std::filesystem::path, LocalStat>> made;
+    for (const auto& path : missing)
+        if (const auto stat = localStat(path))
+            made.emplace_back(path, *stat);
+    return made;
+}
+
+/// It would only fill the disk: the next run begins anew.
+void removeUnfinished(const std::filesystem::path& file) {
+    std::error_code left;
+    std::filesystem::remove(file, left);
+    if (left)
+        Log::warning("transfer", "an unfinished download could not be removed: " + left.message());
+}
 
 } // namespace
 
@@ -106,8 +129,9 @@ asio::awaitable<PartialFile> DownloadRunner::fetch() {
     const auto previous = std::exchange(job_.tempPath, temporaryPath().string());
     job_.version = file_.version;
     run_.save(job_);
+    for (const auto& folder : co_await offload([this] { return makeFolders(destination_.parent_path()); }))
+        co_await run_.reportOwnWrite(folder.first, folder.second);
     auto partial = co_await offload([this, previous] {
-        createDirectories(destination_.parent_path());
         std::error_code gone;
         if (previous)
             std::filesystem::remove(*previous, gone); // of an earlier run, replaced by this one's
@@ -115,9 +139,16 @@ asio::awaitable<PartialFile> DownloadRunner::fetch() {
     });
     BlobFetch blob(context_.transport, {fileKey_, file_.chunkCount, file_.encryptedSize, context_.chunkSize},
                    info_.url, [this] { return freshURL(); });
-    co_await blob.into(partial, meta_,
-                       [this](std::int64_t plainBytes) { run_.setProgress(plainBytes, meta_.size); });
-    co_return partial;
+    std::exception_ptr failure;
+    try {
+        co_await blob.into(partial, meta_,
+                           [this](std::int64_t plainBytes) { run_.setProgress(plainBytes, meta_.size); });
+        co_return partial;
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    co_await offload([&partial] { removeUnfinished(partial.path()); });
+    std::rethrow_exception(failure);
 }
 
 // Of another version it is no use to this run.

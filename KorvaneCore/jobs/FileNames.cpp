@@ -10,6 +10,7 @@ namespace Korvane::FileNames {
 namespace {
 
 constexpr std::size_t mostBytes = 255; // of a name, on every common file system
+constexpr std::size_t mostDeviceBytes = 80;
 constexpr std::string_view conflictMark = " (conflicted copy from ";
 
 /// The stem gives way where the name would be too long for a disk.
@@ -42,7 +43,10 @@ std::string conflicted(std::string_view name, std::string_view deviceName, std::
     std::string device(deviceName);
     std::erase_if(device, [](char c) { return c == '/' || c == '\0'; });
     const auto [stem, extension] = split(name);
-    return joined(stem, std::string(conflictMark) + device + " " + std::string(day) + ")", extension);
+    return joined(stem,
+                  std::string(conflictMark) + std::string(KRCrypto::startOf(device, mostDeviceBytes)) + " " +
+                      std::string(day) + ")",
+                  extension);
 }
 
 std::string furtherConflicted(std::string_view conflictedName, std::int64_t number) {

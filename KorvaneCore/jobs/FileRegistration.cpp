@@ -83,8 +83,6 @@ asio::awaitable<RemoteFile> FileRegistration::carryOutOnce() {
 // else has changed it, that is updated.
 asio::awaitable<void> FileRegistration::resolve(std::optional<RemoteFile> other) {
     const bool madeHere = !work_.job.fileId && other && other->id == work_.job.clientFileId;
-    if (!madeHere && !work_.job.fileId)
-        throw APIError(APIError::VersionConflict{std::move(other)});
     if (!madeHere || other->version != 1)
         co_return co_await becomeConflictCopy();
     work_.baseOn(*other);
@@ -96,7 +94,8 @@ asio::awaitable<void> FileRegistration::becomeConflictCopy() {
     auto& job = work_.job;
     const auto device = co_await work_.context.deviceName();
     job.originalName = job.originalName.value_or(job.name);
-    job.name = FileNames::conflicted(job.name, device, LocalCalendar::dayKey(work_.context.clock->now()));
+    job.name =
+        FileNames::conflicted(*job.originalName, device, LocalCalendar::dayKey(work_.context.clock->now()));
     job.isConflictCopy = true;
     job.nameAttempt = 0;
     if (job.fileId.value_or(job.clientFileId) == job.clientFileId)

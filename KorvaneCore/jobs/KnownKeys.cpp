@@ -1,7 +1,10 @@
 #include "KorvaneCore/jobs/KnownKeys.hpp"
 
 #include "KRCrypto/KRCryptoError.hpp"
+#include "KorvaneCore/api/PageCursor.hpp"
 #include "KorvaneCore/queue/TransferQueue.hpp"
+
+#include <utility>
 
 namespace Korvane {
 
@@ -22,16 +25,15 @@ std::optional<KnownKey> opened(const KRCrypto::MasterKey& masterKey,
 
 asio::awaitable<std::optional<KnownKey>>
 fromTrash(const JobContext& context, const KRCrypto::MasterKey& masterKey, const std::string& blobId) {
-    std::optional<std::string> cursor;
-    do {
-        const auto page = co_await context.api->trash(cursor, pageSize);
+    for (PageCursor cursor;;) {
+        auto page = co_await context.api->trash(cursor.value(), pageSize);
         for (const auto& file : page.files)
             if (file.blobId == blobId)
                 if (auto key = opened(masterKey, file.wrappedFileKey))
                     co_return key;
-        cursor = page.nextCursor;
-    } while (cursor);
-    co_return std::nullopt;
+        if (!cursor.advance(std::move(page.nextCursor), "ChildrenPage"))
+            co_return std::nullopt;
+    }
 }
 
 asio::awaitable<std::optional<KnownKey>> fromVersions(const JobContext& context,

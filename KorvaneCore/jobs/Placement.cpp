@@ -38,6 +38,8 @@ std::optional<std::filesystem::path> Placement::carryOut() {
             require(error);
             return movedAside_;
         }
+        if (const auto error = file_.takePermissions(destination_))
+            Log::info("transfer", "a file gets other permissions than the one before: " + error.message());
         if (mustBeKept_ && mustBeKept_(destination_, *present))
             moveAside(destination_);
         else if (takeOver(*present))
@@ -47,8 +49,6 @@ std::optional<std::filesystem::path> Placement::carryOut() {
 
 // Gives false when nothing is there any more.
 bool Placement::takeOver(const LocalStat& present) {
-    if (const auto error = file_.takePermissions(destination_))
-        Log::info("transfer", "a new version has other permissions than the file had: " + error.message());
     const auto error = mustBeKept_ && !present.isDirectory
                            ? file_.exchange(destination_)
                            : std::make_error_code(std::errc::invalid_argument);

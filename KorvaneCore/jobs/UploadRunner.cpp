@@ -85,8 +85,10 @@ asio::awaitable<RemoteFile> UploadRunner::sendAndRegister(PartPlan plan) {
 
 // A file is complete without its thumbnail, so what goes wrong here is logged and the upload succeeds.
 asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
-    if (!work_.job.mime.value_or("").starts_with("image/") || work_.content->stat().size > largestPicture)
+    if (!work_.job.mime.value_or("").starts_with("image/"))
         co_return;
+    if (work_.content->stat().size > largestPicture)
+        co_return Log::info("transfer", "no thumbnail: the picture is too large");
     try {
         const auto sealed = co_await offload([this] {
             const auto picture = makeThumbnail(work_.job.sourcePath);
@@ -94,7 +96,7 @@ asio::awaitable<void> UploadRunner::addThumbnail(const RemoteFile& file) {
             return KRCrypto::ChunkCrypto::sealThumbnail(work_.fileKey, KRCrypto::asBytes(picture));
         });
         if (sealed.size() > largestThumbnail)
-            co_return;
+            co_return Log::info("transfer", "no thumbnail: it would be too large itself");
         co_await work_.context.api->uploadThumbnail(file.id, sealed);
         work_.context.index->setHasThumbnail(file.id, true);
     } catch (const std::exception& error) {

@@ -123,7 +123,7 @@ asio::awaitable<void> UploadSession::sendLane(Sending& sending) {
             co_await work_.context.transport->put(part.url, sealed);
         } catch (const std::exception& error) {
             const auto* refusal = apiError(error);
-            if (refusal != nullptr && refusal->is<APIError::NotFound>())
+            if (refusal != nullptr && (refusal->is<APIError::NotFound>() || refusal->is<APIError::Expired>()))
                 throw APIError(APIError::Expired{}); // with its session
             if (refusal == nullptr || !refusal->is<APIError::Forbidden>())
                 throw;

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -48,9 +49,11 @@ bool isMountPoint(const std::string& path) {
            status.st_dev != above.st_dev;
 }
 
+/// A root that may not be read is as good as missing.
 bool isThere(const WatchedTree::Root& root) {
     struct stat status{};
     return ::stat(root.path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           ::faccessat(AT_FDCWD, root.path.c_str(), R_OK | X_OK, AT_EACCESS) == 0 &&
            (!root.isMountPoint || isMountPoint(root.path));
 }
 

@@ -25,15 +25,9 @@ std::chrono::duration<double> wallAheadOfMonotonic(const Clock& clock) {
            std::chrono::duration<double>(clock.monotonic().time_since_epoch());
 }
 
-// That the index is busy is no fault of the job: going on would lose what it has come to.
+/// Both live as long as the run.
 asio::awaitable<JobRunner::Result> perform(std::shared_ptr<JobRunner> runner, std::shared_ptr<QueueRun> run) {
-    try {
-        co_return co_await runner->run(*run);
-    } catch (const SQLiteError& error) {
-        constexpr double secondsUntilTheIndexMayBeFree = 10;
-        Log::warning("queue", error.what());
-        throw TransferQueue::RetryLater(secondsUntilTheIndexMayBeFree);
-    }
+    co_return co_await runner->run(*run);
 }
 
 } // namespace
@@ -101,7 +95,7 @@ asio::awaitable<void> QueueCore::delivered() {
         co_await settled_.async_wait(asio::redirect_error(asio::use_awaitable, woken));
         const auto state = co_await asio::this_coro::cancellation_state;
         if (state.cancelled() != asio::cancellation_type::none)
-            co_return;
+            throw boost::system::system_error(asio::error::operation_aborted);
     }
 }
 

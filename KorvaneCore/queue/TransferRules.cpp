@@ -4,6 +4,7 @@
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/queue/TransferJob.hpp"
 #include "KorvaneCore/queue/TransferQueue.hpp"
+#include "KorvaneCore/storage/SQLiteError.hpp"
 
 #include <boost/asio/error.hpp>
 #include <boost/core/demangle.hpp>
@@ -59,6 +60,9 @@ RunFailure judge(const std::exception_ptr& error) {
         failure.text = crypto.what();
         if (crypto.is<KRCrypto::KRCryptoError::FileChangedDuringRead>())
             failure.verdict = Verdict::retry;
+    } catch (const SQLiteError& busy) { // no fault of the job: going on would lose what it has come to
+        failure.verdict = Verdict::retry;
+        failure.text = std::string("The local index could not be used: ") + busy.message();
     } catch (const boost::system::system_error& system) {
         failure.text = system.what();
         if (system.code() == asio::error::operation_aborted)

@@ -178,6 +178,7 @@ TEST_F(UploadJobTest, ASessionThatEndsMeanwhileIsBegunAnewAndRefusedPartsAreSent
         {"GET /v1/uploads/{id}", {404, "", {}}, 6},
         {"POST /v1/uploads/{id}/complete", {410, "", {}}, 6},
         {"PUT /storage/parts/{upload}/{part}", {404, "", {}}, 4}, // the part beside it may not have begun
+        {"PUT /storage/parts/{upload}/{part}", {410, "", {}}, 4},
         {"POST /v1/uploads/{id}/complete",
          {409, R"({"error":{"code":"parts_missing","details":{"missing":[2,99]}}})", {}},
          4},

@@ -4,6 +4,7 @@
 #include "KRCrypto/KRCryptoError.hpp"
 #include "KorvaneCore/api/APIErrorInfo.hpp"
 #include "KorvaneCore/queue/TransferQueue.hpp"
+#include "KorvaneCore/storage/SQLiteError.hpp"
 
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -56,6 +57,8 @@ TEST(TransferRules, WhatARunThrowsDecidesWhetherItIsTriedAgain) {
         {thrown(APIError(APIError::NotFound{})), Verdict::failed, APIError(APIError::NotFound{}).what()},
         {thrown(changed), Verdict::retry, "File changed while it was being read"},
         {thrown(damaged), Verdict::failed, "Size mismatch"},
+        {thrown(SQLiteError(5, "database is locked")), Verdict::retry,
+         "The local index could not be used: database is locked"},
         {thrown(std::runtime_error("odd")), Verdict::failed, "odd"},
         {thrown(42), Verdict::failed, "int"},
     };
