@@ -47,7 +47,8 @@ asio::awaitable<void> pullEver(std::shared_ptr<Clock> clock, Clock::Duration int
 // One entry that does not open must not hide all that follow it.
 asio::awaitable<void> pullChanges(APIClient& api, LocalIndex& index, const KRCrypto::MasterKey& masterKey) {
     for (bool more = true; more;) {
-        const auto page = co_await api.changes(index.lastSeq(), pageSize);
+        const auto since = index.lastSeq();
+        const auto page = co_await api.changes(since, pageSize);
         for (const auto& change : page.changes) {
             try {
                 apply(index, change, masterKey);
@@ -55,8 +56,12 @@ asio::awaitable<void> pullChanges(APIClient& api, LocalIndex& index, const KRCry
                 Log::warning("sync", "an item was left out: " + error.description());
             }
         }
-        if (!page.changes.empty())
-            index.setLastSeq(page.changes.back().seq);
+        if (!page.changes.empty()) {
+            const auto latest = page.changes.back().seq;
+            if (latest <= since)
+                throw APIError(APIError::Decoding{"ChangesPage: seq: does not grow"});
+            index.setLastSeq(latest);
+        }
         more = page.hasMore && !page.changes.empty();
     }
 }

@@ -15,6 +15,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using Why = LocalScan::Why;
+
 class Scanner {
 public:
     Scanner(fs::path root, const fs::path& leftOut, Noise noise)
@@ -37,7 +39,7 @@ private:
         for (fs::directory_iterator entry(root_ / folder, error), end; !error && entry != end;
              entry.increment(error)) {
             const auto name = entry->path().filename().string();
-            if (noise_ == Noise::leftOut ? !isNoise(name) : !isPartialDownload(name))
+            if (!isPartialDownload(name))
                 visit((fs::path(folder) / name).string());
         }
     }
@@ -45,12 +47,14 @@ private:
     void visit(const std::string& relPath) {
         const auto path = root_ / relPath;
         if (!KRCrypto::isUTF8(relPath))
-            return skip(relPath, "its name is not UTF-8");
+            return skip(relPath, Why::unsuitable, "its name is not UTF-8");
+        if (noise_ == Noise::skipped && isNoise(relPath))
+            return skip(relPath, Why::noise, "names like it belong to temporary files");
         try {
             add(relPath, path);
         } catch (const FileError& error) {
             scan_.isComplete = false;
-            skip(relPath, "it cannot be looked at: " + error.code().message());
+            skip(relPath, Why::unreadable, "it cannot be looked at: " + error.code().message());
         }
     }
 
@@ -61,9 +65,9 @@ private:
         if (leftOut_ && status->inode == leftOut_->inode && status->device == leftOut_->device)
             return;
         if (status->kind == FileStatus::Kind::link)
-            return skip(relPath, "links are not followed");
+            return skip(relPath, Why::unsuitable, "links are not followed");
         if (status->kind == FileStatus::Kind::other)
-            return skip(relPath, "it is neither a file nor a folder");
+            return skip(relPath, Why::unsuitable, "it is neither a file nor a folder");
         const auto stat = localStat(path);
         if (!stat)
             return;
@@ -74,12 +78,12 @@ private:
         list(relPath, error);
         if (error) {
             scan_.isComplete = false;
-            skip(relPath, "it cannot be listed: " + error.message());
+            skip(relPath, Why::unreadable, "it cannot be listed: " + error.message());
         }
     }
 
-    void skip(const std::string& relPath, std::string reason) {
-        scan_.skipped.push_back({relPath, std::move(reason)});
+    void skip(const std::string& relPath, Why why, std::string reason) {
+        scan_.skipped.push_back({relPath, why, std::move(reason)});
     }
 
     fs::path root_;

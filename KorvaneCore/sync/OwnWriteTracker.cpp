@@ -15,7 +15,8 @@ std::optional<LocalStat> statNow(const std::string& path, const LocalStat& unkno
     try {
         return localStat(path);
     } catch (const FileError& error) {
-        Log::warning("sync", error.what());
+        Log::warning("sync",
+                     "a path cannot be looked at: " + error.code().message()); // the name is the user's
         return unknown;
     }
 }

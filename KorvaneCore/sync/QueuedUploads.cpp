@@ -14,18 +14,32 @@ std::string keyOf(const std::string& rootId, const std::string& relPath) {
 
 } // namespace
 
+std::vector<SyncTransfer> transfersOf(LocalIndex& index, const std::string& rootId,
+                                      const std::vector<TransferRecord::State>& states) {
+    std::vector<SyncTransfer> found;
+    for (const auto& record : index.transfers(states, -1)) {
+        const auto job = readableJob(record);
+        if (!job)
+            continue;
+        const auto origin = originOf(*job);
+        const auto* sync = origin.as<TransferOrigin::Sync>();
+        if (sync == nullptr || sync->rootId != rootId)
+            continue;
+        const auto* upload = std::get_if<UploadJob>(&*job);
+        found.push_back({record.id, record.kind, sync->relPath,
+                         upload != nullptr ? upload->sourceStat : std::nullopt, record.createdAt});
+    }
+    return found;
+}
+
 QueuedUploads::QueuedUploads(std::string rootId) : rootId_(std::move(rootId)), prefix_(keyOf(rootId_, "")) {}
 
 void QueuedUploads::look(LocalIndex& index) {
     active_.merge(index.activeDedupeKeys(prefix_));
     failed_.clear();
-    for (const auto& record : index.transfers({{TransferRecord::State::failed}}, -1)) {
-        const auto job = readableJob(record);
-        const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
-        const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
-        if (origin != nullptr && origin->rootId == rootId_)
-            failed_[origin->relPath] = {record.id, upload->sourceStat, record.createdAt};
-    }
+    for (const auto& transfer : transfersOf(index, rootId_, {TransferRecord::State::failed}))
+        if (transfer.kind == TransferRecord::Kind::upload)
+            failed_.insert_or_assign(transfer.relPath, transfer);
 }
 
 bool QueuedUploads::hold(const LocalScan::Entry& file) const {
@@ -34,6 +48,10 @@ bool QueuedUploads::hold(const LocalScan::Entry& file) const {
     const auto failed = failed_.find(file.relPath);
     return failed != failed_.end() && failed->second.source == file.stat &&
            file.changed <= failed->second.since;
+}
+
+void QueuedUploads::forget(const std::string& relPath) {
+    active_.erase(prefix_ + relPath);
 }
 
 bool QueuedUploads::isActive(const std::string& relPath) const {

@@ -6,8 +6,22 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Korvane {
+
+/// A transfer of a file of a sync root.
+struct SyncTransfer {
+    std::string id;
+    TransferRecord::Kind kind = TransferRecord::Kind::upload;
+    std::string relPath;
+    std::optional<LocalStat> source; ///< of an upload: as it was
+    TransferRecord::Date since;      ///< when it was enqueued
+};
+
+/// Those in these states. Throws SQLiteError.
+[[nodiscard]] std::vector<SyncTransfer> transfersOf(LocalIndex& index, const std::string& rootId,
+                                                    const std::vector<TransferRecord::State>& states);
 
 /// Which files of a sync root the transfer queue has, or had since the first look.
 class QueuedUploads {
@@ -24,20 +38,17 @@ public:
     /// Whether a transfer of the path waits or runs, or did at an earlier look.
     [[nodiscard]] bool isActive(const std::string& relPath) const;
 
-    struct Failed {
-        std::string id;                  ///< of the transfer
-        std::optional<LocalStat> source; ///< as it was
-        TransferRecord::Date since;      ///< when it was enqueued
-    };
+    /// What waited or ran at this path has been cancelled.
+    void forget(const std::string& relPath);
 
     /// By path in the root.
-    [[nodiscard]] const std::map<std::string, Failed>& failed() const noexcept { return failed_; }
+    [[nodiscard]] const std::map<std::string, SyncTransfer>& failed() const noexcept { return failed_; }
 
 private:
     std::string rootId_;
     std::string prefix_; ///< of the root's dedupe keys
     std::set<std::string> active_;
-    std::map<std::string, Failed> failed_;
+    std::map<std::string, SyncTransfer> failed_;
 };
 
 } // namespace Korvane

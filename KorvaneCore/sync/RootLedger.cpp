@@ -12,6 +12,14 @@ std::string RootLedger::absolute(const std::string& relPath) const {
     return relPath.empty() ? root_.path : root_.path + "/" + relPath;
 }
 
+std::chrono::system_clock::time_point RootLedger::lookedAt() const {
+    return SyncRoots::lookedAt(*index_, root_.id);
+}
+
+void RootLedger::setLookedAt(std::chrono::system_clock::time_point time) const {
+    SyncRoots::setLookedAt(*index_, root_.id, time);
+}
+
 RootLedger::Base RootLedger::base() const {
     return index_->baseEntries(root_.id);
 }

@@ -23,6 +23,10 @@ public:
 
     [[nodiscard]] const SyncRoot& root() const noexcept { return root_; }
 
+    /// See SyncRoots.
+    [[nodiscard]] std::chrono::system_clock::time_point lookedAt() const;
+    void setLookedAt(std::chrono::system_clock::time_point time) const;
+
     [[nodiscard]] std::string absolute(const std::string& relPath) const;
 
     [[nodiscard]] Base base() const;

@@ -1,6 +1,7 @@
 #include "KorvaneCore/sync/RootReconciler.hpp"
 
 #include "KorvaneCore/jobs/FileNames.hpp"
+#include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/PartialFile.hpp"
@@ -34,6 +35,17 @@ std::optional<TransferOrigin> originOf(const TransferOutcome& outcome) {
 
 asio::awaitable<std::optional<LocalStat>> statOf(std::string path) {
     co_return co_await offload([path = std::move(path)] { return localStat(path); });
+}
+
+/// False also when the system does not tell.
+asio::awaitable<bool> isGone(std::string path) {
+    co_return co_await offload([path = std::move(path)] {
+        try {
+            return !localStat(path);
+        } catch (const FileError&) {
+            return false;
+        }
+    });
 }
 
 } // namespace
@@ -71,6 +83,8 @@ asio::awaitable<std::optional<std::string>> RootReconciler::settled(TransferOutc
         again = co_await takeUp(*ledger, outcome);
     } catch (const SQLiteError& error) {
         Log::warning("sync", error.what());
+    } catch (const FileError& error) {
+        Log::warning("sync", error.code().message());
     }
     co_return again ? std::optional(ledger->root().id) : std::nullopt;
 }
@@ -89,18 +103,19 @@ asio::awaitable<bool> RootReconciler::takeUp(const RootLedger& ledger, const Tra
 // A file that came and went before it was sent has failed at nothing. One that was trashed elsewhere while it
 // waited begins anew: true.
 asio::awaitable<bool> RootReconciler::failed(const RootLedger& ledger,
-                                             const TransferOutcome::Failed& failed) {
-    const auto relPath = pathIn(failed.origin);
-    const auto record = parts_.context.index->transfer(failed.id);
+                                             const TransferOutcome::Failed& failure) {
+    const auto relPath = pathIn(failure.origin);
+    const auto record = parts_.context.index->transfer(failure.id);
     const auto read = record ? readableJob(*record) : std::nullopt;
     const auto* upload = read ? std::get_if<UploadJob>(&*read) : nullptr;
-    if (upload != nullptr && !co_await statOf(ledger.absolute(relPath))) {
-        co_await parts_.queue->cancel(failed.id);
+    if (upload != nullptr && co_await isGone(ledger.absolute(relPath))) {
+        co_await parts_.queue->cancel(failure.id);
         ledger.unmark(relPath, false);
         co_return false;
     }
-    if (upload != nullptr && upload->fileId && failed.apiError && failed.apiError->is<APIError::NotFound>()) {
-        co_await parts_.queue->cancel(failed.id);
+    if (upload != nullptr && upload->fileId && failure.apiError &&
+        failure.apiError->is<APIError::NotFound>()) {
+        co_await parts_.queue->cancel(failure.id);
         parts_.context.index->markDeleted(*upload->fileId, parts_.context.clock->now());
         ledger.removeBase(relPath, false);
         ledger.mark(relPath, PathStatus::queued);
@@ -123,6 +138,8 @@ asio::awaitable<bool> RootReconciler::uploaded(const RootLedger& ledger, const U
         status = PathStatus::conflict;
     } else if (const auto moved = ledger.pathOf(itemId)) {
         relPath = *moved; // with its folder, while it was sent
+    } else if (const auto folder = ledger.pathOf(job.folderId)) {
+        relPath = RelativePath::child(*folder, RelativePath::name(relPath)); // likewise
     }
     ledger.setBase({relPath, *job.sourceStat}, itemId, version, job.sha256);
     ledger.mark(relPath, status, itemId);

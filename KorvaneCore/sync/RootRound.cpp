@@ -22,6 +22,7 @@ namespace {
 
 constexpr auto category = "sync";
 constexpr int mostNames = 100;
+constexpr std::chrono::seconds coarsestTick{2}; ///< of the clocks that date files: FAT's
 
 /// It waits for something else; the next round comes back to it.
 struct Later {};
@@ -44,28 +45,29 @@ asio::awaitable<bool> RootRound::run() {
     }
     const auto base = co_await offload([&] { return baseOfLiveFolders(); });
     const auto states = co_await offload([&] { return ledger_.statuses(); });
+    const auto lookedAt = std::chrono::system_clock::now() - coarsestTick;
     const auto scan = co_await offload(
         [path = ledger_.root().path] { return scanFolder(path, SharedContainer::location()); });
-    const auto plan = co_await offload([&] { return planSync(scan, base); });
+    const auto plan = co_await offload([&] { return planSync(scan, base, ledger_.lookedAt()); });
     folders_[""] = ledger_.root().folderId;
     for (const auto& [relPath, entry] : base)
         if (entry.isFolder)
             folders_[relPath] = entry.itemId;
     isComplete_ = scan.isComplete;
-    markSkipped(scan);
     co_await giveUpGone(scan);
     for (const auto& step : plan.steps)
         if (const auto* folder = std::get_if<SyncPlan::NewFolder>(&step))
             co_await attempt(folder->relPath, makeFolder(*folder));
         else if (const auto* moved = std::get_if<SyncPlan::Move>(&step))
             co_await attempt(moved->entry.relPath, move(*moved));
-    for (const auto& doubtful : plan.doubtful)
-        if (!queued_.hold(doubtful.entry))
-            co_await attempt(doubtful.entry.relPath, compare(doubtful));
+    co_await compareAll(plan.doubtful, lookedAt);
     for (const auto& file : plan.uploads)
         if (!queued_.hold(file.entry))
             co_await attempt(file.entry.relPath, send(file));
-    co_await offload([&] { tidyStates(states, scan, plan.unchanged); });
+    co_await offload([&] {
+        markSkipped(scan);
+        tidyStates(states, scan, plan.unchanged);
+    });
     co_return isComplete_;
 }
 
@@ -115,20 +117,20 @@ RootLedger::Base RootRound::baseOfLiveFolders() const {
 // to end. What had a state before the scan and is gone has none.
 void RootRound::tidyStates(const States& states, const LocalScan& scan,
                            const std::vector<std::string>& unchanged) const {
+    std::set<std::string> present;
+    for (const auto& skipped : scan.skipped)
+        present.insert(skipped.relPath);
     std::vector<std::string> synced;
     for (const auto& relPath : unchanged) {
         const auto state = states.find(relPath);
         const bool stands = state != states.end() &&
                             (state->second == PathStatus::synced || state->second == PathStatus::conflict);
-        if (!stands && !queued_.isActive(relPath))
+        if (!stands && !queued_.isActive(relPath) && !present.contains(relPath))
             synced.push_back(relPath);
     }
     ledger_.markAll(synced, PathStatus::synced);
     if (!scan.isComplete)
         return;
-    std::set<std::string> present;
-    for (const auto& skipped : scan.skipped)
-        present.insert(skipped.relPath);
     for (const auto& entry : scan.entries)
         present.insert(entry.relPath);
     for (const auto& [relPath, state] : states)
@@ -139,10 +141,13 @@ void RootRound::tidyStates(const States& states, const LocalScan& scan,
 // Names are the user's own and stay out of the log; the status says which entries are meant.
 void RootRound::markSkipped(const LocalScan& scan) {
     for (const auto& skipped : scan.skipped) {
-        if (ledger_.status(skipped.relPath) == PathStatus::excluded)
+        const auto status =
+            skipped.why == LocalScan::Why::unreadable ? PathStatus::error : PathStatus::excluded;
+        if (ledger_.status(skipped.relPath) == status)
             continue;
-        Log::warning(category, "an entry is not synced: " + skipped.reason);
-        ledger_.mark(skipped.relPath, PathStatus::excluded);
+        if (skipped.why != LocalScan::Why::noise)
+            Log::warning(category, "an entry is not synced: " + skipped.reason);
+        ledger_.mark(skipped.relPath, status);
     }
 }
 
@@ -172,7 +177,7 @@ asio::awaitable<void> RootRound::attempt(std::string relPath, asio::awaitable<vo
         reason = error.what();
     } catch (const std::exception& error) {
         const auto* refusal = apiError(error);
-        if (refusal == nullptr || refusal->isRetryable() || refusal->is<APIError::Cancelled>())
+        if (refusal == nullptr || refusal->concernsAll())
             throw;
         reason = refusal->what();
     }
@@ -236,6 +241,11 @@ asio::awaitable<std::optional<RemoteFolder>> RootRound::folderNamed(std::string 
 
 asio::awaitable<void> RootRound::move(SyncPlan::Move move) {
     const auto& to = move.entry.relPath;
+    if (move.base.sha256 && !co_await hasContent(ledger_.absolute(to), move.entry.stat, *move.base.sha256)) {
+        if (!queued_.hold(move.entry)) // an inode that was given out again, to a file of the same looks
+            co_await send({move.entry, std::nullopt});
+        co_return;
+    }
     auto from = move.from;
     for (const auto& [before, after] : moved_)
         from = RelativePath::moved(from, before, after);
@@ -251,6 +261,8 @@ asio::awaitable<void> RootRound::move(SyncPlan::Move move) {
         if (co_await rename(move.base, free, parent))
             break;
     }
+    if (move.base.isFolder)
+        co_await cancelBelow(from);
     ledger_.moveBase(from, to);
     ledger_.unmark(from, true);
     moved_.emplace_back(from, to);
@@ -261,6 +273,19 @@ asio::awaitable<void> RootRound::move(SyncPlan::Move move) {
         folders_ = std::move(folders);
     }
     ledger_.mark(to, PathStatus::synced, move.base.itemId);
+}
+
+// What waits to be sent from a folder's old place would send what lies there by then, into the folder that
+// has moved. It begins anew from its new place.
+asio::awaitable<void> RootRound::cancelBelow(std::string folder) {
+    using enum TransferRecord::State;
+    const auto& rootId = ledger_.root().id;
+    for (const auto& transfer : transfersOf(*context_.index, rootId, {pending, running, paused, failed})) {
+        if (transfer.kind != TransferRecord::Kind::upload || !transfer.relPath.starts_with(folder + "/"))
+            continue;
+        co_await queue_.cancel(transfer.id);
+        queued_.forget(transfer.relPath);
+    }
 }
 
 // False when the name is taken.
@@ -302,6 +327,18 @@ asio::awaitable<KRCrypto::FileMeta> RootRound::metaOf(std::string itemId) {
     if (meta.file() == nullptr)
         throw KRCryptoError(KRCryptoError::InvalidMeta{});
     co_return *meta.file();
+}
+
+// What waits or runs is looked at again once it has ended.
+asio::awaitable<void> RootRound::compareAll(std::vector<SyncPlan::Upload> doubtful, Time lookedAt) {
+    bool isWhole = true;
+    for (const auto& file : doubtful) {
+        isWhole = isWhole && !queued_.isActive(file.entry.relPath);
+        if (!queued_.hold(file.entry))
+            co_await attempt(file.entry.relPath, compare(file));
+    }
+    if (isWhole)
+        ledger_.setLookedAt(lookedAt);
 }
 
 // Dated or written anew with the content it had: the base learns its new looks.
@@ -361,6 +398,7 @@ asio::awaitable<void> RootRound::enqueue(SyncPlan::Upload file) {
     // What was trashed elsewhere and is changed here is a new file.
     const auto item = file.base ? context_.index->item(file.base->itemId) : std::nullopt;
     if (item && !item->deletedAt) {
+        job.name = item->name; // there it may be a numbered one
         job.fileId = file.base->itemId;
         job.baseVersion = file.base->version;
     }

@@ -7,6 +7,7 @@
 #include "KorvaneCore/sync/RootLedger.hpp"
 #include "KorvaneCore/sync/SyncPlan.hpp"
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -23,8 +24,8 @@ public:
     /// All outlive the round.
     RootRound(const JobContext& context, TransferQueue& queue, const RootLedger& ledger);
 
-    /// False when something was left for a later round. Throws APIError that is retryable or Cancelled,
-    /// SQLiteError, and FileError when the root cannot be listed.
+    /// False when something was left for a later round. Throws APIError that concerns all calls, SQLiteError,
+    /// and FileError when the root cannot be listed.
     asio::awaitable<bool> run();
 
 private:
@@ -40,9 +41,12 @@ private:
     asio::awaitable<void> makeFolder(SyncPlan::NewFolder entry);
     asio::awaitable<std::optional<RemoteFolder>> folderNamed(std::string name, std::string parentId);
     asio::awaitable<void> move(SyncPlan::Move move);
+    asio::awaitable<void> cancelBelow(std::string folder);
     asio::awaitable<bool> rename(SyncPlan::BaseEntry base, std::string name, std::string parentId);
     asio::awaitable<KRCrypto::FileMeta> metaOf(std::string itemId);
 
+    using Time = std::chrono::system_clock::time_point;
+    asio::awaitable<void> compareAll(std::vector<SyncPlan::Upload> doubtful, Time lookedAt);
     asio::awaitable<void> compare(SyncPlan::Upload doubtful);
     asio::awaitable<void> send(SyncPlan::Upload file);
     asio::awaitable<bool> isInAccount(SyncPlan::Upload file);

@@ -23,7 +23,9 @@ bool isSameFile(const LocalStat& stat, const BaseEntry& base) {
 
 class Planner {
 public:
-    Planner(const LocalScan& scan, const std::map<std::string, BaseEntry>& base) : scan_(scan), base_(base) {
+    Planner(const LocalScan& scan, const std::map<std::string, BaseEntry>& base,
+            std::chrono::system_clock::time_point lookedAt)
+        : scan_(scan), base_(base), lookedAt_(lookedAt) {
         for (const auto& entry : scan.entries)
             present_.emplace(entry.relPath, &entry.stat);
         for (const auto& [path, entry] : base)
@@ -83,7 +85,8 @@ private:
     }
 
     void compare(const LocalScan::Entry& entry, const BaseEntry& base) {
-        if (entry.stat.isDirectory || isSameFile(entry.stat, base))
+        const bool mayBeOther = entry.changed > lookedAt_ && base.sha256;
+        if (entry.stat.isDirectory || (isSameFile(entry.stat, base) && !mayBeOther))
             plan_.unchanged.push_back(entry.relPath);
         else if (entry.stat.size != base.localSize)
             plan_.uploads.push_back({entry, base});
@@ -117,6 +120,7 @@ private:
 
     const LocalScan& scan_;
     const std::map<std::string, BaseEntry>& base_;
+    std::chrono::system_clock::time_point lookedAt_;
     std::map<std::string, const LocalStat*> present_;
     std::vector<std::pair<std::string, std::string>> movedFolders_; ///< from, to
     std::multimap<std::uint64_t, const BaseEntry*> missing_;        ///< by inode
@@ -125,8 +129,9 @@ private:
 
 } // namespace
 
-SyncPlan planSync(const LocalScan& scan, const std::map<std::string, BaseEntry>& base) {
-    return Planner(scan, base).plan();
+SyncPlan planSync(const LocalScan& scan, const std::map<std::string, BaseEntry>& base,
+                  std::chrono::system_clock::time_point lookedAt) {
+    return Planner(scan, base, lookedAt).plan();
 }
 
 } // namespace Korvane

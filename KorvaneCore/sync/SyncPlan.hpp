@@ -3,6 +3,7 @@
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <variant>
@@ -32,11 +33,14 @@ struct SyncPlan {
     /// is the path before the first step.
     std::vector<std::variant<NewFolder, Move>> steps;
     std::vector<Upload> uploads;
-    std::vector<Upload> doubtful; ///< as large as before, dated otherwise: their content decides
+    std::vector<Upload> doubtful; ///< as large as before, but dated otherwise or touched: the content decides
     std::vector<std::string> unchanged;
 };
 
+/// What was touched since `lookedAt` is doubtful even when it looks as before: looks can be restored. Files
+/// that were moved are told by their looks alone.
 [[nodiscard]] SyncPlan planSync(const LocalScan& scan,
-                                const std::map<std::string, LocalIndex::BaseEntry>& base);
+                                const std::map<std::string, LocalIndex::BaseEntry>& base,
+                                std::chrono::system_clock::time_point lookedAt);
 
 } // namespace Korvane

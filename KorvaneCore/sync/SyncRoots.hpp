@@ -4,6 +4,7 @@
 
 #include <boost/describe/class.hpp>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +29,12 @@ namespace SyncRoots {
 [[nodiscard]] std::optional<SyncRoot> find(LocalIndex& index, const std::string& id);
 
 void add(LocalIndex& index, const SyncRoot& root);
+
+/// When a round last looked at everything below it; the beginning of time before the first. By the clock that
+/// dates files.
+[[nodiscard]] std::chrono::system_clock::time_point lookedAt(LocalIndex& index, const std::string& id);
+
+void setLookedAt(LocalIndex& index, const std::string& id, std::chrono::system_clock::time_point time);
 
 /// With what was last reconciled below it. The folder's content stays, here and in the account.
 void remove(LocalIndex& index, const std::string& id);

@@ -103,6 +103,7 @@ TEST_F(RootReconcilerTest, ATreeIsMirroredAndWhatStaysIsLeftAlone) {
                                                        "deep/\xC3\xBC \"hard\" name\n.txt"}));
     EXPECT_EQ(status_->status(here_ / "a.txt"), PathStatus::synced);
     EXPECT_EQ(status_->status(here_ / "link"), PathStatus::excluded);
+    EXPECT_EQ(status_->status(here_ / "deep/.DS_Store"), PathStatus::excluded);
     EXPECT_EQ(round(), 0) << "nothing has changed";
 
     put("a.txt", content(95, 3));
@@ -119,6 +120,61 @@ TEST_F(RootReconcilerTest, MovesSendNoContent) {
     fs::rename(here_ / "b.txt", here_ / "e" / "c.txt");
     EXPECT_EQ(round(), 0);
     EXPECT_EQ(remotePaths(), (std::vector<std::string>{"e", "e/a.txt", "e/c.txt"}));
+    EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, WhatLooksAsBeforeIsToldByItsContent) {
+    const auto rewrite = [this](const char* name, int seed) {
+        const auto date = fs::last_write_time(here_ / name);
+        put(name, content(90, seed));
+        fs::last_write_time(here_ / name, date);
+    };
+    put("a.txt", content(90, 1));
+    EXPECT_EQ(round(), 1);
+    rewrite("a.txt", 1);
+    EXPECT_EQ(round(), 0);
+    rewrite("a.txt", 2);
+    EXPECT_EQ(round(), 1);
+    fs::rename(here_ / "a.txt", here_ / "b.txt");
+    rewrite("b.txt", 3);
+    EXPECT_EQ(round(), 1) << "no move";
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"a.txt", "b.txt"}));
+    EXPECT_EQ(round(), 0);
+}
+
+TEST_F(RootReconcilerTest, WhatHasANumberInTheAccountKeepsItThroughNewVersions) {
+    put("FOO.txt", content(90, 1));
+    put("foo.txt", content(90, 2));
+    EXPECT_EQ(round(), 2);
+    for (const auto* name : {"FOO.txt", "foo.txt"}) {
+        put(name, content(91, 3));
+        EXPECT_EQ(round(), 1);
+        EXPECT_EQ(status_->status(here_ / name), PathStatus::synced);
+    }
+    EXPECT_EQ(remotePaths().size(), 2U);
+}
+
+TEST_F(RootReconcilerTest, WhatWaitsInAFolderThatMovesIsSentFromItsNewPlace) {
+    put("d/keep.txt", content(20, 1));
+    round();
+    put("d/f.txt", content(90, 2));
+    bool isPaused = true;
+    beforeQueue_ = [&]() -> asio::awaitable<void> {
+        index_->setTransfersPaused(isPaused);
+        co_return;
+    };
+    round();
+    fs::rename(here_ / "d", here_ / "e");
+    EXPECT_EQ(round(), 0);
+    put("d/f.txt", content(90, 3));
+    isPaused = false;
+    EXPECT_EQ(round(), 2);
+    EXPECT_EQ(remotePaths(), (std::vector<std::string>{"d", "d/f.txt", "e", "e/f.txt", "e/keep.txt"}));
+    for (const auto* folder : {"d", "e"}) {
+        const auto item = index_->child(index_->child(root_, folder)->id, "f.txt");
+        EXPECT_EQ(item->sha256,
+                  KRCrypto::hexString(KRCrypto::sha256(KRCrypto::asBytes(read(here_ / folder / "f.txt")))));
+    }
     EXPECT_EQ(round(), 0);
 }
 

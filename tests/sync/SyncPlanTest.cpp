@@ -15,17 +15,20 @@ struct Here {
     double mtime;
     std::uint64_t inode;
     bool isFolder = false;
+    bool isTouched = false; ///< since the last look
 };
 
 /// The plan in one line of text: "folder a", "move a>b", "upload a", "version a", "doubt a".
 std::string planned(const std::vector<Here>& base, const std::vector<Here>& now) {
     std::map<std::string, BaseEntry> entries;
-    for (const auto& [path, size, mtime, inode, isFolder] : base)
-        entries[path] = {path, std::string("id-") + path, isFolder, 1, size, mtime, inode, std::nullopt};
+    for (const auto& [path, size, mtime, inode, isFolder, isTouched] : base)
+        entries[path] = {path, std::string("id-") + path, isFolder, 1, size, mtime, inode, "hash"};
+    const auto lookedAt = std::chrono::system_clock::now();
     LocalScan scan;
-    for (const auto& [path, size, mtime, inode, isFolder] : now)
-        scan.entries.push_back({path, {size, mtime, inode, isFolder}});
-    const auto plan = planSync(scan, entries);
+    for (const auto& [path, size, mtime, inode, isFolder, isTouched] : now)
+        scan.entries.push_back(
+            {path, {size, mtime, inode, isFolder}, lookedAt + std::chrono::seconds(isTouched ? 1 : -1)});
+    const auto plan = planSync(scan, entries, lookedAt);
     std::string text;
     for (const auto& step : plan.steps)
         if (const auto* move = std::get_if<SyncPlan::Move>(&step))
@@ -50,6 +53,7 @@ TEST(SyncPlanTest, EachDifferenceAsksForOneThing) {
         {"another size", {file}, {{"f", 6, 101, 1}}, "version f "},
         {"another date", {file}, {{"f", 5, 101, 1}}, "doubt f "},
         {"another inode", {file}, {{"f", 5, 100, 9}}, "doubt f "},
+        {"looks restored", {file}, {{"f", 5, 100, 1, false, true}}, "doubt f "},
         {"a date apart by rounding", {file}, {{"f", 5, 100.0004, 1}}, ""},
         {"moved", {file}, {{"g", 5, 100, 1}}, "move f>g "},
         {"moved and edited", {file}, {{"g", 6, 101, 1}}, "upload g "},
