@@ -8,12 +8,25 @@
 
 namespace Korvane {
 
+namespace {
+
+bool isControl(char32_t c) {
+    return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
+/// Lets text read otherwise than it is written: Unicode's Bidi_Control.
+bool turnsText(char32_t c) {
+    return c == 0x61C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) ||
+           (c >= 0x2066 && c <= 0x2069);
+}
+
+} // namespace
+
 std::string printable(const std::string& text) {
-    const auto isControl = [](char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); };
     std::string shown;
     for (KRCrypto::CodePoints points(text); !points.atEnd();) {
         const auto point = points.tryNext();
-        if (point && !isControl(*point))
+        if (point && !isControl(*point) && !turnsText(*point))
             KRCrypto::appendUTF8(shown, *point);
         else
             shown += '?';

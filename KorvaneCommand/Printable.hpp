@@ -4,8 +4,8 @@
 
 namespace Korvane {
 
-/// The text with "?" for control characters and for what is not UTF-8: names come from anywhere, and none may
-/// steer the terminal.
+/// The text with "?" for control characters, those that turn the reading direction included, and for what is
+/// not UTF-8: names come from anywhere, and none may steer the terminal or pass for another.
 [[nodiscard]] std::string printable(const std::string& text);
 
 /// "6.1 MiB"

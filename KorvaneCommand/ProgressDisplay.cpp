@@ -25,13 +25,13 @@ ProgressDisplay::ProgressDisplay() : terminal_(isTerminal(stderr)), before_(syst
 std::string ProgressDisplay::line(const TransferQueueStats& stats) {
     const auto now = systemClock()->monotonic();
     const std::chrono::duration<double> passed = now - before_;
-    // What is done leaves the sums, so a fall is no negative rate.
-    const auto moved = static_cast<double>(std::max<std::int64_t>(0, stats.bytesDone - bytesBefore_));
+    // What is done leaves both sums, and what is added raises what is left.
+    const auto left = static_cast<double>(stats.bytesTotal - stats.bytesDone);
+    const auto moved = std::max(0.0, leftBefore_ - left);
     if (passed.count() > 0)
         rate_ = rate_ * 0.7 + moved / passed.count() * 0.3;
     before_ = now;
-    bytesBefore_ = stats.bytesDone;
-    const auto left = static_cast<double>(stats.bytesTotal - stats.bytesDone);
+    leftBefore_ = left;
     auto text = fmt::format("{} moving, {} waiting, {} failed", stats.running, stats.pending + stats.paused,
                             stats.failed);
     if (stats.running > 0)

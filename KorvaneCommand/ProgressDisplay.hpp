@@ -24,7 +24,7 @@ private:
     bool terminal_;
     bool open_ = false; ///< the line has not ended
     std::string shown_;
-    std::int64_t bytesBefore_ = 0;
+    double leftBefore_ = 0;
     Clock::Instant before_;
     double rate_ = 0; ///< bytes per second, smoothed
 };

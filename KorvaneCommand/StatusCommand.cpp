@@ -1,6 +1,8 @@
 #include "KorvaneCommand/StatusCommand.hpp"
 
+#include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
+#include "KorvaneCommand/Printable.hpp"
 #include "KorvaneCore/config/KRIdentifiers.hpp"
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
@@ -48,7 +50,7 @@ std::string read(StatusDatabase* database, const StatusRequest& request) {
     std::vector<PathReport> reports;
     std::string text;
     for (const auto& path : paths) {
-        PathReport report{path, {}, {}};
+        PathReport report{KRCrypto::isUTF8(path) ? path : printable(path), {}, {}};
         if (database != nullptr) {
             if (const auto status = database->aggregateStatus(path))
                 report.status = badgeIdentifier(*status);
@@ -56,7 +58,7 @@ std::string read(StatusDatabase* database, const StatusRequest& request) {
         }
         auto column = report.status.value_or("none");
         column.resize(10, ' ');
-        text += column + path + '\n';
+        text += column + printable(path) + '\n';
         reports.push_back(std::move(report));
     }
     if (request.json)

@@ -11,7 +11,7 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/platform/ServiceManager.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
-#include "KorvaneCore/queue/TransferJob.hpp"
+#include "KorvaneCore/sync/QueuedUploads.hpp"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/deferred.hpp>
@@ -100,16 +100,11 @@ int add(const SyncRequest& request) {
 }
 
 /// What waits for a folder that is no longer synced is not wanted any more.
-void cancelUploads(Workshop& workshop, const std::string& rootId) {
+void cancelTransfers(Workshop& workshop, const std::string& rootId) {
     using enum TransferRecord::State;
     std::vector<std::string> ids;
-    for (const auto& record : workshop.index->transfers({{pending, running, paused, failed}}, -1)) {
-        const auto job = readableJob(record);
-        const auto* upload = job ? std::get_if<UploadJob>(&*job) : nullptr;
-        const auto* origin = upload != nullptr ? upload->origin.as<TransferOrigin::Sync>() : nullptr;
-        if (origin != nullptr && origin->rootId == rootId)
-            ids.push_back(record.id);
-    }
+    for (const auto& transfer : transfersOf(*workshop.index, rootId, {pending, running, paused, failed}))
+        ids.push_back(transfer.id);
     workshop.requests->cancel(ids);
 }
 
@@ -122,7 +117,7 @@ int remove(const SyncRequest& request) {
     if (found == roots.end())
         throw std::runtime_error("\"" + request.root + "\" is not synced");
     SyncRoots::remove(*workshop.index, found->id);
-    cancelUploads(workshop, found->id);
+    cancelTransfers(workshop, found->id);
     workshop.status->clearRoot(found->path);
     tellOthers(workshop);
     if (request.json)
@@ -249,8 +244,8 @@ asio::awaitable<bool> mirror(SyncSession& session, Workshop& workshop, const Syn
     co_return isInterrupted;
 }
 
-bool hasPausedTransfers(const Workshop& workshop) {
-    return !workshop.index->transferIds({TransferRecord::State::paused}, 1).empty();
+bool hasTransfers(const Workshop& workshop, TransferRecord::State state) {
+    return !workshop.index->transferIds({state}, 1).empty();
 }
 
 int run(const SyncRequest& request) {
@@ -258,7 +253,8 @@ int run(const SyncRequest& request) {
     tellOthers(workshop); // whose database may be a new one
     SyncSession session(workshop);
     const bool isInterrupted = workshop.client.run(mirror(session, workshop, request));
-    const bool isHeldBack = request.once && hasPausedTransfers(workshop);
+    const bool isHeldBack = request.once && hasTransfers(workshop, TransferRecord::State::paused);
+    const bool hasFailed = request.once && hasTransfers(workshop, TransferRecord::State::failed);
     auto tally = session.tally();
     tally.transferMilliseconds =
         std::chrono::round<std::chrono::milliseconds>(workshop.transferTime()).count();
@@ -271,10 +267,14 @@ int run(const SyncRequest& request) {
                    stderr);
     if (isHeldBack)
         std::fputs("korvane: transfers are paused; `korvane queue resume` lets them go on.\n", stderr);
+    if (hasFailed)
+        std::fputs(
+            "korvane: transfers have failed; `korvane queue` tells why, `korvane queue retry` tries again.\n",
+            stderr);
     // Without --once a signal is how it ends, whatever was under way.
     const bool isWhole =
         request.once ? session.isComplete() && !isInterrupted : session.isComplete() || isInterrupted;
-    return isWhole && tally.failures == 0 && !isHeldBack ? ExitCode::done : ExitCode::failed;
+    return isWhole && tally.failures == 0 && !isHeldBack && !hasFailed ? ExitCode::done : ExitCode::failed;
 }
 
 } // namespace
@@ -307,8 +307,9 @@ void addSyncCommands(CLI::App& app, int& status) {
                     "interrupted. Exits with "
                     "3 when nobody is signed in, or no longer: then someone must sign in first.");
     running->add_flag("--json", request->json, "Print a line of JSON after each change");
-    running->add_flag("--once", request->once,
-                      "End once everything is in the account; with 1 while transfers are paused");
+    running->add_flag(
+        "--once", request->once,
+        "End once everything is in the account; with 1 when transfers are paused or have failed");
     running->callback([request, &status] { status = run(*request); });
 }
 

@@ -19,6 +19,8 @@ SyncSession::SyncSession(Workshop& workshop) : workshop_(workshop) {
                                            [this](SyncEngine::Root root) -> asio::awaitable<void> {
                                                if (auto known = SyncRoots::find(*workshop_.index, root.id))
                                                    co_await reconcile(*std::move(known));
+                                               else
+                                                   forget(root.id);
                                            });
     reconciler_ = std::make_shared<RootReconciler>(RootReconciler::Parts{
         workshop_.jobContext(), workshop_.queue, workshop_.status, engine_->ownWrites()});
@@ -100,6 +102,12 @@ asio::awaitable<void> SyncSession::startSync() {
     }
 }
 
+// It is no longer synced.
+void SyncSession::forget(const std::string& rootId) {
+    waiting_.erase(rootId);
+    incomplete_.erase(rootId);
+}
+
 // What the account has by now spares uploads.
 asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
     waiting_.erase(root.id); // what comes meanwhile counts again
@@ -120,8 +128,10 @@ asio::awaitable<void> SyncSession::reconcile(SyncRoot root) {
 }
 
 asio::awaitable<void> SyncSession::settled(TransferOutcome outcome) {
-    tally_.add(outcome);
     const auto again = co_await reconciler_->settled(outcome);
+    const auto* failure = outcome.as<TransferOutcome::Failed>();
+    if (failure == nullptr || workshop_.index->transfer(failure->id)) // else the reconciler has withdrawn it
+        tally_.add(outcome);
     co_await workshop_.offline->settled(std::move(outcome));
     widgets_->changed();
     if (!again)

@@ -44,6 +44,7 @@ private:
     asio::awaitable<void> start();
     asio::awaitable<void> stop();
     asio::awaitable<void> firstNetworkCost();
+    void forget(const std::string& rootId);
     asio::awaitable<void> reconcile(SyncRoot root);
     asio::awaitable<void> settled(TransferOutcome outcome);
 

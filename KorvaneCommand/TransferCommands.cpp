@@ -1,5 +1,7 @@
 #include "KorvaneCommand/TransferCommands.hpp"
 
+#include "KRCrypto/ChunkCrypto.hpp"
+#include "KRCrypto/Hex.hpp"
 #include "KRCrypto/UnicodeText.hpp"
 #include "KorvaneCommand/ExitCode.hpp"
 #include "KorvaneCommand/Printable.hpp"
@@ -9,6 +11,7 @@
 #include "KorvaneCore/config/SharedContainer.hpp"
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/platform/Files.hpp"
+#include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/LocalScan.hpp"
 
@@ -39,14 +42,17 @@ struct TransferRequest {
 /// What became of one file.
 struct FileReport {
     std::string name;
-    std::string state; ///< "done", "failed", "dropped", "cancelled", "skipped", "paused" or "queued"
+    /// "done", "unchanged", "failed", "dropped", "cancelled", "skipped", "paused" or "queued"
+    std::string state;
     std::optional<std::string> error;
+    std::optional<std::string> movedAside; ///< where what was in the place of a download is now
 };
-BOOST_DESCRIBE_STRUCT(FileReport, (), (name, state, error))
+BOOST_DESCRIBE_STRUCT(FileReport, (), (name, state, error, movedAside))
 
 struct Enqueued {
     std::string id;
     std::string name;
+    std::string destination; ///< of a download
 };
 
 struct Batch {
@@ -60,37 +66,50 @@ void print(const std::vector<FileReport>& reports, bool json) {
         std::puts(KRJSON::write(reports).c_str());
         return;
     }
-    for (const auto& report : reports)
-        std::printf("%-8s %s%s%s\n", report.state.c_str(), printable(report.name).c_str(),
-                    report.error ? ": " : "", report.error ? printable(*report.error).c_str() : "");
+    for (const auto& report : reports) {
+        std::string remark;
+        if (report.error)
+            remark = ": " + *report.error;
+        else if (report.movedAside)
+            remark = ": what was there is now " + *report.movedAside;
+        std::printf("%-9s %s%s\n", report.state.c_str(), printable(report.name).c_str(),
+                    printable(remark).c_str());
+    }
 }
 
-using DropReasons = std::map<std::string, std::string>; ///< by transfer
+/// What the records do not tell.
+struct Outcomes {
+    std::map<std::string, std::string> dropped;    ///< reasons, by transfer
+    std::map<std::string, std::string> movedAside; ///< by destination
+};
 
 /// How a record stands now; none while it waits or moves.
-std::optional<FileReport> settled(LocalIndex& index, const DropReasons& dropped, const Enqueued& file) {
+std::optional<FileReport> settled(LocalIndex& index, const Outcomes& outcomes, const Enqueued& file) {
+    const auto said = [](const std::map<std::string, std::string>& words, const std::string& key) {
+        const auto found = words.find(key);
+        return found == words.end() ? std::nullopt : std::optional(found->second);
+    };
     const auto record = index.transfer(file.id);
     if (!record) {
-        const auto reason = dropped.find(file.id);
-        return reason == dropped.end() ? FileReport{file.name, "cancelled", std::nullopt}
-                                       : FileReport{file.name, "dropped", reason->second};
+        const auto reason = said(outcomes.dropped, file.id);
+        return FileReport{file.name, reason ? "dropped" : "cancelled", reason, {}};
     }
     if (record->state == TransferRecord::State::done)
-        return FileReport{file.name, "done", std::nullopt};
+        return FileReport{file.name, "done", {}, said(outcomes.movedAside, file.destination)};
     if (record->state == TransferRecord::State::failed)
-        return FileReport{file.name, "failed", record->lastError};
+        return FileReport{file.name, "failed", record->lastError, {}};
     if (record->state == TransferRecord::State::paused)
-        return FileReport{file.name, "paused", "transfers go on with \"korvane queue resume\""};
+        return FileReport{file.name, "paused", "transfers go on with \"korvane queue resume\"", {}};
     return std::nullopt;
 }
 
 /// Until every file of the batch has settled.
-asio::awaitable<void> follow(Workshop& workshop, const DropReasons& dropped,
-                             const std::vector<Enqueued>& files, std::vector<FileReport>& reports) {
+asio::awaitable<void> follow(Workshop& workshop, const Outcomes& outcomes, const std::vector<Enqueued>& files,
+                             std::vector<FileReport>& reports) {
     ProgressDisplay display;
     for (auto file = files.begin(); file != files.end();) {
         co_await workshop.queue->delivered(); // the reason of one that was dropped, too
-        if (auto report = settled(*workshop.index, dropped, *file)) {
+        if (auto report = settled(*workshop.index, outcomes, *file)) {
             reports.push_back(std::move(*report));
             ++file;
             continue;
@@ -103,23 +122,27 @@ asio::awaitable<void> follow(Workshop& workshop, const DropReasons& dropped,
 
 asio::awaitable<std::vector<FileReport>> carryOut(Workshop& workshop, Batch batch) {
     auto reports = std::move(batch.others);
-    const auto dropped = std::make_shared<DropReasons>();
-    co_await workshop.queue->addOutcomeHandler([dropped](TransferOutcome outcome) -> asio::awaitable<void> {
+    const auto outcomes = std::make_shared<Outcomes>();
+    co_await workshop.queue->addOutcomeHandler([outcomes](TransferOutcome outcome) -> asio::awaitable<void> {
         if (const auto* drop = outcome.as<TransferOutcome::Dropped>())
-            dropped->emplace(drop->id, drop->reason);
+            outcomes->dropped.emplace(drop->id, drop->reason);
+        else if (const auto* download = outcome.as<TransferOutcome::Downloaded>();
+                 download != nullptr && download->movedAside)
+            outcomes->movedAside.emplace(download->job.destinationPath, download->movedAside->string());
         co_return;
     });
     SyncSession session(workshop);
-    if (co_await session.during(follow(workshop, *dropped, batch.files, reports)))
+    if (co_await session.during(follow(workshop, *outcomes, batch.files, reports)))
         co_return reports;
     for (const auto& file : batch.files)
-        reports.push_back({file.name, "queued", std::nullopt});
+        reports.push_back({file.name, "queued", {}, {}});
     co_return reports;
 }
 
 int exitCodeOf(const std::vector<FileReport>& reports) {
     const auto isWell = [](const FileReport& report) {
-        return report.state == "done" || report.state == "queued" || report.state == "paused";
+        return report.state == "done" || report.state == "unchanged" || report.state == "queued" ||
+               report.state == "paused";
     };
     return std::ranges::all_of(reports, isWell) ? ExitCode::done : ExitCode::failed;
 }
@@ -140,14 +163,14 @@ asio::awaitable<void> enqueueFile(Workshop& workshop, Batch& batch, fs::path fil
     job.plainSize = size;
     auto name = job.name;
     batch.files.push_back(
-        {co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name)});
+        {co_await workshop.queue->enqueueUpload(std::move(job), newUUID()), std::move(name), {}});
 }
 
 /// What goes wrong with one entry keeps none of the others back; what would go wrong with all of them ends
 /// the enqueueing, and what is queued by then is carried out.
 asio::awaitable<void> attempt(Batch& batch, std::string name, asio::awaitable<void> work) {
     if (batch.failure) {
-        batch.others.push_back({std::move(name), "failed", batch.failure});
+        batch.others.push_back({std::move(name), "failed", batch.failure, {}});
         co_return;
     }
     std::string reason;
@@ -157,14 +180,13 @@ asio::awaitable<void> attempt(Batch& batch, std::string name, asio::awaitable<vo
     } catch (const std::exception& error) {
         reason = error.what();
         const auto* refusal = apiError(error);
-        const bool concernsAll = refusal != nullptr && (refusal->isRetryable() || refusal->isAuthFatal() ||
-                                                        refusal->is<APIError::Cancelled>());
+        const bool concernsAll = refusal != nullptr && refusal->concernsAll();
         if (concernsAll && batch.files.empty())
             throw;
         if (concernsAll)
             batch.failure = reason;
     }
-    batch.others.push_back({std::move(name), "failed", std::move(reason)});
+    batch.others.push_back({std::move(name), "failed", std::move(reason), {}});
 }
 
 std::string below(const std::string& folder, const std::string& path) {
@@ -196,7 +218,7 @@ asio::awaitable<void> enqueuePath(Workshop& workshop, Batch& batch, fs::path pat
     // What the user names is sent whole, but for the keys of this device.
     const auto scan = scanFolder(path, SharedContainer::location(), Noise::listed);
     for (const auto& skipped : scan.skipped)
-        batch.others.push_back({printable(skipped.relPath), "skipped", skipped.reason});
+        batch.others.push_back({printable(skipped.relPath), "skipped", skipped.reason, {}});
     for (const auto& entry : scan.entries)
         co_await attempt(batch, entry.relPath, enqueueEntry(workshop, batch, path, target, entry));
 }
@@ -222,21 +244,41 @@ void requireSafe(const std::string& relPath) {
             throw std::runtime_error("\"" + printable(relPath) + "\" is no name a file can have here");
 }
 
+/// Whether the file is there, byte by byte.
+bool isHere(const IndexItem& item, const fs::path& destination) {
+    const auto stat = localStat(destination);
+    return stat && !stat->isDirectory && stat->size == item.size && item.sha256 &&
+           fs::is_regular_file(fs::symlink_status(destination)) &&
+           KRCrypto::hexString(KRCrypto::ChunkCrypto::sha256OfFile(destination).first) == *item.sha256;
+}
+
 asio::awaitable<void> enqueueItem(Workshop& workshop, Batch& batch, IndexItem item, fs::path destination) {
     if (item.isFolder) {
         createDirectories(destination);
         co_return;
     }
+    if (co_await offload([&] { return isHere(item, destination); })) {
+        batch.others.push_back({item.name, "unchanged", {}, {}});
+        co_return;
+    }
     DownloadJob job;
     job.fileId = item.id;
     job.destinationPath = destination.string();
-    batch.files.push_back(
-        {co_await workshop.queue->enqueueDownload(std::move(job), item.name, item.size), item.name});
+    batch.files.push_back({co_await workshop.queue->enqueueDownload(std::move(job), item.name, item.size),
+                           item.name, destination.string()});
 }
 
 asio::awaitable<void> enqueueBelow(Workshop& workshop, Batch& batch, fs::path folder, IndexedPath entry) {
     requireSafe(entry.relativePath);
     co_await enqueueItem(workshop, batch, std::move(entry.item), folder / entry.relativePath);
+}
+
+bool isFolder(const fs::path& path) {
+    std::error_code error;
+    const auto status = fs::status(path, error);
+    if (error && status.type() == fs::file_type::none)
+        throw FileError("inspect", path, error);
+    return fs::is_directory(status);
 }
 
 asio::awaitable<std::vector<FileReport>> downloadAll(Workshop& workshop, const TransferRequest& request) {
@@ -247,7 +289,10 @@ asio::awaitable<std::vector<FileReport>> downloadAll(Workshop& workshop, const T
     auto destination = fs::absolute(request.destination.empty() ? fs::path(".") : request.destination);
     requireUTF8(destination);
     requireSafe(item->name.empty() ? "root" : item->name);
-    if (fs::is_directory(destination) && !item->name.empty())
+    const bool namesFolder = !destination.has_filename(); // "there/"
+    if (namesFolder)
+        destination = destination.parent_path();
+    if ((namesFolder || isFolder(destination)) && !item->name.empty())
         destination /= item->name;
     Batch batch;
     co_await enqueueItem(workshop, batch, *item, destination);

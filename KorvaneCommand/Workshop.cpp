@@ -111,13 +111,28 @@ asio::awaitable<std::string> Workshop::folderAt(std::string path) {
             folderId = child->id;
             continue;
         }
-        const CreateFolderRequest request{newUUID(), folderId, masterKey.sealMeta(KRCrypto::FolderMeta(name)),
-                                          masterKey.nameBlindIndex(name)};
-        const auto folder = co_await client.api->createFolder(request);
+        const auto folder = co_await newFolder(name, folderId);
         index->apply(folder, masterKey);
         folderId = folder.id;
     }
     co_return folderId;
+}
+
+// Another device may have made it meanwhile.
+asio::awaitable<RemoteFolder> Workshop::newFolder(std::string name, std::string parentId) {
+    const auto blindIndex = masterKey_->nameBlindIndex(name);
+    std::optional<APIError> refusal;
+    try {
+        co_return co_await client.api->createFolder(
+            {newUUID(), parentId, masterKey_->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
+    } catch (const APIError& error) {
+        refusal = error;
+    }
+    if (refusal->is<APIError::NameConflict>())
+        for (const auto& folder : (co_await client.api->allChildren(parentId)).folders)
+            if (folder.nameBlindIndex == blindIndex)
+                co_return folder;
+    throw APIError(*refusal);
 }
 
 } // namespace Korvane

@@ -4,6 +4,7 @@
 #include "KorvaneCommand/terminal/ParseFailure.hpp"
 #include "KorvaneCore/platform/StandardOutput.hpp"
 
+#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -28,6 +29,7 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN); // then a write beyond the limit of file sizes fails like any other
     try {
         return exitStatus("korvane", run(argc, argv));
     } catch (const std::exception& error) {
