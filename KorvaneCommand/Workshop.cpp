@@ -9,6 +9,7 @@
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
 #include "KorvaneCore/sync/ChangePull.hpp"
+#include "KorvaneCore/sync/FolderNamed.hpp"
 
 #include <fmt/ranges.h>
 
@@ -111,28 +112,13 @@ asio::awaitable<std::string> Workshop::folderAt(std::string path) {
             folderId = child->id;
             continue;
         }
-        const auto folder = co_await newFolder(name, folderId);
-        index->apply(folder, masterKey);
-        folderId = folder.id;
+        const auto folder = co_await folderNamed(*client.api, masterKey, name, folderId);
+        if (!folder)
+            throw APIError(APIError::NameConflict{});
+        index->apply(*folder, masterKey);
+        folderId = folder->id;
     }
     co_return folderId;
-}
-
-// Another device may have made it meanwhile.
-asio::awaitable<RemoteFolder> Workshop::newFolder(std::string name, std::string parentId) {
-    const auto blindIndex = masterKey_->nameBlindIndex(name);
-    std::optional<APIError> refusal;
-    try {
-        co_return co_await client.api->createFolder(
-            {newUUID(), parentId, masterKey_->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
-    } catch (const APIError& error) {
-        refusal = error;
-    }
-    if (refusal->is<APIError::NameConflict>())
-        for (const auto& folder : (co_await client.api->allChildren(parentId)).folders)
-            if (folder.nameBlindIndex == blindIndex)
-                co_return folder;
-    throw APIError(*refusal);
 }
 
 } // namespace Korvane

@@ -67,8 +67,6 @@ public:
     asio::awaitable<std::string> folderAt(std::string path);
 
 private:
-    asio::awaitable<RemoteFolder> newFolder(std::string name, std::string parentId);
-
     std::shared_ptr<const KRCrypto::MasterKey> masterKey_;
     std::string rootFolderId_;
     std::optional<FileLock> lock_; ///< while this process may run the queue

@@ -9,6 +9,7 @@
 #include "KorvaneCore/platform/Log.hpp"
 #include "KorvaneCore/platform/Offload.hpp"
 #include "KorvaneCore/platform/UUID.hpp"
+#include "KorvaneCore/sync/FolderNamed.hpp"
 #include "KorvaneCore/sync/RelativePath.hpp"
 
 #include <algorithm>
@@ -206,7 +207,7 @@ asio::awaitable<void> RootRound::makeFolder(SyncPlan::NewFolder entry) {
     for (int n = 0; !folder; ++n) {
         if (n > mostNames)
             throw APIError(APIError::NameConflict{});
-        folder = co_await folderNamed(n == 0 ? name : FileNames::numberedFolder(name, n), parent);
+        folder = co_await freeFolder(n == 0 ? name : FileNames::numberedFolder(name, n), parent);
     }
     context_.index->apply(*folder, *masterKey_);
     ledger_.setBase(entry, folder->id, 0, std::nullopt);
@@ -214,14 +215,12 @@ asio::awaitable<void> RootRound::makeFolder(SyncPlan::NewFolder entry) {
     ledger_.mark(entry.relPath, PathStatus::synced, folder->id);
 }
 
-// A folder of that name may be there already: of another device, or of an answer that was lost. None when
-// something else has the name.
-asio::awaitable<std::optional<RemoteFolder>> RootRound::folderNamed(std::string name, std::string parentId) {
-    const auto blindIndex = masterKey_->nameBlindIndex(name);
+// None when something else has the name, be it another folder of the root.
+asio::awaitable<std::optional<RemoteFolder>> RootRound::freeFolder(std::string name, std::string parentId) {
     std::optional<APIError> refusal;
     try {
-        co_return co_await context_.api->createFolder(
-            {newUUID(), parentId, masterKey_->sealMeta(KRCrypto::FolderMeta(name)), blindIndex});
+        auto folder = co_await folderNamed(*context_.api, *masterKey_, name, parentId);
+        co_return folder&& isOurs(folder->id) ? std::nullopt : std::move(folder);
     } catch (const APIError& error) {
         refusal = error;
     }
@@ -229,14 +228,7 @@ asio::awaitable<std::optional<RemoteFolder>> RootRound::folderNamed(std::string 
         context_.index->markDeleted(missing->folderId.value_or(parentId), context_.clock->now());
         throw Later();
     }
-    if (!refusal->is<APIError::NameConflict>())
-        throw APIError(*refusal);
-    const auto page = co_await context_.api->allChildren(parentId);
-    const auto existing = std::ranges::find_if(
-        page.folders, [&](const RemoteFolder& folder) { return folder.nameBlindIndex == blindIndex; });
-    if (existing == page.folders.end() || isOurs(existing->id))
-        co_return std::nullopt;
-    co_return *existing;
+    throw APIError(*refusal);
 }
 
 asio::awaitable<void> RootRound::move(SyncPlan::Move move) {

@@ -39,7 +39,7 @@ private:
     asio::awaitable<void> attempt(std::string relPath, asio::awaitable<void> work);
 
     asio::awaitable<void> makeFolder(SyncPlan::NewFolder entry);
-    asio::awaitable<std::optional<RemoteFolder>> folderNamed(std::string name, std::string parentId);
+    asio::awaitable<std::optional<RemoteFolder>> freeFolder(std::string name, std::string parentId);
     asio::awaitable<void> move(SyncPlan::Move move);
     asio::awaitable<void> cancelBelow(std::string folder);
     asio::awaitable<bool> rename(SyncPlan::BaseEntry base, std::string name, std::string parentId);

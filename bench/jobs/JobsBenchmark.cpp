@@ -12,6 +12,7 @@
 #include "KorvaneCore/jobs/TransferRunner.hpp"
 #include "KorvaneCore/platform/RunToEnd.hpp"
 #include "KorvaneCore/queue/TransferQueue.hpp"
+#include "bench/CPUTime.hpp"
 #include "tests/support/LocalService.hpp"
 
 #include <boost/asio/io_context.hpp>
@@ -39,15 +40,6 @@ namespace fs = std::filesystem;
 
 constexpr double mebibyte = 1 << 20;
 constexpr int atOnce = TransferQueue::defaultMaxConcurrent;
-
-double cpuOf(int who) {
-    rusage usage{};
-    ::getrusage(who, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 /// In MiB, since resetPeak().
 double peakMemory() {
@@ -220,7 +212,7 @@ struct Figures {
 /// Enqueues, and runs the queue until nothing waits.
 Figures measure(Client& client, Load& load, const Enqueue& enqueue) {
     resetPeak();
-    const auto cpu = cpuOf(RUSAGE_SELF);
+    const auto cpu = cpuTime(RUSAGE_SELF);
     const auto seconds = secondsFor([&] {
         client.run([](Client& own, Load& files, const Enqueue& add) -> asio::awaitable<void> {
             TransferQueue queue(co_await asio::this_coro::executor, own.job.index,
@@ -245,7 +237,7 @@ Figures measure(Client& client, Load& load, const Enqueue& enqueue) {
             co_await queue.finished();
         }(client, load, enqueue));
     });
-    return {seconds, cpuOf(RUSAGE_SELF) - cpu, peakMemory()};
+    return {seconds, cpuTime(RUSAGE_SELF) - cpu, peakMemory()};
 }
 
 void print(const char* what, const Load& load, const Figures& figures, double calls, double bytes,

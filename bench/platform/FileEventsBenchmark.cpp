@@ -2,6 +2,7 @@
 // and how long a change takes to arrive.
 
 #include "KorvaneCore/platform/FileEventStream.hpp"
+#include "bench/CPUTime.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <benchmark/benchmark.h>
@@ -34,15 +35,6 @@ const std::filesystem::path& tree() {
     return folder.path();
 }
 
-double cpuSeconds() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
 /// In MiB.
 double residentMemory() {
     std::ifstream file("/proc/self/statm");
@@ -69,10 +61,10 @@ void idle(benchmark::State& state) {
     const auto memory = residentMemory();
     const auto stream = openFileEventStream({root}, {}, [](const auto&) {});
     state.counters["MiB"] = residentMemory() - memory;
-    const auto cpu = cpuSeconds();
+    const auto cpu = cpuTime(RUSAGE_SELF);
     for (auto _ : state)
         std::this_thread::sleep_for(idleTime);
-    state.counters["CPU ms"] = 1000 * (cpuSeconds() - cpu);
+    state.counters["CPU ms"] = 1000 * (cpuTime(RUSAGE_SELF) - cpu);
 }
 
 void oneChange(benchmark::State& state) {

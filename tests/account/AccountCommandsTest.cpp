@@ -3,23 +3,13 @@
 #include "KorvaneCore/platform/Files.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/storage/StatusDatabase.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gtest/gtest.h>
 
 namespace Korvane::Testing {
 namespace {
-
-/// The program, with a password on its standard input.
-ProgramResult withPassword(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(),
-                     {"/bin/sh", "-c", R"(printf 'pass word\n' | exec "$0" "$@" --password-fd 0 2>&1)",
-                      builtProgram("korvane").string()});
-    ChildProcess process(arguments);
-    auto output = process.readAll();
-    return {process.wait(), std::move(output)};
-}
 
 TEST(AccountCommands, SignUpShowsTheCodeOnceAndLeavesNoSecretInTheOpen) {
     LocalService service;

@@ -1,6 +1,6 @@
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gtest/gtest.h>
 
@@ -20,11 +20,7 @@ std::string text(const boost::json::object& object, const char* key) {
 class PairCommands : public testing::Test {
 protected:
     PairCommands() {
-        static constexpr const char* script =
-            R"(printf 'pass\n' | exec "$0" sign-up ann@example.org --service "$1" --password-fd 0)";
-        ChildProcess signUp({"/bin/sh", "-c", script, korvane_, service_->baseURL()});
-        static_cast<void>(signUp.readAll());
-        EXPECT_EQ(signUp.wait(), 0);
+        EXPECT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service_->baseURL()}).exitCode, 0);
     }
 
     std::unique_ptr<ChildProcess> started() {

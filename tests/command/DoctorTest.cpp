@@ -4,8 +4,8 @@
 #include "KorvaneCore/platform/FileLock.hpp"
 #include "KorvaneCore/storage/LocalIndex.hpp"
 #include "KorvaneCore/sync/SyncRoots.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -73,12 +73,7 @@ struct Doctor : testing::Test {
     }
 
     void signUp() {
-        const std::string script =
-            "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" "
-            "--password-fd 0";
-        ChildProcess child({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
-        child.readAll();
-        ASSERT_EQ(child.wait(), 0);
+        ASSERT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service->baseURL()}).exitCode, 0);
     }
 };
 

@@ -1,7 +1,7 @@
 // What a service manager hears of real processes.
 #include "KorvaneCore/platform/FileDescriptor.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -66,11 +66,7 @@ TEST(ServiceManager, HearsWhenTheServiceListensAndWhenItStops) {
 TEST(ServiceManager, HearsHowTheMirroringGoes) {
     LocalService service;
     EXPECT_EQ(runProgram("korvane", {"run"}).exitCode, 3) << "nobody is signed in";
-    const std::string script =
-        "printf 'pass word\\n' | exec \"$0\" sign-up ann@example.org --service \"$1\" --password-fd 0";
-    ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
-    signUp.readAll();
-    ASSERT_EQ(signUp.wait(), 0);
+    ASSERT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service->baseURL()}).exitCode, 0);
     const TemporaryFolder folder;
     const Manager manager((folder / "notify").string());
     const ScopedEnvironment socket("NOTIFY_SOCKET", (folder / "notify").string());

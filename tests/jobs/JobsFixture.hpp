@@ -177,6 +177,18 @@ protected:
         return failure(run);
     }
 
+    /// Lets a queue run until nothing waits, the outcomes that come of it included.
+    static asio::awaitable<void> runOut(std::shared_ptr<TransferQueue> queue) {
+        co_await queue->start();
+        for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
+             stats = co_await queue->stats()) {
+            co_await systemClock()->sleep(std::chrono::milliseconds(5));
+            co_await queue->delivered(); // an outcome may queue something in turn
+        }
+        co_await queue->stop();
+        co_await queue->finished();
+    }
+
     TransferRunner& runner() {
         if (!runner_)
             runner_.emplace(context_);

@@ -51,14 +51,8 @@ protected:
                 co_await copies->settled(std::move(outcome));
         });
         co_await copies->keep();
-        if (!queueRuns)
-            co_return;
-        co_await queue->start();
-        for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
-             stats = co_await queue->stats())
-            co_await systemClock()->sleep(std::chrono::milliseconds(5));
-        co_await queue->stop();
-        co_await queue->finished();
+        if (queueRuns)
+            co_await runOut(queue);
     }
 
     OfflineCopies::Parts parts(std::shared_ptr<TransferQueue> queue) {

@@ -1,8 +1,8 @@
 // `korvane pin`, `unpin`, `pins`, `widgets publish --from-index` and `run --once` as a person runs them.
 #include "KorvaneCore/json/KRJSON.hpp"
 #include "KorvaneCore/widget/WidgetStore.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,7 @@ namespace fs = std::filesystem;
 class PinCommandsTest : public testing::Test {
 protected:
     PinCommandsTest() {
-        static constexpr const char* script =
-            R"(printf 'pass word\n' | exec "$0" sign-up ann@example.org --service "$1" --password-fd 0)";
-        ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service_->baseURL()});
-        EXPECT_EQ(signUp.wait(), 0);
+        EXPECT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service_->baseURL()}).exitCode, 0);
         writeFile(folder_ / "notes.txt", "remembered");
         EXPECT_EQ(korvane({"upload", folder_ / "notes.txt", "--to", "Papers"}).exitCode, 0);
     }

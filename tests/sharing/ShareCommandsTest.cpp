@@ -1,6 +1,6 @@
 #include "KorvaneCore/json/KRJSON.hpp"
-#include "tests/support/ChildProcess.hpp"
 #include "tests/support/LocalService.hpp"
+#include "tests/support/PasswordInput.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,11 +12,7 @@ TEST(ShareCommands, ALinkIsPrintedOnceAndOpensWithoutAnAccount) {
     TemporaryFolder folder;
     TemporaryFolder guestHome;
     writeFile(folder / "note.txt", "hello");
-    static constexpr const char* script =
-        R"(printf 'pass\n' | exec "$0" sign-up ann@example.org --service "$1" --password-fd 0)";
-    ChildProcess signUp({"/bin/sh", "-c", script, builtProgram("korvane").string(), service->baseURL()});
-    static_cast<void>(signUp.readAll());
-    ASSERT_EQ(signUp.wait(), 0);
+    ASSERT_EQ(withPassword({"sign-up", "ann@example.org", "--service", service->baseURL()}).exitCode, 0);
     ASSERT_EQ(runProgram("korvane", {"upload", folder / "note.txt"}).exitCode, 0);
 
     const auto created =

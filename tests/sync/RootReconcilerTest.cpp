@@ -43,14 +43,7 @@ protected:
         }
         if (beforeQueue_)
             co_await beforeQueue_();
-        co_await queue->start();
-        for (auto stats = co_await queue->stats(); stats.pending + stats.running > 0;
-             stats = co_await queue->stats()) {
-            co_await systemClock()->sleep(std::chrono::milliseconds(5));
-            co_await queue->delivered(); // an outcome may queue something in turn
-        }
-        co_await queue->stop();
-        co_await queue->finished();
+        co_await runOut(queue);
     }
 
     /// The account's paths below the root, as another device sees them.

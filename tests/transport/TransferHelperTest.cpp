@@ -173,10 +173,9 @@ TEST_F(TransferHelperTest, FullDiskWhileDownloadingFailsTheGetWithTheFileError) 
         device.run(transport.put(partURL(part), partBytes(part)));
     const auto url = complete();
     killHelper();
-    std::string command = "ulimit -f 64; exec";
-    for (const auto& argument : foregroundHelper())
-        command += " " + argument;
-    ChildProcess limited({"/bin/sh", "-c", command});
+    auto command = foregroundHelper();
+    command.insert(command.begin(), {"/bin/sh", "-c", R"(ulimit -f 64; exec "$0" "$@")"});
+    ChildProcess limited(command);
     waitUntil([&] { return runningHelper().has_value(); }); // not the killed one, which may be just ending
     try {
         (void)device.run(transport.get(url, {0, 2 * partSize}));

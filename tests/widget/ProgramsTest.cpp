@@ -115,9 +115,10 @@ TEST(Programs, PublishedFilesReachThePicture) {
 }
 
 TEST(Programs, AnAnswerThatCannotBeWrittenIsAFailure) {
-    for (const auto* program : {"korvane-widget list", "korvane-widget-host --help"}) {
-        const auto command = builtProgram("").string() + program + " >/dev/full 2>/dev/null";
-        ChildProcess shell({"/bin/sh", "-c", command});
+    for (const auto& [program, word] :
+         {std::pair("korvane-widget", "list"), std::pair("korvane-widget-host", "--help")}) {
+        ChildProcess shell({"/bin/sh", "-c", R"(exec "$0" "$1" >/dev/full 2>/dev/null)",
+                            builtProgram(program).string(), word});
         EXPECT_EQ(shell.wait(), 1) << program;
     }
 }
